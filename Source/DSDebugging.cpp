@@ -1,0 +1,7 @@
+#include "vox/DSDebugging.h"
+
+namespace vox {
+
+void DS_LogText(const char* /*format*/, ...) {}
+
+}  // namespace vox

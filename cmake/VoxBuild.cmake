@@ -1,0 +1,118 @@
+# How every target of the project is compiled, and the few functions that declare targets.
+
+find_program(VOX_CCACHE ccache)
+if(VOX_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${VOX_CCACHE})
+endif()
+
+# vox_options carries what all code here is compiled with. Contraction of a*b+c into one rounding would change the
+# bytes of rescaled lines from machine to machine, so it is off everywhere.
+add_library(vox_options INTERFACE)
+target_compile_options(vox_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
+  -Wcast-align -Wcast-qual -Wimplicit-fallthrough -Wunused -Wformat=2 -Werror
+  -ffp-contract=off)
+target_include_directories(vox_options INTERFACE ${CMAKE_BINARY_DIR}/include ${CMAKE_SOURCE_DIR})
+target_link_libraries(vox_options INTERFACE Threads::Threads)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  target_compile_options(vox_options INTERFACE -Wthread-safety)
+endif()
+
+if(VOX_SANITIZE STREQUAL "address")
+  set(_san -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    list(APPEND _san -fsanitize=float-cast-overflow,float-divide-by-zero)
+    list(REMOVE_ITEM _san -fsanitize=float-divide-by-zero)
+  endif()
+elseif(VOX_SANITIZE STREQUAL "thread")
+  set(_san -fsanitize=thread -fno-omit-frame-pointer)
+endif()
+if(VOX_BUILD_FUZZERS)
+  set(_san -fsanitize=address,undefined,fuzzer-no-link -fno-sanitize-recover=all -fno-omit-frame-pointer)
+endif()
+if(_san)
+  target_compile_options(vox_options INTERFACE ${_san} -g1)
+  target_link_options(vox_options INTERFACE ${_san})
+endif()
+
+# vox_stage_headers lays the source folders out under build/include/vox as they are installed, so that one spelling,
+# "vox/drivers/TwainImageIF.h", is right in the tree and for users of the installed library.
+function(vox_stage_headers)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/include/vox)
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/Source/drivers ${CMAKE_BINARY_DIR}/include/vox/drivers SYMBOLIC)
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/platform ${CMAKE_BINARY_DIR}/include/vox/platform SYMBOLIC)
+  file(GLOB headers CONFIGURE_DEPENDS RELATIVE ${CMAKE_SOURCE_DIR}/Source ${CMAKE_SOURCE_DIR}/Source/*.h)
+  foreach(header IN LISTS headers)
+    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/Source/${header} ${CMAKE_BINARY_DIR}/include/vox/${header} SYMBOLIC)
+  endforeach()
+endfunction()
+
+# vox_add_test(NAME SOURCES... [LIBS ...] [THREADED] [SERIAL] [TIMEOUT s]): one GoogleTest program; each case is a
+# ctest. THREADED programs are also run under ThreadSanitizer; the thread build leaves the others out.
+function(vox_add_test name)
+  cmake_parse_arguments(arg "THREADED;SERIAL" "TIMEOUT" "SOURCES;LIBS;ARGS" ${ARGN})
+  if(VOX_SANITIZE STREQUAL "thread" AND NOT arg_THREADED)
+    return()
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE vox_options ${arg_LIBS} GTest::gmock GTest::gtest_main)
+  set(properties TIMEOUT 120)
+  if(arg_TIMEOUT)
+    set(properties TIMEOUT ${arg_TIMEOUT})
+  endif()
+  if(arg_SERIAL)
+    list(APPEND properties RUN_SERIAL ON)
+  endif()
+  gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
+endfunction()
+
+# vox_add_fuzzer(NAME SOURCE [LIBS ...]): with VOX_BUILD_FUZZERS a libFuzzer program; otherwise the same source with a
+# plain main that replays fuzz/corpus/NAME as one ctest.
+function(vox_add_fuzzer name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  if(VOX_SANITIZE STREQUAL "thread")
+    return()
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE vox_options ${arg_LIBS})
+  if(VOX_BUILD_FUZZERS)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/fuzz/ReplayMain.cpp)
+  endif()
+  if(VOX_BUILD_FUZZERS)
+    add_test(NAME fuzz/${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/fuzz/corpus/${name})
+  else()
+    add_test(NAME fuzz/${name} COMMAND ${name} ${CMAKE_SOURCE_DIR}/fuzz/corpus/${name})
+  endif()
+  set_tests_properties(fuzz/${name} PROPERTIES TIMEOUT 120)
+endfunction()
+
+# vox_add_bench(NAME SOURCES... [LIBS ...]): one Google Benchmark program.
+function(vox_add_bench name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE vox_options ${arg_LIBS} benchmark::benchmark)
+endfunction()
+
+# vox_add_library declares the library's targets; the folders add their sources. vox_jbig_objs is the codec alone,
+# vox_objs the rest. From them come Vox::vox (shared, installed), vox_static for tests that look inside, and vox_jbig
+# for the virtual device.
+function(vox_add_library)
+  add_library(vox_jbig_objs OBJECT)
+  add_library(vox_objs OBJECT)
+  target_link_libraries(vox_jbig_objs PUBLIC vox_options)
+  target_link_libraries(vox_objs PUBLIC vox_options)
+
+  add_library(vox SHARED $<TARGET_OBJECTS:vox_jbig_objs> $<TARGET_OBJECTS:vox_objs>)
+  add_library(Vox::vox ALIAS vox)
+  set_target_properties(vox PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_link_libraries(vox PRIVATE vox_options)
+  target_include_directories(vox INTERFACE $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>
+                                           $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+
+  add_library(vox_jbig STATIC $<TARGET_OBJECTS:vox_jbig_objs>)
+  target_link_libraries(vox_jbig PUBLIC vox_options)
+  add_library(vox_static STATIC $<TARGET_OBJECTS:vox_objs>)
+  target_link_libraries(vox_static PUBLIC vox_options vox_jbig)
+endfunction()
