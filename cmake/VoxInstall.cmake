@@ -1,1 +1,17 @@
+# The install tree: libvox.so.1 with its headers under include/vox, the CMake package Vox (target Vox::vox) and
+# vox.pc. The programs install themselves in their folders.
 include(CMakePackageConfigHelpers)
+
+install(TARGETS vox EXPORT VoxTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(EXPORT VoxTargets NAMESPACE Vox:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/Source/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/platform/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox/platform
+        FILES_MATCHING PATTERN "*.h")
+
+configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/VoxConfig.cmake.in ${CMAKE_BINARY_DIR}/VoxConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/VoxConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+configure_file(${CMAKE_SOURCE_DIR}/cmake/vox.pc.in ${CMAKE_BINARY_DIR}/vox.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/VoxConfig.cmake ${CMAKE_BINARY_DIR}/VoxConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
+install(FILES ${CMAKE_BINARY_DIR}/vox.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

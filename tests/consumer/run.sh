@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# run.sh BUILD_DIR: installs BUILD_DIR into a folder of its own, builds the consumer project against it with
+# find_package and a one-line program with pkg-config, and runs both.
+set -euo pipefail
+build=$(readlink -f "$1")
+here=$(dirname "$(readlink -f "$0")")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
+cmake -G Ninja -S "$here" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/configure.log"
+cmake --build "$work/build" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
+"$work/build/consumer"
+
+libdir=$(dirname "$(find "$work/prefix" -name vox.pc)")/..
+flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --define-variable=prefix="$work/prefix" --cflags --libs vox)
+# shellcheck disable=SC2086  # the flags are words
+g++ -std=c++20 "$here/main.cpp" -o "$work/plain" $flags
+LD_LIBRARY_PATH="$libdir" "$work/plain"
