@@ -1,0 +1,58 @@
+// How shrinking shares the source positions 0..last among count target positions; widths and
+// lengths follow the same rule. With D = count - 1 and S = last, target o is centred at o / D * S,
+// its span ends half a step further, and source n weighs the more the nearer it lies: 0.5 less its
+// distance from the centre in target steps.
+//
+// Units: positions are pixels or lines, in single precision. Thread rule: pure values.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "vox/drivers/ScanParameters.h"
+
+namespace vox {
+
+class ShrinkSpans {
+ public:
+  // count targets from count_source sources; both are at least 1.
+  ShrinkSpans(std::uint32_t count, std::uint32_t count_source)
+      : m_fD(static_cast<float>(count - 1)),
+        m_fS(static_cast<float>(count_source - 1)),
+        m_dwLast(count_source - 1) {}
+
+  // right gives the last source position of target o. A single target (D is 0) takes all that is
+  // left, and a single source is position 0; both show as a place that is not below S.
+  std::uint32_t right(std::uint32_t o) const { return cut(static_cast<float>(o) + 0.5f); }
+
+  // left gives the first source position of target o, for targets that are not taken in order.
+  std::uint32_t left(std::uint32_t o) const {
+    return o == 0 ? 0 : cut(static_cast<float>(o) - 0.5f) + 1;
+  }
+
+  // weight may be negative by rounding, and is no number when there is one source only.
+  float weight(std::uint32_t n, std::uint32_t o) const {
+    const float d = static_cast<float>(n) / m_fS * m_fD - static_cast<float>(o);
+    return d < 0 ? d + 0.5f : 0.5f - d;
+  }
+
+ private:
+  std::uint32_t cut(float target) const {
+    const float place = target / m_fD * m_fS;
+    if (!(place < m_fS)) return m_dwLast;
+    return std::min(truncate32(place), m_dwLast);
+  }
+
+  float m_fD, m_fS;
+  std::uint32_t m_dwLast;
+};
+
+// byte_of_mean rounds a weighted mean of bytes to a byte. Weights that are rounded themselves may
+// carry it a little out of 0..255.
+inline unsigned char byte_of_mean(float mean) {
+  const float low = mean > 0.0f ? mean : 0.0f;
+  const float in_range = low < 255.0f ? low : 255.0f;
+  return static_cast<unsigned char>(static_cast<int>(in_range + 0.5f));
+}
+
+}  // namespace vox
