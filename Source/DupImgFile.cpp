@@ -37,8 +37,8 @@ CDupImgFile::~CDupImgFile() {
 
 // Another object may have replaced the file since; that one is then its own to remove.
 bool CDupImgFile::still_bears_name() const {
-  struct stat own {
-  }, named{};
+  struct stat own {};
+  struct stat named {};
   return m_file && ::fstat(m_file.Get(), &own) == 0 && ::lstat(m_path.c_str(), &named) == 0 &&
          own.st_dev == named.st_dev && own.st_ino == named.st_ino;
 }
@@ -82,7 +82,9 @@ bool CDupImgFile::Open() {
   if (m_pFile == nullptr) return false;
   m_dwLine = 0;
   const std::int64_t last = std::max<std::int64_t>(std::int64_t{m_dwNoOfLines} - 1, 0);
-  return position(last * m_dwLineBytes);
+  if (position(last * m_dwLineBytes)) return true;
+  std::fclose(std::exchange(m_pFile, nullptr));  // a pipe, say
+  return false;
 }
 
 bool CDupImgFile::Close() {

@@ -198,8 +198,10 @@ void VerticalStage::add(const unsigned char* line) {
 
 // Line 0 and the last line are taken as they are, whatever the weight of the line above them.
 void VerticalStage::add_blended(const unsigned char* line) {
-  if (m_mode == PASS || m_span.lower == 0 || m_span.lower == m_yExtent - 1) {
-    if (m_n == m_span.lower && m_bytes != 0) std::memcpy(m_target, line, m_bytes);
+  if (m_mode == PASS) {
+    copy(line, m_reduce ? m_grey.size() : m_bytes);
+  } else if (m_span.lower == 0 || m_span.lower == m_yExtent - 1) {
+    if (m_n == m_span.lower) copy(line, m_bytes);
   } else if (m_n == m_span.lower) {
     m_first = line;
   } else {
@@ -208,9 +210,13 @@ void VerticalStage::add_blended(const unsigned char* line) {
   }
 }
 
+void VerticalStage::copy(const unsigned char* line, std::size_t size) {
+  if (size != 0) std::memcpy(m_target, line, size);
+}
+
 void VerticalStage::add_shrunk(const unsigned char* line) {
   if (m_fTotal == 0) {
-    if (m_n == m_span.upper && m_bytes != 0) std::memcpy(m_target, line, m_bytes);
+    if (m_n == m_span.upper) copy(line, m_bytes);
     return;
   }
   const float weight = m_spans.weight(m_n, m_j);

@@ -117,6 +117,7 @@ class VerticalStage {
   float place(std::uint32_t j) const;
   void begin_shrink();
   void add_blended(const unsigned char* line);
+  void copy(const unsigned char* line, std::size_t size);
   void add_shrunk(const unsigned char* line);
 
   LINE_SIZES m_sizes;

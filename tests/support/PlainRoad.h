@@ -8,16 +8,15 @@
 #include <cstdint>
 #include <vector>
 
+#include "tests/support/PlainKernels.h"
 #include "vox/drivers/ScanRecords.h"
 
 namespace vox::test {
 
-using Line = std::vector<std::uint8_t>;
-
 // ClientLines turns device lines (info.Window.yExtent of them, in the order in which they enter the
 // line pipeline) into request.dwImageLength client lines of request.dwLineSize bytes. Device lines
 // that are too short for the trimmed width count as zeros there; client lines without a device line
-// are white.
+// are white; 1-bit lines that would have to be rescaled across are zeros.
 std::vector<Line> ClientLines(const tagTWSCANPARAM& request, const _SCANINFO& info,
                               const std::vector<Line>& device_lines);
 

@@ -42,6 +42,7 @@ _SCANINFO Prepared(const tagTWSCANPARAM& param, bool prescan = false) {
   return info;
 }
 
+// Fields of the packed record are compared as copies, hence the unary plus below.
 tagDVSCANPARAM Computed(const tagTWSCANPARAM& param) {
   tagDVSCANPARAM dv;
   std::memset(&dv, 0xA5, sizeof dv);
@@ -165,8 +166,8 @@ TEST(PrepareScan, PositionIsCutAndExtentsAreRounded) {
   EXPECT_EQ(info.Window.yPos, 7u);
   tagDVSCANPARAM dv{};
   compute_scan_param(dv, param, device);
-  EXPECT_EQ(dv.dwLeft, 8u) << "the same 7.5 pixels";
-  EXPECT_EQ(dv.dwTop, 8u);
+  EXPECT_EQ(+dv.dwLeft, 8u) << "the same 7.5 pixels";
+  EXPECT_EQ(+dv.dwTop, 8u);
 }
 
 TEST(PrepareScan, BrightnessAndContrastAreTheirPatterns) {
@@ -222,62 +223,62 @@ TEST(PrepareScan, DeviceThatReportedNothingGivesEmptyResolutions) {
   EXPECT_EQ(info.Window.xExtent, 0u);
   tagDVSCANPARAM dv{};
   compute_scan_param(dv, A4(300, 300), tagSCANDEVINFO{});
-  EXPECT_EQ(dv.dwImageWidth, 0u);
+  EXPECT_EQ(+dv.dwImageWidth, 0u);
   const float conversion = dv.fXResConv;
   EXPECT_EQ(conversion, kInfinity);
 }
 
 TEST(GetScanParam, WidthComesFromTheFrameAlways) {
   const tagDVSCANPARAM dv = Computed(A4(300, 300));
-  EXPECT_EQ(dv.dwXResolution, 300u);
-  EXPECT_EQ(dv.dwImageWidth, 2481u);
-  EXPECT_EQ(dv.dwImageLength, 2222u) << "the client's";
-  EXPECT_EQ(dv.dwRight, 2481u);
-  EXPECT_EQ(dv.dwBottom, 3507u);
+  EXPECT_EQ(+dv.dwXResolution, 300u);
+  EXPECT_EQ(+dv.dwImageWidth, 2481u);
+  EXPECT_EQ(+dv.dwImageLength, 2222u) << "the client's";
+  EXPECT_EQ(+dv.dwRight, 2481u);
+  EXPECT_EQ(+dv.dwBottom, 3507u);
 }
 
 TEST(GetScanParam, LengthComesFromTheFrameWhenOnlyYIsClamped) {
   const tagDVSCANPARAM dv = Computed(A4(300, 600));
-  EXPECT_EQ(dv.dwYResolution, 400u);
-  EXPECT_EQ(dv.dwImageLength, 4676u);
+  EXPECT_EQ(+dv.dwYResolution, 400u);
+  EXPECT_EQ(+dv.dwImageLength, 4676u);
 }
 
 TEST(GetScanParam, LengthTestCutsTheResolutionInsteadOfRounding) {
-  EXPECT_EQ(Computed(A4(300, 299.6f)).dwImageLength, 3507u) << "299 is not 300";
-  EXPECT_EQ(Computed(A4(300, 300.4f)).dwImageLength, 2222u);
+  EXPECT_EQ(+Computed(A4(300, 299.6f)).dwImageLength, 3507u) << "299 is not 300";
+  EXPECT_EQ(+Computed(A4(300, 300.4f)).dwImageLength, 2222u);
 }
 
 TEST(GetScanParam, PixelTypeFollowsTheClients) {
-  EXPECT_EQ(Computed(A4(300, 300, 8)).dwPixelType, 2u);
-  EXPECT_EQ(Computed(A4(300, 300, 24)).dwPixelType, 3u);
-  EXPECT_EQ(Computed(A4(300, 300, 1)).dwPixelType, 0u);
-  EXPECT_EQ(Computed(A4(150, 300, 1)).dwPixelType, 2u) << "converted: grey";
+  EXPECT_EQ(+Computed(A4(300, 300, 8)).dwPixelType, 2u);
+  EXPECT_EQ(+Computed(A4(300, 300, 24)).dwPixelType, 3u);
+  EXPECT_EQ(+Computed(A4(300, 300, 1)).dwPixelType, 0u);
+  EXPECT_EQ(+Computed(A4(150, 300, 1)).dwPixelType, 2u) << "converted: grey";
   tagTWSCANPARAM halftone = A4(150, 300, 1);
   halftone.wBitDepthReduction = 3;
-  EXPECT_EQ(Computed(halftone).dwPixelType, 1u);
+  EXPECT_EQ(+Computed(halftone).dwPixelType, 1u);
 }
 
 TEST(GetScanParam, OtherPixelTypeKeepsWhatWasThere) {
   tagTWSCANPARAM param = A4(300, 300);
   param.wPixelType = 3;
-  EXPECT_EQ(Computed(param).dwPixelType, 0xA5A5A5A5u);
+  EXPECT_EQ(+Computed(param).dwPixelType, 0xA5A5A5A5u);
 }
 
 TEST(GetScanParam, LineSizeCountsBits) {
-  EXPECT_EQ(Computed(A4(300, 300, 24)).dwLineSize, 2481u * 24);
-  EXPECT_EQ(Computed(A4(300, 300, 1)).dwLineSize, 2481u);
-  EXPECT_EQ(Computed(A4(150, 300, 1)).dwLineSize, 1654u * 8) << "bilevel by way of grey";
+  EXPECT_EQ(+Computed(A4(300, 300, 24)).dwLineSize, 2481u * 24);
+  EXPECT_EQ(+Computed(A4(300, 300, 1)).dwLineSize, 2481u);
+  EXPECT_EQ(+Computed(A4(150, 300, 1)).dwLineSize, 1654u * 8) << "bilevel by way of grey";
   tagTWSCANPARAM halftone = A4(150, 300, 1);
   halftone.wBitDepthReduction = 1;
-  EXPECT_EQ(Computed(halftone).dwLineSize, 1654u);
+  EXPECT_EQ(+Computed(halftone).dwLineSize, 1654u);
 }
 
 TEST(GetScanParam, RemainingSizeWraps) {
   const tagDVSCANPARAM dv = Computed(A4(600, 400, 24));
-  EXPECT_EQ(dv.dwRemainSize, dv.dwLineSize * dv.dwImageLength);
+  EXPECT_EQ(+dv.dwRemainSize, dv.dwLineSize * dv.dwImageLength);
   tagTWSCANPARAM huge = A4(600, 400, 24);
   huge.dwImageLength = 0x10000000;
-  EXPECT_EQ(Computed(huge).dwRemainSize,
+  EXPECT_EQ(+Computed(huge).dwRemainSize,
             static_cast<std::uint32_t>(std::uint64_t{4962} * 24 * 0x10000000));
 }
 
@@ -295,21 +296,21 @@ TEST(GetScanParam, ResetsTheTransferFieldsAndLeavesTheTransports) {
   param.fBrightness = -50;
   param.fContrast = -1000;
   const tagDVSCANPARAM dv = Computed(param);
-  EXPECT_EQ(dv.wPlaneOrder, 0);
-  EXPECT_EQ(dv.dwLineIndex, 0u);
-  EXPECT_EQ(dv.wNegative, 0);
-  EXPECT_EQ(dv.wMirror, 0);
-  EXPECT_EQ(dv.iLeftOfst, 0);
-  EXPECT_EQ(dv.wIsUserDefineSize, 1);
-  EXPECT_EQ(dv.nBrightness, -49);
-  EXPECT_EQ(dv.nContrast, -999);
-  EXPECT_EQ(dv.dwBufSize, 0xA5A5A5A5u);
-  EXPECT_EQ(dv.wADF, 0xA5A5);
-  EXPECT_EQ(dv.byThreshhold, 0xA5);
-  EXPECT_EQ(dv.dwLineBytes, 0xA5A5A5A5u);
-  EXPECT_EQ(dv.wXferMech, 0xA5A5);
-  EXPECT_EQ(dv.dwAngle, 0xA5A5A5A5u);
-  EXPECT_EQ(dv.byEncodeHeaderSize, 0xA5);
+  EXPECT_EQ(+dv.wPlaneOrder, 0);
+  EXPECT_EQ(+dv.dwLineIndex, 0u);
+  EXPECT_EQ(+dv.wNegative, 0);
+  EXPECT_EQ(+dv.wMirror, 0);
+  EXPECT_EQ(+dv.iLeftOfst, 0);
+  EXPECT_EQ(+dv.wIsUserDefineSize, 1);
+  EXPECT_EQ(+dv.nBrightness, -49);
+  EXPECT_EQ(+dv.nContrast, -999);
+  EXPECT_EQ(+dv.dwBufSize, 0xA5A5A5A5u);
+  EXPECT_EQ(+dv.wADF, 0xA5A5);
+  EXPECT_EQ(+dv.byThreshhold, 0xA5);
+  EXPECT_EQ(+dv.dwLineBytes, 0xA5A5A5A5u);
+  EXPECT_EQ(+dv.wXferMech, 0xA5A5);
+  EXPECT_EQ(+dv.dwAngle, 0xA5A5A5A5u);
+  EXPECT_EQ(+dv.byEncodeHeaderSize, 0xA5);
 }
 
 }  // namespace
