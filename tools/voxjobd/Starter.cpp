@@ -1,0 +1,192 @@
+#include "tools/voxjobd/Starter.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "vox/drivers/net/bonjour.h"
+#include "vox/platform/FileDescriptor.h"
+
+namespace vox {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kProgram[] = "voxjobd";
+constexpr int kBetweenLooksMs = 10;
+constexpr std::size_t kErrorTextLimit = 1'000;            // bytes kept of what the server says
+constexpr std::chrono::milliseconds kAfterItsEnd{1'000};  // for the server that was quicker
+
+// Knock connects to the server and leaves again, which also starts its idle time anew.
+bool Knock() {
+  unsigned short port = 0;
+  if (bonjour_resolve(kProgram, kScannerServiceType, &port) != 0) return false;
+  const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in place{};
+  place.sin_family = AF_INET;
+  place.sin_port = htons(port);
+  place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return socket &&
+         ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) == 0;
+}
+
+bool IsProgram(const std::filesystem::path& path) {
+  std::error_code ignored;
+  return std::filesystem::is_regular_file(path, ignored) && ::access(path.c_str(), X_OK) == 0;
+}
+
+std::string FindInPath() {
+  const char* path = ::secure_getenv("PATH");
+  std::string folders = path != nullptr ? path : "";
+  for (std::size_t begin = 0; begin < folders.size();) {
+    const std::size_t end = std::min(folders.find(':', begin), folders.size());
+    const std::filesystem::path folder = folders.substr(begin, end - begin);
+    if (folder.is_absolute() && IsProgram(folder / kProgram)) return folder / kProgram;
+    begin = end + 1;
+  }
+  return {};
+}
+
+// ---- the new process: nothing but async-signal-safe calls between fork and exec
+
+void WriteText(const char* text) {
+  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void BecomeServer(const char* program, char* const* arguments, int error_pipe) {
+  const int nothing = ::open("/dev/null", O_RDWR);
+  ::dup2(nothing, STDIN_FILENO);
+  ::dup2(nothing, STDOUT_FILENO);
+  ::dup2(error_pipe, STDERR_FILENO);
+  ::close_range(STDERR_FILENO + 1, ~0u, 0);
+  [[maybe_unused]] const int moved = ::chdir("/");
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::execv(program, arguments);
+  const char* reason = ::strerrordesc_np(errno);
+  WriteText("cannot run ");
+  WriteText(program);
+  WriteText(": ");
+  WriteText(reason != nullptr ? reason : "unknown error");
+}
+
+// The child in between ends at once, so that the server is nobody's child: it leaves no zombie
+// behind in a program that runs for days.
+bool Launch(const std::string& program, std::vector<std::string> arguments, int error_pipe) {
+  arguments.insert(arguments.begin(), {program, "--exit-when-idle"});
+  std::vector<char*> pointers;
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  const pid_t child = ::fork();
+  if (child < 0) return false;
+  if (child == 0) {
+    ::setsid();
+    const pid_t server = ::fork();
+    if (server != 0) ::_exit(server < 0 ? 1 : 0);
+    BecomeServer(program.c_str(), pointers.data(), error_pipe);
+    ::_exit(127);
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return true;  // the host program collects its children itself
+  }
+  return status == 0;
+}
+
+// ---- the server that this call has started
+
+class StartedServer {
+ public:
+  static std::optional<StartedServer> Start(const std::string& program,
+                                            const std::vector<std::string>& arguments) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return std::nullopt;
+    StartedServer server{FileDescriptor(ends[0])};
+    const FileDescriptor write_end(ends[1]);
+    if (!Launch(program, arguments, write_end.Get())) return std::nullopt;
+    return server;
+  }
+
+  bool HasEnded() const { return ended_; }
+  const std::string& LastWords() const { return text_; }
+
+  // Watch waits for a moment and takes in what the server writes to its standard error.
+  void Watch() {
+    pollfd entry{ended_ ? -1 : errors_.Get(), POLLIN, 0};
+    if (::poll(&entry, 1, kBetweenLooksMs) != 1) return;
+    char buffer[256];
+    const ssize_t got = ::read(errors_.Get(), buffer, sizeof buffer);
+    if (got == 0) ended_ = true;
+    if (got <= 0) return;
+    const std::size_t room = kErrorTextLimit - std::min(kErrorTextLimit, text_.size());
+    text_.append(buffer, std::min(room, static_cast<std::size_t>(got)));
+  }
+
+ private:
+  explicit StartedServer(FileDescriptor errors) : errors_(std::move(errors)) {}
+
+  FileDescriptor errors_;  // closed at the other end when the server ends
+  std::string text_;
+  bool ended_ = false;
+};
+
+JobServerPresence Failed(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  return {.running = false, .started = false, .error = std::move(text)};
+}
+
+JobServerPresence AwaitServer(StartedServer server, Clock::time_point deadline) {
+  while (!Knock()) {
+    const bool had_ended = server.HasEnded();
+    server.Watch();
+    // Another starter's server may hold the lock and not have written its port yet.
+    if (server.HasEnded() && !had_ended) deadline = std::min(deadline, Clock::now() + kAfterItsEnd);
+    if (Clock::now() < deadline) continue;
+    if (server.HasEnded() && !server.LastWords().empty()) return Failed(server.LastWords());
+    return Failed(std::string(kProgram) + " was started but cannot be reached");
+  }
+  return {.running = true, .started = !server.HasEnded(), .error = {}};
+}
+
+}  // namespace
+
+std::string FindJobServer() {
+  std::error_code error;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error) {
+    const auto folder = self.parent_path();
+    if (IsProgram(folder / kProgram)) return folder / kProgram;
+    // The build tree has a folder for each program.
+    const auto neighbour = folder.parent_path() / kProgram / kProgram;
+    if (IsProgram(neighbour)) return neighbour;
+  }
+  const auto installed = std::filesystem::path(VOX_INSTALL_BINDIR) / kProgram;
+  return IsProgram(installed) ? installed.string() : FindInPath();
+}
+
+JobServerPresence EnsureJobServer(const JobServerStarterOptions& options) {
+  if (Knock()) return {.running = true, .started = false, .error = {}};
+  const Clock::time_point deadline = Clock::now() + options.patience;
+  const std::string program = options.program.empty() ? FindJobServer() : options.program;
+  if (program.empty()) return Failed("voxjobd is not installed: network scans need it");
+  auto server = StartedServer::Start(program, options.arguments);
+  if (!server) return Failed("no process can be made for " + program);
+  return AwaitServer(std::move(*server), deadline);
+}
+
+}  // namespace vox

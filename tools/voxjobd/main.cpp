@@ -1,0 +1,90 @@
+// voxjobd: the job server as a program. It stays in the foreground and ends on SIGTERM, SIGINT or
+// SIGHUP, or when it is idle and was asked to.
+#include <csignal>
+#include <cstdio>
+
+#include <sys/resource.h>
+#include <CLI/CLI.hpp>
+
+#include "tools/voxjobd/JobServer.h"
+
+namespace vox {
+namespace {
+
+constexpr int kUsageError = 64;
+
+JobServer* running_server = nullptr;  // for the signal handler; set before it is installed
+
+void OnStopSignal(int /*signal*/) {
+  running_server->RequestStop();
+}
+
+void ListenToSignals(JobServer& server) {
+  running_server = &server;
+  struct sigaction action {};
+  action.sa_handler = OnStopSignal;
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(signal, &action, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+}
+
+// 256 relays need two descriptors each; the usual soft limit of 1,024 leaves too few for the rest.
+void RaiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// The exit statuses are those of SANE where they fit: 3 busy, 9 I/O error, 11 no permission.
+int StatusOf(JobServer::Failure failure) {
+  switch (failure) {
+    case JobServer::Failure::kNone:
+      return 0;
+    case JobServer::Failure::kRunsAlready:
+      return 1;
+    case JobServer::Failure::kPortInUse:
+      return 3;
+    case JobServer::Failure::kPermission:
+      return 11;
+    case JobServer::Failure::kOther:
+      break;
+  }
+  return 9;
+}
+
+int Serve(const JobServerOptions& options) {
+  RaiseDescriptorLimit();
+  JobServer server;
+  if (!server.Open(options)) {
+    std::fprintf(stderr, "voxjobd: %s\n", server.Error().c_str());
+    return StatusOf(server.FailureKind());
+  }
+  ListenToSignals(server);
+  if (options.device_port == 0) {
+    std::printf("device port %d\n", server.Ports().device);
+    std::fflush(stdout);
+  }
+  server.Run();
+  return 0;
+}
+
+}  // namespace
+}  // namespace vox
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "The job server of Vox: brings network scans and the devices that answer them together."};
+  vox::JobServerOptions options;
+  app.set_version_flag("--version", "voxjobd " VOX_VERSION);
+  app.add_option("--device-port", options.device_port,
+                 "TCP port that devices connect to; 0 takes a free one and prints it")
+      ->capture_default_str();
+  app.add_flag("--exit-when-idle", options.exit_when_idle,
+               "End after 10 seconds without a registration or connection");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : vox::kUsageError;
+  }
+  return vox::Serve(options);
+}
