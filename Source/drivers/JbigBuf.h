@@ -123,6 +123,9 @@ class VOX_EXPORT CJbigDataCtrl {
   int SearchNextHeader(const BYTE* pData, int nDataSize) const;
   void SetCodecParameter(CODECCSTR* pCodec, BYTE* pCBuff, BYTE* pIBuff,
                          const tagJBIGSCANDATAHEADER* pHeader, const CJbigTmpBuf* pTmpBuf) const;
+  tagJBIGSCANDATAHEADER gathered_header() const;
+  void gather(const BYTE* from, DWORD length, std::uint64_t needed);
+  int decode(const tagJBIGSCANDATAHEADER& header) const;
 
   std::int8_t m_bFirstHeader = 1;                  // until the first header has been accepted
   tagJBIGSCANDATAHEADER m_JbigDataHeaderBackup{};  // that first header

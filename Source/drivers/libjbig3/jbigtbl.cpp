@@ -1,5 +1,7 @@
 #include "vox/drivers/libjbig3/jbigtbl.h"
 
+#include "vox/drivers/libjbig3/jbigpack.h"
+
 namespace vox {
 namespace {
 
@@ -79,7 +81,36 @@ constexpr std::array<JBIGTBL, kJbigStates> JbigTbl = {
 };
 
 constexpr std::array<BYTE, 256> LSBMSB = reversed_bytes();
-
 constexpr std::array<WORD, 512> CXsetup2 = next_contexts();
+
+namespace {
+
+constexpr const JBIGTBL& state_row(unsigned index) {
+  return JbigTbl[index / 2 < kJbigStates ? index / 2 : 0];
+}
+
+constexpr DWORD word_of(unsigned state, unsigned mps) {
+  return DWORD{JbigTbl[state].LSZ} << 16 | state << 6 | mps << 5;
+}
+
+constexpr std::array<DWORD, 256> all_words() {
+  std::array<DWORD, 256> words{};
+  for (unsigned i = 0; i < 256; ++i) words[i] = word_of(i / 2 < kJbigStates ? i / 2 : 0, i & 1);
+  return words;
+}
+
+constexpr CXNEXT all_successors() {
+  CXNEXT next{};
+  for (unsigned i = 0; i < 256; ++i) {
+    next.mps[i] = word_of(state_row(i).NMPS, i & 1);
+    next.lps[i] = word_of(state_row(i).NLPS, (i & 1) ^ state_row(i).SWTCH);
+  }
+  return next;
+}
+
+}  // namespace
+
+constexpr std::array<DWORD, 256> JbigWord = all_words();
+constexpr CXNEXT JbigNext = all_successors();
 
 }  // namespace vox

@@ -24,7 +24,7 @@ VOX_EXPORT int CMP_JBIG3(CODECCSTR* codec);
 VOX_EXPORT void init_jbig_c(BYTEW* work);
 
 // cmp_line returns 1 when the lines differ within ImageWidth pixels, else 0.
-VOX_EXPORT int cmp_line(CODECCSTR* codec, BYTE* src, BYTE* dst);
+VOX_EXPORT int cmp_line(CODECCSTR* codec, const BYTE* src, const BYTE* dst);
 
 // Byte_out moves the top byte of C, and a carry, on to the output (T.82 BYTEOUT); the shifts until
 // the next byte are 8 again. Returns: 0. (-1, a cut of the image, does not occur: see nag_ct.)

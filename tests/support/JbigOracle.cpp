@@ -1,0 +1,273 @@
+#include "tests/support/JbigOracle.h"
+
+#include "vox/drivers/libjbig3/jbigtbl.h"
+
+namespace vox::test {
+
+JbigOracle::JbigOracle(const JbigShape& image, const std::uint8_t* data, std::size_t size)
+    : image_(image), data_(data), size_(size) {
+  StartStripe();
+  if (image_.height == 0)
+    status_ = 192;
+  else if (image_.strip == 0)
+    status_ = 201;
+}
+
+// ---- 6.8.3, the arithmetic decoder
+
+void JbigOracle::InitDec() {
+  registers_.c = 0;
+  for (int shift = 24; shift >= 8; shift -= 8) {
+    ByteIn();
+    registers_.c |= std::uint32_t{registers_.last_byte} << shift;
+  }
+  registers_.ct = 8;
+  registers_.a = 0x10000;
+}
+
+int JbigOracle::Decode(Context& context) {
+  const std::uint32_t lsz = JbigTbl[static_cast<std::size_t>(context.st)].LSZ;
+  int pixel = 0;
+  registers_.a -= lsz;
+  if ((registers_.c >> 16) < registers_.a) {
+    if (registers_.a >= 0x8000) return context.mps;
+    pixel = MpsExchange(context);
+  } else {
+    registers_.c -= registers_.a << 16;
+    pixel = LpsExchange(context);
+    registers_.a = lsz;
+  }
+  RenormD();
+  return pixel;
+}
+
+int JbigOracle::LpsExchange(Context& context) {
+  const JBIGTBL& row = JbigTbl[static_cast<std::size_t>(context.st)];
+  if (registers_.a < row.LSZ) {
+    context.st = row.NMPS;
+    return context.mps;
+  }
+  const int pixel = 1 - context.mps;
+  if (row.SWTCH == 1) context.mps = 1 - context.mps;
+  context.st = row.NLPS;
+  return pixel;
+}
+
+int JbigOracle::MpsExchange(Context& context) {
+  const JBIGTBL& row = JbigTbl[static_cast<std::size_t>(context.st)];
+  if (registers_.a >= row.LSZ) {
+    context.st = row.NMPS;
+    return context.mps;
+  }
+  const int pixel = 1 - context.mps;
+  if (row.SWTCH == 1) context.mps = 1 - context.mps;
+  context.st = row.NLPS;
+  return pixel;
+}
+
+void JbigOracle::RenormD() {
+  do {
+    if (registers_.ct == 0) {
+      ByteIn();
+      registers_.c += std::uint32_t{registers_.last_byte} << 8;
+      registers_.ct = 8;
+    }
+    registers_.a *= 2;
+    registers_.c *= 2;
+    registers_.ct -= 1;
+  } while (registers_.a < 0x8000);
+}
+
+void JbigOracle::ByteIn() {
+  int byte = 0;
+  if (!stripe_ended_ && !at_end_) {
+    if (image_.vlength && registers_.prefix_taken) {
+      registers_.prefix_taken = false;
+      byte = Marker();
+    } else {
+      byte = Take();
+      if (byte == 0xFF) byte = Marker();
+    }
+  }
+  registers_.last_byte = static_cast<std::uint8_t>(byte);
+}
+
+// ---- 6.2.6, coded bytes and markers
+
+int JbigOracle::Peek(std::size_t distance) const {
+  if (at_end_ || size_ - registers_.taken <= distance) return -1;
+  const int byte = data_[registers_.taken + distance];
+  if (image_.msb_first) return byte;
+  int reversed = 0;
+  for (int bit = 0; bit < 8; ++bit)
+    if (byte & (1 << bit)) reversed |= 0x80 >> bit;
+  return reversed;
+}
+
+int JbigOracle::Take() {
+  const int byte = Peek(0);
+  if (byte < 0) {
+    at_end_ = true;
+    return 0;
+  }
+  ++registers_.taken;
+  return byte;
+}
+
+std::uint32_t JbigOracle::TakeFour() {
+  std::uint32_t value = 0;
+  for (int i = 0; i < 4; ++i) value = value * 256 + static_cast<std::uint32_t>(Take());
+  return value;
+}
+
+// Acts on the marker whose 0xFF has been read and returns the data byte to deliver.
+int JbigOracle::Marker() {
+  const int code = Take();
+  if (code == 0x00) return 0xFF;       // STUFF
+  if (code == 0x02 || code == 0x03) {  // SDNORM, SDRST
+    if (code == 0x03) reset_ = true;
+    StripeEnd();
+    return 0;
+  }
+  if (code == 0x04) {  // ABORT
+    at_end_ = reset_ = stripe_ended_ = true;
+    return 0;
+  }
+  if (code == 0x05) newlen_ = TakeFour();
+  if (code == 0x06) AtMove();
+  if (code == 0x07) {  // COMMENT
+    for (std::uint32_t left = TakeFour(); left > 0 && !at_end_; --left) Take();
+  }
+  const int next = Take();
+  return next == 0xFF ? Marker() : next;
+}
+
+void JbigOracle::AtMove() {
+  at_line_ = TakeFour();
+  waiting_tx_ = Take();
+  Take();  // ty
+  at_moved_ = at_moved_ || at_waits_;
+  at_waits_ = true;
+  if (waiting_tx_ >= 128) error_ = true;
+}
+
+void JbigOracle::StripeEnd() {
+  stripe_ended_ = true;
+  if (image_.vlength) LookForNewlen();
+}
+
+// A 0xFF that is the very last byte is used up by the look.
+void JbigOracle::LookForNewlen() {
+  if (Peek(0) == 0xFF && Peek(1) == 0x05) {
+    registers_.taken += 2;
+    newlen_ = TakeFour();
+    return;
+  }
+  if (Peek(0) == 0xFF && Peek(1) < 0) {
+    Take();
+    at_end_ = true;
+  }
+  if (image_.strip == 0xFFFFFFFF) error_ = true;
+}
+
+// ---- lines
+
+void JbigOracle::StartStripe() {
+  const std::size_t bytes = (image_.width + 7) / 8;
+  if (reset_) {
+    above_.assign(bytes, 0);
+    above2_.assign(bytes, 0);
+    contexts_.fill({});
+    waiting_tx_ = tx_ = 0;
+    at_line_ = 0;
+    lntp_ = 1;
+    at_waits_ = at_moved_ = reset_ = false;
+  }
+  stripe_ended_ = error_ = false;
+  InitDec();
+  line_in_stripe_ = 0;
+}
+
+bool JbigOracle::NextStripe() {
+  if (!stripe_ended_) ByteIn();
+  if (!stripe_ended_) return false;
+  StartStripe();
+  return true;
+}
+
+bool JbigOracle::IsTypical() {
+  if (!image_.tp) return false;
+  const int sltp = Decode(contexts_[0x0E5]);
+  lntp_ = sltp == lntp_ ? 1 : 0;
+  return lntp_ == 0;
+}
+
+int JbigOracle::Pixel(int x, int lines_above) const {
+  if (x < 0 || x >= static_cast<int>(image_.width)) return 0;
+  const auto& line = lines_above == 0 ? current_ : lines_above == 1 ? above_ : above2_;
+  return line[static_cast<std::size_t>(x / 8)] >> (7 - x % 8) & 1;
+}
+
+// The ten pixels of a context, most significant bit first: how far to the right, how many lines up.
+struct Place {
+  int dx, up;
+};
+constexpr Place kAt = {2, 1};  // where the AT pixel is unless it is moved
+constexpr Place kThreeLines[10] = {{-1, 2}, {0, 2}, {1, 2}, {-2, 1}, {-1, 1},
+                                   {0, 1},  {1, 1}, kAt,    {-2, 0}, {-1, 0}};
+constexpr Place kTwoLines[10] = {{-3, 1}, {-4, 0}, {-3, 0}, {-2, 1}, {-1, 1},
+                                 {0, 1},  {1, 1},  kAt,     {-2, 0}, {-1, 0}};
+
+int JbigOracle::ContextOf(int x) const {
+  int context = 0;
+  for (int i = 0; i < 10; ++i) {
+    Place place = image_.lines == 2 ? kTwoLines[i] : kThreeLines[i];
+    if (i == 7 && at_moved_ && tx_ > 0) place = {-tx_, 0};
+    context = context * 2 + Pixel(x + place.dx, place.up);
+  }
+  return context;
+}
+
+void JbigOracle::Pixels() {
+  for (int x = 0; x < static_cast<int>(image_.width); ++x) {
+    const int pixel = Decode(contexts_[static_cast<std::size_t>(ContextOf(x))]);
+    if (pixel)
+      current_[static_cast<std::size_t>(x / 8)] |= static_cast<std::uint8_t>(0x80 >> x % 8);
+  }
+}
+
+bool JbigOracle::Line() {
+  if (status_ != 0) return false;
+  if (line_in_stripe_ >= image_.strip && !NextStripe()) {
+    status_ = 201;
+    return false;
+  }
+  if (at_waits_ && line_in_stripe_ == at_line_) {
+    tx_ = waiting_tx_;
+    at_waits_ = false;
+    at_moved_ = tx_ != 0;
+  }
+  current_.assign((image_.width + 7) / 8, 0);
+  if (IsTypical())
+    current_ = above_;
+  else
+    Pixels();
+  if (error_) {
+    status_ = 201;
+    return false;
+  }
+  ++line_in_stripe_;
+  lines_.push_back(current_);
+  above2_ = above_;
+  above_ = current_;
+  const auto count = static_cast<std::uint32_t>(lines_.size());
+  if (count == image_.height) {
+    status_ = 192;
+  } else if (image_.vlength && count >= newlen_) {
+    excess_ = count - newlen_;
+    status_ = 192;
+  }
+  return true;
+}
+
+}  // namespace vox::test
