@@ -9,6 +9,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 
 #include "vox/drivers/ScanRecords.h"
 #include "vox/platform/Export.h"
@@ -16,6 +18,12 @@
 namespace vox {
 
 class CTwainImageIF;
+
+// LineBuffer owns one line; lines are made with malloc or calloc.
+struct LineFree {
+  void operator()(unsigned char* line) const { std::free(line); }
+};
+using LineBuffer = std::unique_ptr<unsigned char, LineFree>;
 
 // __DataContainer: one table of lines, for device lines (ScanData) or for client lines (UserData).
 struct __DataContainer {

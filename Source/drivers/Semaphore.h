@@ -28,6 +28,9 @@ class VOX_EXPORT Semaphore {
   void Down();   // waits while the count is 0, then takes one
   void Reset();  // the count becomes 0: what an earlier page raised is forgotten
 
+  // UpIfNever is Up unless it was raised since Reset already, whether or not that was taken since.
+  void UpIfNever();
+
   std::uint32_t Value();    // the count now
   std::uint32_t Waiters();  // threads inside Down now that wait
 
@@ -35,6 +38,7 @@ class VOX_EXPORT Semaphore {
   std::uint32_t m_value = 0;  // count, guarded by m_mutex
   pthread_mutex_t m_mutex;    // plain POSIX objects: a busy one can be left alone
   pthread_cond_t m_cond;
+  bool m_raised = false;        // Up since Reset, guarded by m_mutex
   std::uint32_t m_waiters = 0;  // threads in pthread_cond_wait, guarded by m_mutex
 };
 

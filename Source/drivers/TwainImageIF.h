@@ -237,12 +237,57 @@ class VOX_EXPORT CTwainImageIF {
   friend void imageprocY_thread(__ImageProc* proc);
   friend struct ScanSession;
 
+  // Client side: called with m_life held.
+  bool begin_page() VOX_REQUIRES(m_life);
+  bool start_page() VOX_REQUIRES(m_life);
+  bool make_session(std::int32_t semid) VOX_REQUIRES(m_life);
+  bool start_threads() VOX_REQUIRES(m_life);
+  void set_transfer_terms(bool bPrescan) VOX_REQUIRES(m_life);
+  bool fail_start(std::uint32_t status) VOX_REQUIRES(m_life);
+  void end_page() VOX_REQUIRES(m_life);
+  void free_lines() VOX_REQUIRES(m_life);
+  void join_rescalers() VOX_REQUIRES(m_life);
+  void drop_session() VOX_REQUIRES(m_life);
+  bool lines_given() const VOX_REQUIRES(data_mutex);
+  int hand_out_line(unsigned char* pBuf, std::int32_t semid) VOX_EXCLUDES(data_mutex);
+  int fail_line(std::uint32_t status);
+  bool fail_status(std::uint32_t status);
+
+  // Any thread.
+  void request_stop(PageStopLevel level) VOX_EXCLUDES(m_ka);
+  void remove_set() VOX_EXCLUDES(m_ka);
+
+  // Worker side: the reader's page.
+  struct FILE_LINE {
+    bool last;             // no line follows
+    std::uint16_t result;  // of GetImageFile, when it is the last
+  };
+  bool fill_image_file();
+  void replay_standby();
+  bool read_line(std::uint32_t i, bool from_file);
+  bool announce_line(std::uint32_t i, LineBuffer line);
+  FILE_LINE keep_line(std::uint32_t i, unsigned char* line, std::uint32_t line_bytes);
+  const tagTWSCANPARAM& request() const;  // of the page, or the last one prepared; likewise below
+  const _SCANINFO& block() const;
+
+  // Worker side.
+  bool await_gate() VOX_EXCLUDES(m_ka);
+  void open_gate(bool run) VOX_EXCLUDES(m_ka);
+  void settle() VOX_EXCLUDES(m_ka);
+  void await_settled() VOX_EXCLUDES(m_ka);
+  void keep_alive() VOX_EXCLUDES(m_ka);
+  bool stays_awake() const VOX_REQUIRES(m_ka);
+  static void* reader_body(void* session);
+  static void* horizontal_body(void* session);
+  static void* vertical_body(void* session);
+
   bool32 m_scanning VOX_GUARDED_BY(m_life) = 0;  // started and not yet ended
   std::unique_ptr<CDupImgFile> m_pImgFile;       // the reader's, while a page runs
   std::atomic<std::int32_t> m_iScannedLines{0};  // line index that GetImageFile wrote last
-  pthread_t pth VOX_GUARDED_BY(m_life) = 0;      // reader, 0 none; likewise the two below
-  pthread_t ipxpth VOX_GUARDED_BY(m_life) = 0;   // horizontal
-  pthread_t ipypth VOX_GUARDED_BY(m_life) = 0;   // vertical
+  double m_fStandby = 0;  // the reader's: seconds since 1970 of the replay's last standby command
+  pthread_t pth VOX_GUARDED_BY(m_life) = 0;     // reader, 0 none; likewise the two below
+  pthread_t ipxpth VOX_GUARDED_BY(m_life) = 0;  // horizontal
+  pthread_t ipypth VOX_GUARDED_BY(m_life) = 0;  // vertical
 
   // m_life makes the client operations exclude each other; no worker ever takes it.
   Mutex m_life;
@@ -251,10 +296,14 @@ class VOX_EXPORT CTwainImageIF {
                                             // page read it freely, since it outlives them
 
   // m_ka guards what sleeping workers watch; m_wake is notified on every change of it.
+  enum GATE { GATE_CLOSED, GATE_RUN, GATE_CANCELLED };
   Mutex m_ka;
   Condition m_wake;
-  bool m_kaStop VOX_GUARDED_BY(m_ka) = false;  // no keep-alive any more
-  std::atomic<int> m_stop{PAGE_RUN};           // PageStopLevel; changed under m_ka
+  GATE m_gate VOX_GUARDED_BY(m_ka) = GATE_CLOSED;  // holds new threads until all are there
+  bool m_settled VOX_GUARDED_BY(m_ka) = false;     // the reader is past the page; what is left is
+                                                   // the keep-alive
+  bool m_kaStop VOX_GUARDED_BY(m_ka) = false;      // no keep-alive any more
+  std::atomic<int> m_stop{PAGE_RUN};               // PageStopLevel; changed under m_ka
 
   mutable Mutex m_job_mutex;
 };

@@ -1,0 +1,497 @@
+// The line pipeline as a client sees it: whole pages against plain single-threaded code, its edges,
+// and what becomes of a page when a stage fails.
+#include "vox/drivers/LinePipeline.h"
+
+#include <csignal>
+#include <new>
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/time.h>
+
+#include "tests/unit/session/SessionTest.h"
+#include "vox/drivers/LineLead.h"
+#include "vox/drivers/SemaphoreSet.h"
+
+namespace vox::test {
+namespace {
+
+// Names the first line that differs, in place of two whole pages.
+testing::AssertionResult SamePage(const std::vector<Line>& page, const std::vector<Line>& rules) {
+  if (page.size() != rules.size()) {
+    return testing::AssertionFailure() << page.size() << " lines, not " << rules.size();
+  }
+  for (std::size_t j = 0; j < page.size(); ++j) {
+    if (page[j] != rules[j]) {
+      return testing::AssertionFailure()
+             << "line " << j << " is " << testing::PrintToString(page[j]) << ", not "
+             << testing::PrintToString(rules[j]);
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
+class PipelineTest : public SessionTest {
+ protected:
+  // Scans the whole page and ends it.
+  std::vector<Line> Scan(const PageShape& shape) {
+    EXPECT_TRUE(Start(shape));
+    std::vector<Line> page = device_->ReadPage(shape.length);
+    EXPECT_TRUE(device_->EndScan());
+    return page;
+  }
+  // Scans a page that ends early, for whatever reason, and gives the status.
+  std::uint32_t ScanThatFails(const PageShape& shape) {
+    EXPECT_TRUE(Start(shape));
+    EXPECT_LT(device_->ReadPage(shape.length).size(), shape.length);
+    Line line(device_->rParam.dwLineSize);
+    EXPECT_EQ(device_->ReadLine(line.data()), 1);
+    EXPECT_TRUE(device_->EndScan());
+    return device_->GetIfErrorStatus();
+  }
+};
+
+struct ShapeCase {
+  const char* name;
+  unsigned bits;
+  std::uint32_t width, length;
+  float resolution_x, resolution_y;
+  std::uint32_t margin;       // device pixels
+  std::uint16_t plane_order;  // of colour
+};
+
+// The device ranges from 200 to 600 dpi.
+const ShapeCase kShapes[] = {
+    {"BilevelInRange", 1, 70, 50, 300, 300, 0, 0},
+    {"BilevelMarginOfBits", 1, 61, 20, 300, 300, 11, 0},
+    {"BilevelMarginOfBytes", 1, 64, 20, 300, 300, 16, 0},
+    {"BilevelBelowRange", 1, 45, 60, 100, 100, 0, 0},
+    {"BilevelAboveRange", 1, 90, 121, 1200, 1200, 5, 0},
+    {"BilevelOnlyYClamped", 1, 40, 60, 300, 150, 0, 0},
+    {"GreyInRange", 8, 33, 47, 300, 300, 0, 0},
+    {"GreyWithMargin", 8, 33, 47, 300, 300, 7, 0},
+    {"GreyBelowRange", 8, 33, 47, 150, 150, 0, 0},
+    {"GreyAboveRange", 8, 130, 90, 900, 900, 3, 0},
+    {"GreyShrunkAcrossEnlargedDown", 8, 50, 90, 100, 1200, 0, 0},
+    {"GreyEnlargedAcrossShrunkDown", 8, 90, 50, 1200, 100, 0, 0},
+    {"ColourInRange", 24, 21, 33, 300, 300, 0, 0},
+    {"ColourWithMargin", 24, 21, 33, 300, 300, 4, 0},
+    {"ColourOrder1", 24, 21, 33, 300, 300, 4, 1},
+    {"ColourOrder2", 24, 21, 33, 300, 300, 0, 2},
+    {"ColourOrder3", 24, 21, 33, 300, 300, 0, 3},
+    {"ColourOrder4", 24, 21, 33, 300, 300, 0, 4},
+    {"ColourOrder5BelowRange", 24, 21, 33, 75, 75, 0, 5},
+    {"ColourOrder6IsNone", 24, 21, 33, 300, 300, 0, 6},
+    {"ColourAboveRange", 24, 64, 70, 1000, 1000, 0, 0},
+};
+
+class PageByTheRulesTest : public PipelineTest, public testing::WithParamInterface<ShapeCase> {};
+
+TEST_P(PageByTheRulesTest, EveryLineIsWhatPlainCodeMakes) {
+  const ShapeCase& test = GetParam();
+  device_->Ranges(200, 600).Answers([&test](_SCANINFO& info) {
+    info.dwLeftCutMargin = test.margin;
+    info.Window.xExtent += test.margin + 16;  // the device adds its margins
+  });
+  const PageShape shape{test.bits, test.width, test.length, test.resolution_x, test.resolution_y};
+  tagTWSCANPARAM request = RequestFor(shape);
+  request.wPlaneOrder = test.plane_order;
+  ASSERT_TRUE(device_->Prepare(request));
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_TRUE(SamePage(device_->ReadPage(test.length), device_->PageByTheRules()));
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, PageByTheRulesTest, testing::ValuesIn(kShapes),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(PipelineTest, BilevelBelowTheRangeIsPackedAtThreshold170) {
+  device_->Ranges(200, 600);
+  const PageShape shape{1, 20, 10, 100, 100};
+  const std::vector<Line> page = Scan(shape);
+  EXPECT_EQ(device_->GetScanningDataType(), 2u);
+  ASSERT_EQ(page.size(), 10u);
+  EXPECT_EQ(page[0].size(), 3u);
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
+}
+
+TEST_F(PipelineTest, EnlargedBy2ClientLine1IsDeviceLine0) {
+  device_->Ranges(75, 150);
+  const PageShape shape{8, 40, 200, 150, 300};
+  ASSERT_TRUE(device_->Prepare(shape));
+  device_->Answers([](_SCANINFO& info) { info.Window.yExtent = 100; });
+  ASSERT_TRUE(device_->StartScan(false));
+  const std::vector<Line> page = device_->ReadPage(200);
+  ASSERT_EQ(page.size(), 200u);
+  EXPECT_EQ(page[1], device_->DeviceLines()[0]);
+  EXPECT_EQ(page[2], device_->DeviceLines()[0]);
+  EXPECT_NE(page[3], device_->DeviceLines()[1]);  // the first blend
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
+  device_->EndScan();
+}
+
+TEST_F(PipelineTest, Width9PacksInto2BytesWith7ZeroBits) {
+  device_->Ranges(200, 600).Answers([](_SCANINFO& info) { info.DitherPattern = 1; });
+  const std::vector<Line> page = Scan({1, 9, 12, 100, 100});
+  ASSERT_EQ(page.size(), 12u);
+  for (const Line& line : page) {
+    ASSERT_EQ(line.size(), 2u);
+    EXPECT_EQ(line[1] & 0x7F, 0);
+  }
+}
+
+TEST_F(PipelineTest, TableOfRequestsThatAskForMoreLinesThanTheDeviceSends) {
+  device_->Answers([](_SCANINFO& info) { info.Window.yExtent = 37; });
+  const std::vector<Line> page = Scan(SmallPage());
+  ASSERT_EQ(page.size(), 40u);
+  EXPECT_EQ(page[36], device_->DeviceLines()[36]);
+  for (std::size_t j = 37; j < 40; ++j) EXPECT_EQ(page[j], Line(30, 0xFF)) << j;
+}
+
+TEST_F(PipelineTest, OneClientLine) {
+  PageShape shape = SmallPage();
+  shape.length = 1;
+  EXPECT_EQ(Scan(shape).size(), 1u);
+}
+
+TEST_F(PipelineTest, AllDeviceLinesShrunkToOne) {
+  device_->Ranges(300, 600).Answers([](_SCANINFO& info) { info.Window.yExtent = 500; });
+  const std::vector<Line> page = Scan({8, 30, 1, 300, 150});
+  ASSERT_EQ(page.size(), 1u);
+  // With one client line every device line weighs the same.
+  for (std::size_t k = 0; k < 30; ++k) {
+    double sum = 0;
+    for (const Line& line : device_->DeviceLines()) sum += line[k];
+    EXPECT_NEAR(page[0][k], sum / 500, 1.0) << k;
+  }
+}
+
+TEST_F(PipelineTest, OneDeviceLineEnlargedTo5) {
+  device_->Ranges(75, 150).Answers([](_SCANINFO& info) { info.Window.yExtent = 1; });
+  const std::vector<Line> page = Scan({8, 30, 5, 150, 300});
+  EXPECT_EQ(page, std::vector<Line>(5, device_->DeviceLines()[0]));
+}
+
+TEST_F(PipelineTest, NoDeviceLinesMakeAWhitePage) {
+  device_->Answers([](_SCANINFO& info) { info.Window.yExtent = 0; });
+  EXPECT_EQ(Scan(SmallPage()), std::vector<Line>(40, Line(30, 0xFF)));
+}
+
+TEST_F(PipelineTest, NoClientLines) {
+  PageShape shape = SmallPage();
+  shape.length = 0;
+  ASSERT_TRUE(Start(shape));
+  Line line(100);
+  EXPECT_EQ(device_->ReadLine(line.data()), 1);
+  EXPECT_EQ(device_->GetIfErrorStatus(), 2u);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, FrameWiderThanTheDeviceLineEndsInZeros) {
+  device_->Answers([](_SCANINFO& info) { info.Window.xExtent = 10; });
+  const std::vector<Line> page = Scan(SmallPage());
+  ASSERT_EQ(page.size(), 40u);
+  for (const Line& line : page) {
+    for (std::size_t k = 10; k < 30; ++k) EXPECT_EQ(line[k], 0);
+  }
+}
+
+TEST_F(PipelineTest, OneReadLineTooManyIsStatus2) {
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_EQ(device_->ReadPage(40).size(), 40u);
+  Line line(30);
+  EXPECT_EQ(device_->ReadLine(line.data()), 1);
+  EXPECT_EQ(device_->GetIfErrorStatus(), 2u);
+  EXPECT_EQ(device_->GetYOffset(), 40);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+// 40,000 lines are more than a semaphore counts to.
+TEST_F(PipelineTest, MoreLinesThanASemaphoreCountsWithALateClient) {
+  const PageShape shape{1, 8, 40000, 300, 300};
+  ASSERT_TRUE(Start(shape));
+  ASSERT_TRUE(Eventually([this] { return device_->reads == static_cast<int>(kLeadLines); }));
+  const std::vector<Line> page = device_->ReadPage(shape.length);
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, MoreLinesThanASemaphoreCountsInOneClientLine) {
+  device_->Ranges(300, 600).Answers([](_SCANINFO& info) { info.Window.yExtent = 70000; });
+  const std::vector<Line> page = Scan({8, 3, 1, 300, 150});
+  ASSERT_EQ(page.size(), 1u);
+  EXPECT_EQ(device_->reads, 70000);
+}
+
+TEST_F(PipelineTest, OneDeviceLineMakesMoreClientLinesThanASemaphoreCounts) {
+  device_->Ranges(75, 150).Answers([](_SCANINFO& info) { info.Window.yExtent = 2; });
+  const PageShape shape{8, 3, 70000, 150, 300};
+  ASSERT_TRUE(Start(shape));
+  ASSERT_TRUE(Eventually(
+      [this] { return device_->UserData.CurLineReady == static_cast<int>(kLeadLines) - 1; }));
+  EXPECT_EQ(device_->ReadPage(shape.length).size(), 70000u);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+// 64 MiB hold 22 lines of 3 MB.
+TEST_F(PipelineTest, ReaderStaysWithin64MiBOfTheClient) {
+  const PageShape shape{24, 1000000, 40, 300, 300};
+  ASSERT_TRUE(Start(shape));
+  ASSERT_TRUE(Eventually([this] { return device_->UserData.CurLineReady == 21; }));
+  EXPECT_EQ(device_->reads, 22);
+  EXPECT_EQ(device_->ReadPage(5).size(), 5u);
+  ASSERT_TRUE(Eventually([this] { return device_->UserData.CurLineReady == 26; }));
+  EXPECT_EQ(device_->reads, 27);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, SurplusDeviceLinesCountAsAhead) {
+  device_->Answers([](_SCANINFO& info) { info.Window.yExtent = 100000; });
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_EQ(device_->ReadPage(40).size(), 40u);
+  ASSERT_TRUE(Eventually([this] { return device_->reads == static_cast<int>(kLeadLines) + 39; }));
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(device_->reads, static_cast<int>(kLeadLines) + 39);
+}
+
+TEST_F(PipelineTest, ReadErrorAboveTheScannableHeightIsWhite) {
+  device_->Scans(1000).AtLine(32, Fails(1)).AtLine(39, Fails(-1));  // 24 lines at 300 dpi
+  const std::vector<Line> page = Scan(SmallPage());
+  ASSERT_EQ(page.size(), 40u);
+  EXPECT_EQ(page[31], device_->DeviceLines()[31]);
+  EXPECT_EQ(page[32], Line(30, 0xFF));
+  EXPECT_EQ(page[33], device_->DeviceLines()[33]);
+  EXPECT_EQ(page[39], Line(30, 0xFF));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+}
+
+TEST_F(PipelineTest, ReadErrorAboveTheScannableHeightIsWhiteForBilevelToo) {
+  const PageShape shape{1, 32, 40, 300, 300};
+  device_->Scans(1000).AtLine(32, Fails(1));
+  const std::vector<Line> page = Scan(shape);
+  ASSERT_EQ(page.size(), 40u);
+  EXPECT_EQ(page[32], Line(4, 0xFF));
+}
+
+TEST_F(PipelineTest, ReadErrorBelowTheScannableHeightFailsThePage) {
+  device_->Scans(1000).AtLine(23, Fails(1));
+  EXPECT_EQ(ScanThatFails(SmallPage()), 3u);
+  EXPECT_EQ(device_->ends, 1);
+  EXPECT_EQ(device_->aborts, 0);  // the base's, not the transport's
+  EXPECT_FALSE(device_->IsNextPageExist());
+}
+
+TEST_F(PipelineTest, ReadErrorKeepsAnEarlierStatus) {
+  device_->AtLine(5, [](FakeTransport& device) {
+    device.SetIfErrorStatus(IF_ERR_STS_CHECK_ERROR);
+    return -1;
+  });
+  EXPECT_EQ(ScanThatFails(SmallPage()), 7u);
+}
+
+TEST_F(PipelineTest, ReaderExceptionIsStatus2AndAVirtualAbort) {
+  testing::internal::CaptureStderr();
+  device_->AtLine(3, [](FakeTransport&) -> int { throw std::bad_alloc(); });
+  EXPECT_EQ(ScanThatFails(SmallPage()), 2u);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "data_thread: exception\n");
+  EXPECT_EQ(device_->aborts, 1);
+  EXPECT_EQ(device_->ends, 1);
+}
+
+TEST_F(PipelineTest, ExceptionAtThePagesEndRaisesInItsPlace) {
+  testing::internal::CaptureStderr();
+  device_->AtEnd(Throws());
+  ASSERT_TRUE(Start(SmallPage()));
+  device_->ReadPage(40);
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "data_thread: exception\n");
+  EXPECT_EQ(device_->ends, 1);
+  EXPECT_EQ(device_->m_semaphore.Value(), 0u);
+}
+
+TEST_F(PipelineTest, ExceptionAfterTheRaiseDoesNotRaiseTwice) {
+  testing::internal::CaptureStderr();
+  device_->AtEnd([](FakeTransport& device) -> int {
+    device.m_semaphore.Up();
+    throw std::bad_alloc();
+  });
+  ASSERT_TRUE(Start(SmallPage()));
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "data_thread: exception\n");
+  EXPECT_EQ(device_->m_semaphore.Value(), 0u);
+}
+
+std::atomic<std::size_t> size_that_fails{0};
+
+void* MemoryThatFails(std::size_t size) {
+  return size == size_that_fails ? nullptr : std::malloc(size);
+}
+
+struct StageOutOfMemory {
+  const char* thread;
+  std::size_t size;  // of the lines that it allocates, and no other stage does
+};
+
+class OutOfMemoryTest : public PipelineTest,
+                        public testing::WithParamInterface<StageOutOfMemory> {};
+
+TEST_P(OutOfMemoryTest, IsStatus2AndNobodyHangs) {
+  WithSystem([](SessionSystem& system) { system.line_memory = &MemoryThatFails; });
+  size_that_fails = GetParam().size;
+  testing::internal::CaptureStderr();
+  device_->Ranges(75, 150);
+  EXPECT_EQ(ScanThatFails({1, 60, 80, 300, 300}), 2u);  // 30 grey pixels at the device's 150 dpi
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            std::string(GetParam().thread) + ": exception\n");
+  EXPECT_EQ(device_->ends, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stages, OutOfMemoryTest,
+                         testing::Values(StageOutOfMemory{"data_thread", 30 + 16},
+                                         StageOutOfMemory{"imageprocX_thread", 60},
+                                         StageOutOfMemory{"imageprocY_thread", 8}),
+                         [](const auto& test) { return std::string(test.param.thread); });
+
+TEST_F(PipelineTest, UnknownDataTypeEndsAtOnceWithItsPageEnd) {
+  device_->Answers([](_SCANINFO& info) { info.DataType = 1; });
+  EXPECT_EQ(ScanThatFails(SmallPage()), 3u);
+  EXPECT_EQ(device_->reads, 0);
+  EXPECT_EQ(device_->ends, 1);
+}
+
+TEST_F(PipelineTest, SetRemovedByAStrangerFailsThePage) {
+  HoldAtLine(5);
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  ASSERT_EQ(::semctl(device_->ScanData.semid, 0, IPC_RMID), 0);
+  Line line(30);
+  EXPECT_EQ(device_->ReadLine(line.data()), 1);
+  EXPECT_EQ(device_->GetIfErrorStatus(), 3u);
+  moment_.Let();
+  EXPECT_TRUE(Eventually([this] { return device_->ends == 1; }));
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, PostThatFailsIsLogged) {
+  device_->AtLine(5, [](FakeTransport& device) {
+    ::semctl(device.ScanData.semid, 0, IPC_RMID);
+    return 0;
+  });
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(Eventually([this] { return device_->ends == 1; }));
+  EXPECT_GE(LinesLogged("Sem post fail!\n"), 1);
+  Line line(30);
+  EXPECT_EQ(device_->ReadLine(line.data()), 1);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, FullSemaphoreIsWaitedOut) {
+  HoldAtLine(0);
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  const int semid = device_->ScanData.semid;
+  constexpr int kGreatest = 32767;
+  ASSERT_EQ(::semctl(semid, kSemClientLine, SETVAL, kGreatest), 0);
+  moment_.Let();
+  ASSERT_TRUE(Eventually([this] { return device_->UserData.CurLineReady == 0; }));
+  // The vertical thread tries to post line 0 until somebody takes one.
+  ASSERT_EQ(::semctl(semid, kSemClientLine, SETVAL, 0), 0);
+  EXPECT_EQ(device_->ReadPage(40).size(), 40u);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, FullSemaphoreDoesNotHoldUpAStop) {
+  HoldAtLine(0);
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  ASSERT_EQ(::semctl(device_->ScanData.semid, kSemClientLine, SETVAL, 32767), 0);
+  moment_.Let();
+  ASSERT_TRUE(Eventually([this] { return device_->UserData.CurLineReady == 0; }));
+  EXPECT_TRUE(device_->EndScan());
+}
+
+void IgnoreSignal(int) {}
+
+TEST_F(PipelineTest, StormOfSignalsIsNoFailure) {
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = &IgnoreSignal;  // without SA_RESTART: every wait is interrupted
+  ASSERT_EQ(::sigaction(SIGALRM, &action, &before), 0);
+  const itimerval often{{0, 50}, {0, 50}};
+  ASSERT_EQ(::setitimer(ITIMER_REAL, &often, nullptr), 0);
+  const std::vector<Line> page = Scan({8, 30, 4000, 300, 300});
+  const itimerval never{};
+  ::setitimer(ITIMER_REAL, &never, nullptr);
+  ::sigaction(SIGALRM, &before, nullptr);
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+}
+
+TEST_F(PipelineTest, RecordsRewrittenMidPageDoNotTouchIt) {
+  HoldAtLine(10);
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  const std::vector<Line> expected = device_->PageByTheRules();
+  device_->scan_info = _SCANINFO{};
+  device_->rParam.dwImageLength = 3;
+  device_->GetScanParam();
+  moment_.Let();
+  EXPECT_EQ(device_->ReadPage(40).size(), 40u);
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(expected.size(), 40u);
+}
+
+TEST_F(PipelineTest, TwoScannersAtOnce) {
+  FakeTransport other;
+  ASSERT_TRUE(other.Prepare(SmallPage()));
+  ASSERT_TRUE(other.StartScan(false));
+  auto second = Aside([&other] { return other.ReadPage(40); });
+  const std::vector<Line> first = Scan(SmallPage());
+  EXPECT_TRUE(SamePage(first, device_->PageByTheRules()));
+  ASSERT_TRUE(Ends(second));
+  EXPECT_TRUE(SamePage(second.get(), other.PageByTheRules()));
+  EXPECT_TRUE(other.EndScan());
+}
+
+// waitLine alone, with a set of its own.
+class WaitLineTest : public testing::Test {
+ protected:
+  WaitLineTest() { data_.semid = create_line_semaphores(); }
+  ~WaitLineTest() override { remove_semaphores(data_.semid); }
+  __DataContainer data_;
+};
+
+TEST_F(WaitLineTest, ReadyLineTakesNoPost) {
+  data_.CurLineReady = 5;
+  EXPECT_TRUE(waitLine(&data_, 5));
+  EXPECT_TRUE(waitLine(&data_, 0));
+}
+
+TEST_F(WaitLineTest, PostsBeforeTheLineAreTakenAndWaitedAgain) {
+  auto waiter = std::async(std::launch::async, [this] { return waitLine(&data_, 2); });
+  for (int line = 0; line < 3; ++line) {
+    data_.CurLineReady = line;
+    ASSERT_EQ(post_semaphore(data_.semid, kSemScaledLine), SemResult::kDone);
+  }
+  EXPECT_TRUE(waiter.get());
+}
+
+TEST_F(WaitLineTest, PostWhileNoLineIsReadyIsWaitedAgain) {
+  ASSERT_EQ(post_semaphore(data_.semid, kSemScaledLine), SemResult::kDone);
+  auto waiter = std::async(std::launch::async, [this] { return waitLine(&data_, 0); });
+  ASSERT_TRUE(Eventually([this] { return ::semctl(data_.semid, kSemScaledLine, GETNCNT) == 1; }));
+  data_.CurLineReady = 0;
+  ASSERT_EQ(post_semaphore(data_.semid, kSemScaledLine), SemResult::kDone);
+  EXPECT_TRUE(waiter.get());
+}
+
+TEST_F(WaitLineTest, RemovedSetIsFalse) {
+  auto waiter = std::async(std::launch::async, [this] { return waitLine(&data_, 0); });
+  ASSERT_TRUE(Eventually([this] { return ::semctl(data_.semid, kSemScaledLine, GETNCNT) == 1; }));
+  remove_semaphores(data_.semid.exchange(kNoSemaphores));
+  EXPECT_FALSE(waiter.get());
+}
+
+}  // namespace
+}  // namespace vox::test
