@@ -42,7 +42,7 @@ void GradeLine(unsigned char* __restrict dst, const unsigned char* __restrict lo
   const float rest = 1.0f - part;
   for (unsigned i = 0; i < n; ++i) {
     dst[i] =
-        byte_of_mean(static_cast<float>(lower[i]) * rest + static_cast<float>(upper[i]) * part);
+        byte_in_range(static_cast<float>(lower[i]) * rest + static_cast<float>(upper[i]) * part);
   }
 }
 

@@ -47,12 +47,16 @@ class ShrinkSpans {
   std::uint32_t m_dwLast;
 };
 
-// byte_of_mean rounds a weighted mean of bytes to a byte. Weights that are rounded themselves may
-// carry it a little out of 0..255.
+// byte_in_range rounds a value of 0 to 255 to a byte.
+inline unsigned char byte_in_range(float value) {
+  return static_cast<unsigned char>(static_cast<int>(value + 0.5f));
+}
+
+// byte_of_mean does so with a weighted mean of bytes, which rounded weights may carry out of
+// 0..255.
 inline unsigned char byte_of_mean(float mean) {
   const float low = mean > 0.0f ? mean : 0.0f;
-  const float in_range = low < 255.0f ? low : 255.0f;
-  return static_cast<unsigned char>(static_cast<int>(in_range + 0.5f));
+  return byte_in_range(low < 255.0f ? low : 255.0f);
 }
 
 }  // namespace vox

@@ -32,18 +32,20 @@ class WidthScaler {
   WidthScaler(std::uint32_t dstW, std::uint32_t srcW, std::uint32_t ps, std::uint32_t taps);
   void set_copy(std::uint32_t o, std::uint32_t n);
   std::uint32_t set_window(std::uint32_t o, std::uint32_t first);
-  float& weight(std::uint32_t o, std::uint32_t tap) { return m_weight[tap * m_first.size() + o]; }
+  void set_weight(std::uint32_t o, std::uint32_t tap, float weight);
+  void set_total(std::uint32_t o, float total);
   template <unsigned PS>
-  void run_channels(unsigned char* dst, const unsigned char* src) const;
+  void run_blocks(unsigned char* dst, const unsigned char* src) const;
   template <unsigned PS>
-  void sum_taps(float* sum, const unsigned char* src, std::size_t at, std::size_t count) const;
+  void sum_block(float* sum, const unsigned char* src, std::size_t at, std::size_t count) const;
+  void run_plain(unsigned char* dst, const unsigned char* src) const;
 
   std::uint32_t m_dwSrcWidth = 0;      // pixels
   std::uint32_t m_ps = 0;              // bytes of a pixel
   std::uint32_t m_dwTaps = 0;          // source pixels of each target pixel, at most m_dwSrcWidth
   std::vector<std::uint32_t> m_first;  // first source pixel of each target pixel
-  std::vector<float> m_weight;         // m_dwTaps rows of one weight a target pixel
-  std::vector<float> m_total;          // sum of a target pixel's weights; empty when enlarging
+  std::vector<float> m_weight;         // m_dwTaps rows of one weight a target byte
+  std::vector<float> m_total;          // sum of a target byte's weights; empty when enlarging
 };
 
 }  // namespace vox
