@@ -8,16 +8,20 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vox/platform/Export.h"
+
 namespace vox {
 
 // kBitReversal[n] is n with its eight bits in reverse order.
 extern const std::array<unsigned char, 256> kBitReversal;
 
 // Each mirrors line[0, size) in place; size in bytes.
-void mirror_grey(unsigned char* line, std::size_t size);    // a byte a pixel
-void mirror_colour(unsigned char* line, std::size_t size);  // three bytes a pixel, kept in order;
-                                                            // size % 3 bytes at the end stay
-void mirror_bits(unsigned char* line, std::size_t size);    // eight pixels a byte, padding included
+//   mirror_grey    a byte a pixel
+//   mirror_colour  three bytes a pixel, kept in order; size % 3 bytes at the end stay
+//   mirror_bits    eight pixels a byte, padding included
+VOX_EXPORT void mirror_grey(unsigned char* line, std::size_t size);
+VOX_EXPORT void mirror_colour(unsigned char* line, std::size_t size);
+VOX_EXPORT void mirror_bits(unsigned char* line, std::size_t size);
 
 // mirror_line picks one of them by DataType (0 bits, 2 grey, 3 colour).
 // Returns: false for any other DataType; the line is untouched then.

@@ -1,0 +1,44 @@
+#include "tools/vox/NetworkName.h"
+
+#include <memory>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "tools/vox/Failure.h"
+
+namespace vox::cli {
+
+namespace {
+
+constexpr char kPrefix[] = "net:";
+
+Failure NobodyBears(const std::string& host) {
+  return Failure(ExitStatus::kCannot, "nobody bears the name " + CleanText(host) +
+                                          "; check the spelling, or give the dotted address");
+}
+
+}  // namespace
+
+std::string NetworkAddress(const std::string& device) {
+  if (device.rfind(kPrefix, 0) != 0)
+    throw UsageFailure(device + ": a device is named by its address, as in net:192.168.0.5");
+  const std::string host = device.substr(sizeof kPrefix - 1);
+  in_addr address{};
+  if (::inet_pton(AF_INET, host.c_str(), &address) == 1) return host;
+  if (host.empty()) throw UsageFailure("net: wants an address, as in net:192.168.0.5");
+  addrinfo hints{}, *found = nullptr;
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_DGRAM;
+  if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) throw NobodyBears(host);
+  const std::unique_ptr<addrinfo, void (*)(addrinfo*)> list(found, ::freeaddrinfo);
+  char text[NI_MAXHOST];
+  if (::getnameinfo(list->ai_addr, list->ai_addrlen, text, sizeof text, nullptr, 0,
+                    NI_NUMERICHOST) != 0)
+    throw NobodyBears(host);
+  return text;
+}
+
+}  // namespace vox::cli

@@ -1,0 +1,157 @@
+#include "tools/vox/Report.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/vox/Failure.h"
+
+namespace vox::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr double kUnitsPerMillimetre = 10000.0 / kMillimetresPerInch;
+
+// Millimetres with one digit behind the point.
+double Millimetres(double inches) {
+  return std::round(inches * kMillimetresPerInch * 10) / 10;
+}
+double FromUnits(std::uint32_t units) {
+  return std::round(units / kUnitsPerMillimetre * 10) / 10;
+}
+
+std::string Number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", value);
+  return text;
+}
+
+std::string Pair(std::uint32_t x, std::uint32_t y) {
+  return x == y ? std::to_string(x) : std::to_string(x) + "x" + std::to_string(y);
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+  std::string line;
+  for (const std::string& word : words) line += (line.empty() ? "" : ", ") + word;
+  return line.empty() ? "none" : line;
+}
+
+std::vector<std::string> ModeNames(const tagSCANDEVINFO& device) {
+  std::vector<std::string> names;
+  for (const Mode mode : ModesOf(device)) names.emplace_back(ModeName(mode));
+  return names;
+}
+
+std::vector<std::string> SourceNames(const tagSCANDEVINFO& device) {
+  std::vector<std::string> names;
+  if (device.byPaperSources & 1) names.emplace_back("flatbed");
+  if (device.byPaperSources & 2) names.emplace_back("feeder");
+  return names;
+}
+
+Json Dpi(std::uint32_t x, std::uint32_t y) {
+  return {{"x", x}, {"y", y}};
+}
+
+// Text of a device or of a file name as JSON takes it: UTF-8, what is none replaced.
+std::string Dump(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string Row(const char* name, const std::string& value) {
+  char label[24];
+  std::snprintf(label, sizeof label, "%-14s", name);
+  return label + value + "\n";
+}
+
+std::string MarginWords(const tagSCANDEVINFO& device) {
+  return "left " + Number(FromUnits(device.dwRegularLeftMargin)) + ", top " +
+         Number(FromUnits(device.dwRegularTopMargin)) + ", right " +
+         Number(FromUnits(device.dwRegularRightMargin)) + ", bottom " +
+         Number(FromUnits(device.dwRegularBottomMargin)) + " mm";
+}
+
+}  // namespace
+
+std::string DeviceWords(const DeviceReport& report) {
+  const tagSCANDEVINFO& device = report.abilities;
+  const bool feeder = (device.byPaperSources & 2) != 0;
+  const char* loaded = device.byAdfPaper != 0 ? "paper in it" : "empty";
+  std::string text =
+      Row("Name", CleanText(report.name)) +
+      Row("Address", CleanText(report.ip) + (report.is_virtual ? " (virtual)" : "")) +
+      Row("Modes", Joined(ModeNames(device))) +
+      Row("Resolution", Pair(device.dwXResMin, device.dwYResMin) + " to " +
+                            Pair(device.dwXResMax, device.dwYResMax) +
+                            " dpi; others are made from these") +
+      Row("Preview", Pair(device.dwXResPre[0], device.dwYResPre[0]) + " dpi") +
+      Row("Area", Number(FromUnits(device.dwPhysicalWidth)) + " x " +
+                      Number(FromUnits(device.dwPhysicalHeight)) + " mm") +
+      Row("Sources", Joined(SourceNames(device)));
+  if (feeder) text += Row("Feeder", loaded);
+  text += Row("Both sides", device.dwDuplex != 0 ? "yes" : "no");
+  if (device.bySmallPaperSizeType != 0) text += Row("Not scanned", MarginWords(device));
+  return text;
+}
+
+std::string DeviceJson(const DeviceReport& report) {
+  const tagSCANDEVINFO& device = report.abilities;
+  Json json;
+  json["name"] = report.name;
+  json["type"] = "network";
+  json["ip"] = report.ip;
+  json["virtual"] = report.is_virtual;
+  json["modes"] = ModeNames(device);
+  json["resolution"] = {{"min", Dpi(device.dwXResMin, device.dwYResMin)},
+                        {"max", Dpi(device.dwXResMax, device.dwYResMax)}};
+  json["commonResolution"] = {{"min", Dpi(device.dwXResMinCmn, device.dwYResMinCmn)},
+                              {"max", Dpi(device.dwXResMaxCmn, device.dwYResMaxCmn)}};
+  json["previewResolutions"] = {Dpi(device.dwXResPre[0], device.dwYResPre[0]),
+                                Dpi(device.dwXResPre[1], device.dwYResPre[1])};
+  json["area"] = {{"width", FromUnits(device.dwPhysicalWidth)},
+                  {"height", FromUnits(device.dwPhysicalHeight)}};
+  json["sources"] = SourceNames(device);
+  json["feederLoaded"] = device.byAdfPaper != 0;
+  json["duplex"] = static_cast<std::uint32_t>(device.dwDuplex);
+  json["margins"] = {{"left", FromUnits(device.dwRegularLeftMargin)},
+                     {"top", FromUnits(device.dwRegularTopMargin)},
+                     {"right", FromUnits(device.dwRegularRightMargin)},
+                     {"bottom", FromUnits(device.dwRegularBottomMargin)}};
+  json["supportedPapers"] = static_cast<std::uint32_t>(device.dwSupportPaper);
+  json["compression"] = static_cast<std::uint32_t>(device.dwCompInfo);
+  return Dump(json);
+}
+
+std::string PageWords(const PageReport& report, const ScanPlan& plan) {
+  return CleanText(report.file) + ": page " + std::to_string(report.page) + ", " +
+         std::to_string(plan.page.width) + " x " + std::to_string(plan.page.height) + " pixels, " +
+         ModeName(plan.mode) + ", " +
+         Pair(static_cast<std::uint32_t>(plan.page.x_dpi),
+              static_cast<std::uint32_t>(plan.page.y_dpi)) +
+         " dpi\n";
+}
+
+std::string PageJson(const PageReport& report, const ScanPlan& plan) {
+  Json json;
+  json["page"] = report.page;
+  json["file"] = report.file;
+  json["format"] = FormatName(report.format);
+  json["mode"] = ModeName(plan.mode);
+  json["width"] = plan.page.width;
+  json["height"] = plan.page.height;
+  json["bitsPerPixel"] = plan.page.bits;
+  json["resolution"] =
+      Dpi(static_cast<std::uint32_t>(plan.page.x_dpi), static_cast<std::uint32_t>(plan.page.y_dpi));
+  json["frame"] = {{"left", Millimetres(plan.frame.left)},
+                   {"top", Millimetres(plan.frame.top)},
+                   {"right", Millimetres(plan.frame.right)},
+                   {"bottom", Millimetres(plan.frame.bottom)}};
+  json["rotated"] = report.turned ? 180 : 0;
+  json["seconds"] = std::round(report.seconds * 1000) / 1000;
+  return Dump(json);
+}
+
+}  // namespace vox::cli
