@@ -107,6 +107,10 @@ VOX_EXPORT snmp_pdu* get_pdu_memory();
 // accepted.
 VOX_EXPORT void free_snmp_pdu(snmp_pdu* pdu);
 
+// wnx_copy gives a copy of bytes[0, size) with a NUL behind it, from malloc; null when size is
+// negative or memory is short.
+void* wnx_copy(const void* bytes, std::int32_t size);
+
 // WNXSNMP_MallocSnmpSimplePdu gives an array of `count` zeroed records, each with `values` zeroed
 // values and nValNum set to `values`. Null when a number is negative or memory is short; nothing
 // stays allocated then.

@@ -1,0 +1,505 @@
+// BER items, built and parsed: the vectors run both ways where the encoding is canonical; every
+// buffer is a heap block of the exact size, so that the sanitizers see a byte too many.
+#include "vox/drivers/net/NetworkComm/wnxber.h"
+
+#include <functional>
+#include <limits>
+#include <numeric>
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/net/Hex.h"
+
+namespace vox {
+namespace {
+
+constexpr std::int32_t kInt = 4;  // the size of a number in memory
+
+using Builder = std::function<std::uint8_t*(std::uint8_t* data, std::int32_t* left)>;
+
+// Built gives what a builder writes when the room is `room` bytes; "none" when it refuses. It also
+// checks the cursor and the bytes left.
+std::string Built(const Builder& build, std::int32_t room = 2000) {
+  Bytes buffer(static_cast<std::size_t>(room));
+  buffer.shrink_to_fit();
+  std::int32_t left = room;
+  const std::uint8_t* const end = build(buffer.data(), &left);
+  if (!end) {
+    EXPECT_EQ(left, room) << "bytes left changed by a refusal";
+    return "none";
+  }
+  EXPECT_EQ(end - buffer.data(), room - left);
+  return ToHex(buffer.data(), static_cast<std::size_t>(room - left));
+}
+
+// NeedsItsExactRoom holds for every builder: what it writes fits in as many bytes, not in fewer.
+void NeedsItsExactRoom(const Builder& build) {
+  const std::string wanted = Built(build);
+  const std::int32_t size = Size(Hex(wanted));
+  EXPECT_EQ(Built(build, size), wanted);
+  for (std::int32_t room = 0; room < size; ++room) EXPECT_EQ(Built(build, room), "none") << room;
+}
+
+Builder Int(std::int32_t value) {
+  return [=](std::uint8_t* data, std::int32_t* left) {
+    return asn_build_int(data, left, 0x02, &value, kInt);
+  };
+}
+Builder Unsigned(std::uint32_t value) {
+  return [=](std::uint8_t* data, std::int32_t* left) {
+    return asn_build_unsigned_int(data, left, 0x42, &value, kInt);
+  };
+}
+Builder Oid(const std::vector<std::uint32_t>& arcs) {
+  return [=](std::uint8_t* data, std::int32_t* left) {
+    return asn_build_oid(data, left, 0x06, arcs.data(), static_cast<std::int32_t>(arcs.size()));
+  };
+}
+Builder Text(const Bytes& bytes) {
+  return [=](std::uint8_t* data, std::int32_t* left) {
+    return asn_build_string(data, left, 0x04, bytes.data(), Size(bytes));
+  };
+}
+Builder Length(std::int32_t length) {
+  return
+      [=](std::uint8_t* data, std::int32_t* left) { return asn_build_length(data, left, length); };
+}
+
+// Parsed holds what a parser gave: nothing, or the item and what lies behind it.
+template <typename value>
+struct Parsed {
+  bool ok = false;
+  value got{};
+  std::uint8_t tag = 0;
+  std::int32_t left = 0;
+};
+
+template <typename value, typename parser>
+Parsed<value> ParseNumber(parser parse, const std::string& hex, std::int32_t size) {
+  const Bytes item = Hex(hex);
+  Parsed<value> parsed;
+  parsed.left = Size(item);
+  const std::uint8_t* next = parse(item.data(), &parsed.left, &parsed.tag, &parsed.got, size);
+  parsed.ok = next != nullptr;
+  if (!next) {
+    EXPECT_EQ(parsed.left, Size(item)) << "bytes left changed by a refusal: " << hex;
+  } else {
+    EXPECT_EQ(next, item.data() + item.size() - parsed.left);
+  }
+  return parsed;
+}
+Parsed<std::int32_t> ParseInt(const std::string& hex, std::int32_t size = kInt) {
+  return ParseNumber<std::int32_t>(asn_parse_int, hex, size);
+}
+Parsed<std::uint32_t> ParseUnsigned(const std::string& hex, std::int32_t size = kInt) {
+  return ParseNumber<std::uint32_t>(asn_parse_unsigned_int, hex, size);
+}
+
+Parsed<std::vector<std::uint32_t>> ParseOid(const std::string& hex, std::size_t capacity = 128) {
+  const Bytes item = Hex(hex);
+  Parsed<std::vector<std::uint32_t>> parsed;
+  parsed.got.resize(capacity);
+  parsed.got.shrink_to_fit();
+  parsed.left = Size(item);
+  auto count = static_cast<std::int32_t>(capacity);
+  parsed.ok = asn_parse_oid(item.data(), &parsed.left, &parsed.tag, parsed.got.data(), &count);
+  parsed.got.resize(static_cast<std::size_t>(count));
+  return parsed;
+}
+
+// ---- lengths and headers
+
+TEST(Length, ShortestForm) {
+  const std::pair<std::int32_t, const char*> vectors[] = {
+      {0, "00"},      {10, "0A"},        {127, "7F"},       {128, "81 80"},     {200, "81 C8"},
+      {255, "81 FF"}, {256, "82 01 00"}, {300, "82 01 2C"}, {65535, "82 FF FF"}};
+  for (const auto& [length, hex] : vectors) {
+    EXPECT_EQ(Built(Length(length)), hex);
+    NeedsItsExactRoom(Length(length));
+    std::uint32_t parsed = 0;
+    const Bytes octets = Hex(hex);
+    EXPECT_EQ(asn_parse_length(octets.data(), &parsed), octets.data() + octets.size()) << hex;
+    EXPECT_EQ(parsed, static_cast<std::uint32_t>(length));
+  }
+}
+
+TEST(Length, OutsideTheProfileIsRefused) {
+  EXPECT_EQ(Built(Length(65536)), "none");
+  EXPECT_EQ(Built(Length(-1)), "none");
+}
+
+TEST(Length, OneToFourOctetsAreRead) {
+  const std::pair<const char*, std::uint32_t> vectors[] = {
+      {"81 05", 5}, {"82 00 05", 5}, {"83 01 00 00", 65536}, {"84 FF FF FF F8", 0xFFFFFFF8u}};
+  for (const auto& [hex, length] : vectors) {
+    std::uint32_t parsed = 0;
+    const Bytes octets = Hex(hex);
+    EXPECT_EQ(asn_parse_length(octets.data(), &parsed), octets.data() + octets.size()) << hex;
+    EXPECT_EQ(parsed, length) << hex;
+  }
+}
+
+TEST(Length, IndefiniteAndMoreThanFourOctetsAreRefused) {
+  for (const char* hex : {"80 00 00", "85 00 00 00 00 01", "FF 01"}) {
+    std::uint32_t parsed = 0;
+    EXPECT_EQ(asn_parse_length(Hex(hex).data(), &parsed), nullptr) << hex;
+  }
+}
+
+TEST(Header, LengthBecomesThatOfTheContents) {
+  const Bytes item = Hex("30 02 05 00 AA BB");
+  std::int32_t left = Size(item);
+  std::uint8_t tag = 0;
+  EXPECT_EQ(asn_parse_header(item.data(), &left, &tag), item.data() + 2);
+  EXPECT_EQ(left, 2);
+  EXPECT_EQ(tag, 0x30);
+}
+
+TEST(Header, MalformedIsRefused) {
+  const std::pair<const char*, const char*> vectors[] = {
+      {"", "nothing there"},
+      {"30", "no length"},
+      {"30 81", "no length octet behind 81"},
+      {"30 82 00", "one length octet of two"},
+      {"30 84 00 00 00", "three length octets of four"},
+      {"30 01", "contents pass the bytes left by one"},
+      {"30 81 03 00 00", "the same in the long form"},
+      {"30 80 00 00", "indefinite form"},
+      {"30 85 00 00 00 00 00", "five length octets"},
+      {"30 84 80 00 00 00 00", "2^31 must not turn negative"},
+      {"30 84 FF FF FF FF 00", "2^32 - 1 must not turn into -1"},
+      {"1F 01 00", "identifier of more than one octet"},
+      {"BF 01 00", "the same, constructed"},
+  };
+  for (const auto& [hex, reason] : vectors) {
+    const Bytes item = Hex(hex);
+    std::int32_t left = Size(item);
+    std::uint8_t tag = 0;
+    EXPECT_EQ(asn_parse_header(item.data(), &left, &tag), nullptr) << reason << ": " << hex;
+    EXPECT_EQ(left, Size(item)) << reason;
+  }
+}
+
+TEST(Header, NegativeBytesLeftAreRefused) {
+  const Bytes item = Hex("30 00");
+  std::int32_t left = -1;
+  std::uint8_t tag = 0;
+  EXPECT_EQ(asn_parse_header(item.data(), &left, &tag), nullptr);
+}
+
+TEST(Header, BuiltInTheShortestFormWithoutItsContents) {
+  const Builder header = [](std::uint8_t* data, std::int32_t* left) {
+    return asn_build_header(data, left, 0x30, 300);
+  };
+  EXPECT_EQ(Built(header), "30 82 01 2C");
+  NeedsItsExactRoom(header);
+}
+
+TEST(Sequence, AlwaysFourBytes) {
+  const std::pair<std::int32_t, const char*> vectors[] = {
+      {0, "30 82 00 00"}, {10, "30 82 00 0A"}, {300, "30 82 01 2C"}, {65535, "30 82 FF FF"}};
+  for (const auto& [length, hex] : vectors) {
+    const Builder sequence = [&, size = length](std::uint8_t* data, std::int32_t* left) {
+      return asn_build_sequence(data, left, 0x30, size);
+    };
+    EXPECT_EQ(Built(sequence), hex);
+    NeedsItsExactRoom(sequence);
+  }
+}
+
+// ---- numbers
+
+struct IntVector {
+  std::int32_t value;
+  const char* hex;
+};
+const IntVector kInts[] = {
+    {0, "02 01 00"},
+    {1, "02 01 01"},
+    {-1, "02 01 FF"},
+    {127, "02 01 7F"},
+    {128, "02 02 00 80"},
+    {255, "02 02 00 FF"},
+    {256, "02 02 01 00"},
+    {-128, "02 01 80"},
+    {-129, "02 02 FF 7F"},
+    {32767, "02 02 7F FF"},
+    {32768, "02 03 00 80 00"},
+    {-32768, "02 02 80 00"},
+    {-32769, "02 03 FF 7F FF"},
+    {8388607, "02 03 7F FF FF"},
+    {8388608, "02 04 00 80 00 00"},
+    {std::numeric_limits<std::int32_t>::max(), "02 04 7F FF FF FF"},
+    {std::numeric_limits<std::int32_t>::min(), "02 04 80 00 00 00"},
+};
+
+TEST(Integer, ThereAndBack) {
+  for (const auto& [value, hex] : kInts) {
+    EXPECT_EQ(Built(Int(value)), hex);
+    NeedsItsExactRoom(Int(value));
+    const auto parsed = ParseInt(std::string(hex) + " EE EE");
+    EXPECT_TRUE(parsed.ok) << hex;
+    EXPECT_EQ(parsed.got, value);
+    EXPECT_EQ(parsed.tag, 0x02);
+    EXPECT_EQ(parsed.left, 2);
+  }
+}
+
+TEST(Integer, LongerThanNeededIsReadWithItsSign) {
+  EXPECT_EQ(ParseInt("02 04 FF FF FF FF").got, -1);
+  EXPECT_EQ(ParseInt("02 02 00 01").got, 1);
+  EXPECT_EQ(ParseInt("02 82 00 01 05").got, 5);
+}
+
+TEST(Integer, MalformedIsRefused) {
+  const std::pair<const char*, const char*> vectors[] = {
+      {"02 00", "no octet to take the sign from"},
+      {"02 00 FF", "the byte behind is not its sign"},
+      {"02 05 00 00 00 00 01", "more than four octets"},
+      {"02 04 00 00 01", "passes the bytes left"},
+  };
+  for (const auto& [hex, reason] : vectors) EXPECT_FALSE(ParseInt(hex).ok) << reason;
+}
+
+TEST(Integer, SizeInMemoryMustBeFour) {
+  const std::int32_t value = 5;
+  Bytes buffer(8);
+  for (const std::int32_t size : {0, 1, 3, 5, 8, -4}) {
+    std::int32_t left = Size(buffer);
+    EXPECT_EQ(asn_build_int(buffer.data(), &left, 0x02, &value, size), nullptr) << size;
+    EXPECT_FALSE(ParseInt("02 01 05", size).ok) << size;
+    EXPECT_FALSE(ParseUnsigned("42 01 05", size).ok) << size;
+  }
+  const std::uint32_t number = 5;
+  std::int32_t left = Size(buffer);
+  EXPECT_EQ(asn_build_unsigned_int(buffer.data(), &left, 0x42, &number, 8), nullptr);
+}
+
+TEST(UnsignedInteger, ThereAndBack) {
+  const std::pair<std::uint32_t, const char*> vectors[] = {
+      {0, "42 01 00"},
+      {0x7F, "42 01 7F"},
+      {0x80, "42 02 00 80"},
+      {0x7FFFFFFF, "42 04 7F FF FF FF"},
+      {0x80000000, "42 05 00 80 00 00 00"},
+      {0xFF7FFFFF, "42 05 00 FF 7F FF FF"},
+  };
+  for (const auto& [value, hex] : vectors) {
+    EXPECT_EQ(Built(Unsigned(value)), hex);
+    NeedsItsExactRoom(Unsigned(value));
+    const auto parsed = ParseUnsigned(hex);
+    EXPECT_TRUE(parsed.ok) << hex;
+    EXPECT_EQ(parsed.got, value);
+    EXPECT_EQ(parsed.tag, 0x42);
+  }
+}
+
+// The rule that drops redundant octets does not know of the zero in front.
+TEST(UnsignedInteger, LargestValuesAreWrittenShort) {
+  const std::pair<std::uint32_t, const char*> vectors[] = {
+      {0xFF800000, "42 04 00 80 00 00"},
+      {0xFFFF0000, "42 04 00 FF 00 00"},
+      {0xFFFFFFFF, "42 02 00 FF"},
+  };
+  for (const auto& [value, hex] : vectors) {
+    EXPECT_EQ(Built(Unsigned(value)), hex);
+    NeedsItsExactRoom(Unsigned(value));
+  }
+}
+
+TEST(UnsignedInteger, ShortEncodingIsExtendedWithItsSign) {
+  const std::pair<const char*, std::uint32_t> vectors[] = {
+      {"42 01 FF", 0xFFFFFFFF},
+      {"42 01 80", 0xFFFFFF80},
+      {"42 02 00 FF", 255},
+      {"42 03 80 00 00", 0xFF800000},
+      {"42 04 80 00 00 00", 0x80000000},
+      {"42 05 00 FF FF FF FF", 0xFFFFFFFF},
+  };
+  for (const auto& [hex, value] : vectors) {
+    const auto parsed = ParseUnsigned(hex);
+    EXPECT_TRUE(parsed.ok) << hex;
+    EXPECT_EQ(parsed.got, value) << hex;
+  }
+}
+
+TEST(UnsignedInteger, MalformedIsRefused) {
+  const std::pair<const char*, const char*> vectors[] = {
+      {"42 00", "no octet to take the sign from"},
+      {"42 00 FF", "the byte behind is not its sign"},
+      {"42 05 01 00 00 00 00", "five octets that do not begin with zero"},
+      {"42 06 00 00 00 00 00 01", "more than five octets"},
+      {"42 05 00 80 00 00", "passes the bytes left"},
+  };
+  for (const auto& [hex, reason] : vectors) EXPECT_FALSE(ParseUnsigned(hex).ok) << reason;
+}
+
+// ---- strings and null
+
+TEST(OctetString, ThereAndBack) {
+  for (const char* contents : {"", "41", "70 75 62 6C 69 63", "00 FF 00"}) {
+    const Bytes bytes = Hex(contents);
+    const std::string hex = Built(Text(bytes));
+    EXPECT_EQ(Hex(hex), (Bytes{0x04, static_cast<std::uint8_t>(bytes.size())} + bytes));
+    NeedsItsExactRoom(Text(bytes));
+    const Bytes item = Hex(hex);
+    Bytes out(bytes.size());
+    std::int32_t left = Size(item), count = Size(out);
+    std::uint8_t tag = 0;
+    EXPECT_EQ(asn_parse_string(item.data(), &left, &tag, out.data(), &count),
+              item.data() + item.size());
+    EXPECT_EQ(count, Size(bytes));
+    EXPECT_EQ(out, bytes);
+    EXPECT_EQ(tag, 0x04);
+    EXPECT_EQ(left, 0);
+  }
+}
+
+TEST(OctetString, LongerThanTheCapacityIsRefused) {
+  const Bytes item = Hex("04 03 41 42 43");
+  Bytes out(2);
+  std::int32_t left = Size(item), count = Size(out);
+  std::uint8_t tag = 0;
+  EXPECT_EQ(asn_parse_string(item.data(), &left, &tag, out.data(), &count), nullptr);
+  EXPECT_EQ(left, Size(item));
+  EXPECT_EQ(out, Bytes(2));
+}
+
+TEST(OctetString, LongContentsTakeALongLength) {
+  EXPECT_EQ(Built(Text(Bytes(200, 0x20))).substr(0, 11), "04 81 C8 20");
+  EXPECT_EQ(Built(Text(Bytes(300, 0x20))).substr(0, 14), "04 82 01 2C 20");
+  NeedsItsExactRoom(Text(Bytes(300, 0x20)));
+}
+
+TEST(OctetString, NegativeOrMissingBytesAreRefused) {
+  Bytes buffer(16);
+  std::int32_t left = Size(buffer);
+  EXPECT_EQ(asn_build_string(buffer.data(), &left, 0x04, buffer.data(), -1), nullptr);
+  EXPECT_EQ(asn_build_string(buffer.data(), &left, 0x04, nullptr, 1), nullptr);
+  EXPECT_EQ(left, Size(buffer));
+}
+
+TEST(Null, ThereAndBack) {
+  const Builder null = [](std::uint8_t* data, std::int32_t* left) {
+    return asn_build_null(data, left, 0x05);
+  };
+  EXPECT_EQ(Built(null), "05 00");
+  NeedsItsExactRoom(null);
+  const Bytes item = Hex("05 00 EE");
+  std::int32_t left = Size(item);
+  std::uint8_t tag = 0;
+  EXPECT_EQ(asn_parse_null(item.data(), &left, &tag), item.data() + 2);
+  EXPECT_EQ(tag, 0x05);
+  EXPECT_EQ(left, 1);
+}
+
+TEST(Null, ContentsAreRefused) {
+  const Bytes item = Hex("05 01 00");
+  std::int32_t left = Size(item);
+  std::uint8_t tag = 0;
+  EXPECT_EQ(asn_parse_null(item.data(), &left, &tag), nullptr);
+}
+
+// ---- object identifiers
+
+struct OidVector {
+  std::vector<std::uint32_t> arcs;
+  const char* hex;
+};
+
+TEST(ObjectIdentifier, ThereAndBack) {
+  const OidVector vectors[] = {
+      {{1, 3, 6, 1, 2, 1, 1, 1, 0}, "06 08 2B 06 01 02 01 01 01 00"},
+      {{1, 3, 6, 1, 4, 1, 32473, 405, 1, 1, 1, 3},
+       "06 0E 2B 06 01 04 01 81 FD 59 83 15 01 01 01 03"},
+      {{0, 0}, "06 01 00"},
+      {{1, 3}, "06 01 2B"},
+      {{1, 3, 126}, "06 02 2B 7E"},
+      {{1, 3, 127}, "06 02 2B 7F"},
+      {{1, 3, 128}, "06 03 2B 81 00"},
+      {{1, 3, 203}, "06 03 2B 81 4B"},
+      {{1, 3, 300}, "06 03 2B 82 2C"},
+      {{1, 3, 16383}, "06 03 2B FF 7F"},
+      {{1, 3, 16384}, "06 04 2B 81 80 00"},
+      {{1, 3, 0xFFFFFFFF}, "06 06 2B 8F FF FF FF 7F"},
+  };
+  for (const auto& [arcs, hex] : vectors) {
+    EXPECT_EQ(Built(Oid(arcs)), hex);
+    NeedsItsExactRoom(Oid(arcs));
+    const auto parsed = ParseOid(hex);
+    EXPECT_TRUE(parsed.ok) << hex;
+    EXPECT_EQ(parsed.got, arcs) << hex;
+    EXPECT_EQ(parsed.tag, 0x06);
+    EXPECT_EQ(parsed.left, 0);
+  }
+}
+
+TEST(ObjectIdentifier, FewerThanTwoArcsAreOneZero) {
+  EXPECT_EQ(Built(Oid({})), "06 01 00");
+  EXPECT_EQ(Built(Oid({1})), "06 01 00");
+}
+
+// The first sub-identifier is divided by 40 whatever its root, so joint-iso-itu-t arcs come out
+// differently; they build to the same bytes again.
+TEST(ObjectIdentifier, FirstSubIdentifierIsDividedByForty) {
+  const auto parsed = ParseOid("06 02 88 37");
+  EXPECT_EQ(parsed.got, (std::vector<std::uint32_t>{26, 39}));
+  EXPECT_EQ(Built(Oid({26, 39})), "06 02 88 37");
+  EXPECT_EQ(Built(Oid({2, 999})), "06 02 88 37");
+  EXPECT_EQ(ParseOid("06 01 2B").got, (std::vector<std::uint32_t>{1, 3}));
+}
+
+TEST(ObjectIdentifier, FirstTwoArcsBeyond32BitsAreRefused) {
+  EXPECT_EQ(Built(Oid({0xFFFFFFFF, 1})), "none");
+  EXPECT_EQ(Built(Oid({107374182, 16})), "none");
+  EXPECT_EQ(Built(Oid({107374182, 15})), "06 05 8F FF FF FF 7F");
+}
+
+TEST(ObjectIdentifier, MalformedIsRefused) {
+  const std::pair<const char*, const char*> vectors[] = {
+      {"06 00", "no sub-identifier"},
+      {"06 01 80", "the first sub-identifier is cut off"},
+      {"06 02 2B 81", "the last sub-identifier is cut off"},
+      {"06 02 2B 81 00", "it does not go on behind the item"},
+      {"06 06 2B 90 80 80 80 00", "a sub-identifier above 32 bits"},
+      {"06 03 2B 06", "passes the bytes left"},
+  };
+  for (const auto& [hex, reason] : vectors) EXPECT_FALSE(ParseOid(hex).ok) << reason;
+}
+
+TEST(ObjectIdentifier, ArcsBeyondTheCapacityAreDropped) {
+  const char* const oid = "06 04 2B 06 01 02";
+  EXPECT_EQ(ParseOid(oid, 0).got, (std::vector<std::uint32_t>{}));
+  EXPECT_EQ(ParseOid(oid, 1).got, (std::vector<std::uint32_t>{1}));
+  EXPECT_EQ(ParseOid(oid, 2).got, (std::vector<std::uint32_t>{1, 3}));
+  EXPECT_EQ(ParseOid(oid, 4).got, (std::vector<std::uint32_t>{1, 3, 6, 1}));
+  const Bytes long_oid = Hex("06 81 C8") + Bytes(200, 0x01);
+  const auto parsed = ParseOid(ToHex(long_oid));
+  EXPECT_TRUE(parsed.ok);
+  EXPECT_EQ(parsed.got.size(), 128u);
+}
+
+TEST(ObjectIdentifier, NegativeCountsAreRefused) {
+  Bytes buffer(16);
+  std::int32_t left = Size(buffer);
+  const std::uint32_t arc = 1;
+  EXPECT_EQ(asn_build_oid(buffer.data(), &left, 0x06, &arc, -1), nullptr);
+  EXPECT_EQ(asn_build_oid(buffer.data(), &left, 0x06, nullptr, 3), nullptr);
+  const Bytes item = Hex("06 01 2B");
+  std::int32_t count = -1, item_left = Size(item);
+  std::uint8_t tag = 0;
+  std::uint32_t arcs[2] = {};
+  EXPECT_EQ(asn_parse_oid(item.data(), &item_left, &tag, arcs, &count), nullptr);
+}
+
+TEST(ObjectIdentifier, ContentsOf512BytesAreTheMost) {
+  std::vector<std::uint32_t> arcs(2 + 511, 1);
+  EXPECT_EQ(Hex(Built(Oid(arcs))).size(), 512u + 4u);
+  arcs.push_back(1);
+  EXPECT_EQ(Built(Oid(arcs)), "none");
+  // 128 arcs of five octets each would need 631.
+  EXPECT_EQ(Built(Oid(std::vector<std::uint32_t>(128, 0x1FFFFFFF))), "none");
+}
+
+}  // namespace
+}  // namespace vox

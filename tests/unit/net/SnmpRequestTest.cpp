@@ -1,0 +1,213 @@
+// SNMP requests to one peer and to many.
+#include "vox/drivers/net/NetworkComm/tvr302udpsnmp.h"
+
+#include <algorithm>
+
+#include <arpa/inet.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/net/Allocations.h"
+#include "tests/unit/net/FakePeer.h"
+#include "tests/unit/net/Message.h"
+
+namespace vox {
+namespace {
+
+constexpr const char* kHost = "127.0.0.1";
+constexpr const char* kOther = "127.0.0.2";
+constexpr std::uint32_t kShort = 40;
+
+struct FreeList {
+  void operator()(snmp_pdu_list* list) const { free_snmp_pdu_list(list); }
+};
+using PduList = std::unique_ptr<snmp_pdu_list, FreeList>;
+
+// Flat records: one that asks for sysName, and answers to be filled.
+class Records {
+ public:
+  explicit Records(std::int32_t capacity = 1)
+      : answers(WNXSNMP_MallocSnmpSimplePdu(capacity, 1)), capacity_(capacity) {
+    request->byCommand = 0xA0;
+    std::strcpy(request->lpSnmpSimpleVal[0].szOid, "1.3.6.1.2.1.1.5.0");
+  }
+  ~Records() {
+    WNXSNMP_FreeSnmpSimplePdu(1, request);
+    WNXSNMP_FreeSnmpSimplePdu(capacity_, answers);
+  }
+  Records(const Records&) = delete;
+  Records& operator=(const Records&) = delete;
+
+  std::int32_t Ask() { return snmp_request_simple(kHost, 3, request, answers); }
+  std::int32_t AskAll() {
+    return multi_snmp_request_simple(kHost, 1, request, answers, capacity_, &count);
+  }
+  std::string Name(int i = 0) const {
+    return reinterpret_cast<const char*>(answers[i].lpSnmpSimpleVal[0].SnmpValBuf);
+  }
+
+  snmp_simple_pdu* request = WNXSNMP_MallocSnmpSimplePdu(1, 1);
+  snmp_simple_pdu* answers;
+  std::int32_t count = -1;
+
+ private:
+  std::int32_t capacity_;
+};
+
+const Bytes kLongOidResponse =
+    Response(BindingItem(Item(0x06, Bytes{0x2B} + Bytes(130, 0x7F)), Hex("04 01 61")));
+
+FakePeer::Script Names(const std::vector<std::string>& names) {
+  return [names](const Bytes&) {
+    Answers answers;
+    for (const std::string& name : names) {
+      answers.push_back(Answer(NameResponse(name)).From(kOther));
+    }
+    return answers;
+  };
+}
+
+TEST(Request, GivesTheParsedAnswerAndItsSender) {
+  FakePeer peer(Always(NameResponse("a name")));
+  const NetSettings settings(peer);
+  Message request(0xA0);
+  request.Binding(kSysName, 0x05);
+  const PduOwner answer(snmp_request(kHost, 3, &request.Record()));
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->byCommand, 0xA2);
+  EXPECT_EQ(answer->IPAddress.ulAddress, htonl(INADDR_LOOPBACK));
+  EXPECT_EQ(peer.Requests(), std::vector<Bytes>{request.Built()});
+}
+
+TEST(Request, AnswerIsNotMatchedByRequestId) {
+  const FakePeer peer(Always(NameResponse("any id")));
+  const NetSettings settings(peer);
+  Message request(0xA0);
+  EXPECT_TRUE(PduOwner(snmp_request(kHost, 3, &request.Id(999).Record())));
+}
+
+TEST(Request, WhatCannotBeBuiltIsNotSent) {
+  FakePeer peer(Always(NameResponse("a name")));
+  const NetSettings settings(peer);
+  Message request(0xA0);
+  request.Record().nVersion = 1;
+  EXPECT_FALSE(PduOwner(snmp_request(kHost, 3, &request.Record())));
+  EXPECT_FALSE(PduList(multi_snmp_request(kHost, 3, &request.Record())));
+  EXPECT_TRUE(peer.Requests().empty());
+}
+
+TEST(Request, AnswerThatDoesNotParseIsNone) {
+  const FakePeer peer(Always(Hex("30 03 02 01")));
+  const NetSettings settings(peer, kShort);
+  Message request(0xA0);
+  EXPECT_FALSE(PduOwner(snmp_request(kHost, 3, &request.Record())));
+  EXPECT_FALSE(PduList(multi_snmp_request(kHost, 3, &request.Record())));
+}
+
+TEST(RequestSimple, FillsTheAnswer) {
+  const FakePeer peer(Always(NameResponse("a name")));
+  const NetSettings settings(peer);
+  Records records;
+  EXPECT_EQ(records.Ask(), 0);
+  EXPECT_EQ(records.Name(), "a name");
+  EXPECT_STREQ(records.request->szComName, "public");
+}
+
+TEST(RequestSimple, EveryFailedStepGivesMinusOne) {
+  const FakePeer silent(Silent());
+  {
+    const NetSettings settings(silent, kShort);
+    Records records;
+    EXPECT_EQ(records.Ask(), -1) << "no answer";
+    records.request->lpSnmpSimpleVal[0].szOid[0] = '.';
+    EXPECT_EQ(records.Ask(), -1) << "no OID";
+  }
+  const FakePeer peer(Always(kLongOidResponse));
+  const NetSettings settings(peer);
+  Records records;
+  EXPECT_EQ(records.Ask(), -1) << "an OID of more than 255 characters";
+}
+
+TEST(MultiRequest, GivesEveryAnswerThatParsesInOrder) {
+  const FakePeer peer([](const Bytes&) {
+    return Answers{Answer(NameResponse("a")).From(kOther), Answer(Hex("DE AD")).From(kOther),
+                   Answer(NameResponse("b")).From("127.0.0.3")};
+  });
+  const NetSettings settings(peer, kShort);
+  Message request(0xA0);
+  const PduList list(multi_snmp_request(kHost, 3, &request.Record()));
+  ASSERT_TRUE(list);
+  EXPECT_STREQ(reinterpret_cast<const char*>(list->lpSnmpPdu->lpSnmpValList->uniVal.pbyData), "a");
+  const snmp_pdu_list* const second = list->lpSnmpPduListNext;
+  ASSERT_TRUE(second);
+  EXPECT_EQ(second->lpSnmpPdu->IPAddress.ulAddress, inet_addr("127.0.0.3"));
+  EXPECT_FALSE(second->lpSnmpPduListNext);
+}
+
+TEST(MultiRequestSimple, AnswersBeyondTheCapacityAreCounted) {
+  const FakePeer peer(Names({"a", "b", "c", "d", "e"}));
+  const NetSettings settings(peer, 200);
+  Records records(2);
+  EXPECT_EQ(records.AskAll(), 0);
+  EXPECT_EQ(records.count, 5);
+  EXPECT_EQ(records.Name(0), "a");
+  EXPECT_EQ(records.Name(1), "b");
+}
+
+TEST(MultiRequestSimple, ThreeHundredAnswersForTwoHundredAndFiftySix) {
+  const FakePeer peer([](const Bytes&) {
+    Answers answers;
+    for (int i = 0; i < 300; ++i) {
+      // In small groups, so that no receive buffer overflows.
+      const std::chrono::milliseconds pause(i % 20 == 0 ? 1 : 0);
+      answers.push_back(Answer(NameResponse(std::to_string(i))).From(kOther).After(pause));
+    }
+    return answers;
+  });
+  const NetSettings settings(peer, 300);
+  Records records(256);
+  EXPECT_EQ(records.AskAll(), 0);
+  EXPECT_EQ(records.count, 300);
+  EXPECT_EQ(records.Name(255), "255");
+}
+
+TEST(MultiRequestSimple, AnswerThatDoesNotConvertIsSkippedAndNotCounted) {
+  const FakePeer peer([](const Bytes&) {
+    return Answers{Answer(kLongOidResponse).From(kOther), Answer(NameResponse("b")).From(kOther),
+                   Answer(kLongOidResponse).From(kOther)};
+  });
+  const NetSettings settings(peer, kShort);
+  Records records(2);
+  EXPECT_EQ(records.AskAll(), 0);
+  EXPECT_EQ(records.count, 1);
+  EXPECT_EQ(records.Name(0), "b");
+  EXPECT_EQ(records.Name(1), "") << "no half of an answer stays";
+}
+
+TEST(MultiRequestSimple, NobodyAnsweringOrNoRequestGivesMinusOne) {
+  const FakePeer peer(Silent());
+  const NetSettings settings(peer, kShort);
+  Records records;
+  EXPECT_EQ(records.AskAll(), -1);
+  EXPECT_EQ(records.count, 0);
+  records.request->lpSnmpSimpleVal[0].szOid[0] = '\0';
+  EXPECT_EQ(records.AskAll(), -1);
+  EXPECT_EQ(multi_snmp_request_simple(kHost, 1, records.request, records.answers, 1, nullptr), -1);
+}
+
+TEST(MultiRequest, EveryFailedAllocationIsSafe) {
+  const FakePeer peer(Always(NameResponse("a")));
+  const NetSettings settings(peer);
+  int failures = 0;
+  for (;; ++failures) {
+    Records records;
+    const FailingAllocation failing(failures);
+    const std::int32_t result = records.AskAll();
+    if (!failing.HasFailed()) break;
+    EXPECT_EQ(result, -1) << "allocation " << failures;
+  }
+  EXPECT_GT(failures, 10);
+}
+
+}  // namespace
+}  // namespace vox
