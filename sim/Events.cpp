@@ -50,7 +50,7 @@ Event EventLog::Last(EventKind kind) const {
   MutexLock lock(mutex_);
   const auto found = std::find_if(events_.rbegin(), events_.rend(),
                                   [&](const Event& e) { return e.kind == kind; });
-  if (found == events_.rend()) return Event{kind, {}, {}, 0, 0, 0, 0, {}};
+  if (found == events_.rend()) return Event(kind);
   return *found;
 }
 

@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vox/platform/Mutex.h"
@@ -44,13 +45,16 @@ enum class EventKind : std::uint8_t {
 const char* EventName(EventKind kind);
 
 struct Event {
+  explicit Event(EventKind what, std::vector<std::uint8_t> content = {}, std::string why = {})
+      : kind(what), bytes(std::move(content)), text(std::move(why)) {}
+
   EventKind kind;
-  std::chrono::steady_clock::time_point time;
+  std::chrono::steady_clock::time_point time;  // set by EventLog::Add
   std::vector<std::uint8_t> bytes;
   std::uint64_t count = 0;
   std::uint32_t page = 0;          // channel events: 1 for the first page the device was asked for
   std::uint16_t sequence_id = 0;   // of the command or page request
-  std::uint32_t peer_address = 0;  // commands: IPv4, network order read as big-endian
+  std::uint32_t peer_address = 0;  // IPv4 as a big-endian number
   std::string text;
 };
 

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
+#include "sim/JbigBlock.h"
+
 namespace vox::sim {
 namespace {
 
 constexpr std::uint32_t kMaxLines = 1u << 24;
-constexpr std::uint32_t kMaxJbigWidth = 65535;  // 16 bits in a block's header
 constexpr std::uint32_t kEncodeJbig = 1;
-constexpr std::uint8_t kBlockHeaderSize = 8;
-constexpr std::uint8_t kImageHeaderSize = 20;
 
 bool IsDuplex(const DeviceOptions& options, const ScanInfo& request) {
   return options.duplex != 0 &&
@@ -58,7 +57,7 @@ void SetCoding(const CodingOptions& coding, const ScanInfo& request, ScanInfo& i
   info.jbig_line_template = jbig ? coding.line_template : 0;
   info.jbig_typical_prediction = jbig && coding.typical_prediction ? 1 : 0;
   const bool in_header = coding.image_header == ImageHeader::kInHeader;
-  const int size = kBlockHeaderSize + (in_header ? kImageHeaderSize : 0);
+  const std::size_t size = kBlockHeaderSize + (in_header ? kImageHeaderSize : 0);
   info.encode_header_size = static_cast<std::uint8_t>(jbig ? size : 0);
 }
 

@@ -22,6 +22,7 @@ struct RenderOptions {
   std::uint32_t plane_order = 0;      // 0 to 5, as DeviceOptions::plane_order
   std::uint32_t threshold = 128;      // bilevel: grey at or above is white; ScanInfo's wins
   std::uint32_t physical_height = 0;  // 1/10000 inch; lines below are white; 0: no limit
+  bool operator==(const RenderOptions&) const = default;
 };
 
 // The orders of the three planes; pixel byte k of a line is plane kPlaneOrders[order][k] of R, G,

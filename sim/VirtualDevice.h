@@ -51,6 +51,7 @@ class VirtualDevice {
   void LoadFeeder(std::vector<Sheet> sheets);
   std::size_t SheetsLeft() const;
 
+  // Events may be listened to; a listener must not call the device.
   EventLog& Events();
   std::vector<ClientRegistration> Registrations() const;
 
