@@ -1,0 +1,99 @@
+// voxsim: the virtual device as a program. It prints its ports as one line of JSON, runs in the
+// foreground and ends on SIGTERM or SIGINT.
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "sim/VirtualDevice.h"
+#include "tools/voxsim/Arguments.h"
+
+namespace vox {
+namespace {
+
+// SANE's status numbers: 4 a request that cannot be served, 9 an input/output error, 10 memory.
+constexpr int kInvalid = 4, kIoError = 9, kNoMemory = 10;
+
+// The signals wait for sigwait in the main thread; all threads inherit the mask.
+sigset_t BlockStopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+std::string MacText(const std::array<std::uint8_t, 6>& mac) {
+  char text[18];
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+                mac[4], mac[5]);
+  return text;
+}
+
+void PrintPorts(const sim::VirtualDevice& device, const sim::DeviceOptions& options) {
+  const nlohmann::ordered_json ports = {{"address", device.Address()},
+                                        {"snmpPort", device.SnmpPort()},
+                                        {"commandPort", device.CommandPort()},
+                                        {"devicePort", options.job_server_port},
+                                        {"model", options.model},
+                                        {"name", options.name},
+                                        {"mac", MacText(options.mac)}};
+  const auto replace = nlohmann::ordered_json::error_handler_t::replace;
+  std::printf("%s\n", ports.dump(-1, ' ', false, replace).c_str());
+  std::fflush(stdout);
+}
+
+// One line an event: what, page, sequence id, byte count, the first bytes, the text.
+void Trace(const sim::Event& event) {
+  std::string line = sim::EventName(event.kind);
+  if (event.page != 0) line.append(" page ").append(std::to_string(event.page));
+  if (event.count != 0) line.append(" ").append(std::to_string(event.count)).append(" bytes");
+  char hex[4];
+  for (std::size_t i = 0; i < event.bytes.size() && i < 32; ++i) {
+    std::snprintf(hex, sizeof hex, " %02x", event.bytes[i]);
+    line += hex;
+  }
+  if (event.bytes.size() > 32) line.append(" ... ").append(std::to_string(event.bytes.size()));
+  if (!event.text.empty()) line.append(" (").append(event.text).append(")");
+  std::fprintf(stderr, "%s\n", line.c_str());
+}
+
+int Fail(int status, const std::string& text) {
+  std::fprintf(stderr, "voxsim: %s\n", text.c_str());
+  return status;
+}
+
+int Serve(SimArguments& arguments) {
+  const std::string paper = LoadPaper(arguments);
+  if (!paper.empty()) return Fail(kInvalid, paper);
+  const sigset_t signals = BlockStopSignals();
+  sim::VirtualDevice device(arguments.device);
+  if (arguments.trace) device.Events().SetListener(Trace);
+  if (arguments.prepare != 0 &&
+      !device.Prepare(device.WholeBed(arguments.prepare, sim::kBilevel))) {
+    return Fail(kInvalid, "the pages to be prepared do not fit (--cache)");
+  }
+  if (!device.Start()) return Fail(kIoError, device.Error());
+  PrintPorts(device, arguments.device);
+  int signal = 0;
+  ::sigwait(&signals, &signal);
+  device.Stop();
+  return 0;
+}
+
+}  // namespace
+}  // namespace vox
+
+int main(int argc, char** argv) {
+  try {
+    vox::SimArguments arguments;
+    const int status = vox::ParseArguments(argc, argv, arguments);
+    return status >= 0 ? status : vox::Serve(arguments);
+  } catch (const std::bad_alloc&) {
+    return vox::Fail(vox::kNoMemory, "out of memory");
+  } catch (const std::exception& error) {
+    return vox::Fail(vox::kIoError, error.what());
+  }
+}
