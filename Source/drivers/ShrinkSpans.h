@@ -21,8 +21,8 @@ class ShrinkSpans {
         m_fS(static_cast<float>(count_source - 1)),
         m_dwLast(count_source - 1) {}
 
-  // right gives the last source position of target o. A single target (D is 0) takes all that is
-  // left, and a single source is position 0; both show as a place that is not below S.
+  // right gives the last source position of target o. A single target (D is 0) ends infinitely far
+  // off and so takes all that is left.
   std::uint32_t right(std::uint32_t o) const { return cut(static_cast<float>(o) + 0.5f); }
 
   // left gives the first source position of target o, for targets that are not taken in order.
@@ -38,9 +38,7 @@ class ShrinkSpans {
 
  private:
   std::uint32_t cut(float target) const {
-    const float place = target / m_fD * m_fS;
-    if (!(place < m_fS)) return m_dwLast;
-    return std::min(truncate32(place), m_dwLast);
+    return std::min(truncate32(target / m_fD * m_fS), m_dwLast);
   }
 
   float m_fD, m_fS;

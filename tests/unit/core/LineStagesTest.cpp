@@ -344,6 +344,14 @@ TEST(LineStages, DepthThatTheDeviceChangedStaysWithinItsBuffers) {
   }
 }
 
+TEST(LineStages, BitsInPlaceOfGreyAreNotReadBeyondTheirLine) {
+  Page page = Page(8).Width(64, 64).Length(2, 2);
+  page.info.DataType = 0;
+  page.request.dwLineSize = 1;
+  EXPECT_EQ(line_sizes(page.request, page.info).device_room, 64u) << "64 pixels are looked at";
+  page.EqualsPlain();
+}
+
 TEST(LineSizes, HoldEveryReaderOfALine) {
   const auto sizes = [](const Page& page) { return line_sizes(page.request, page.info); };
   Page bits = Page(1).Width(9, 9);
