@@ -213,12 +213,19 @@ int CJbigDataCtrl::decode(const tagJBIGSCANDATAHEADER& header) const {
   return DECOMPRESS(&codec);
 }
 
+// A block in a streaming caller's buffer must lie in it; a receiver that sets no memory size hands
+// over whole blocks.
+bool CJbigDataCtrl::is_whole(const tagJBIGSCANDATAHEADER& header) const {
+  return m_dwMemorySize == 0 || std::uint64_t{m_byHeaderSize} + header.dwLength <= m_dwMemorySize;
+}
+
 bool CJbigDataCtrl::Decompress() {
   if (!m_lpJbigData || !m_pImageData) return false;
-  const tagJBIGSCANDATAHEADER header = header_at(m_lpJbigData);
+  const tagJBIGSCANDATAHEADER header =
+      m_dwMemorySize == 0 ? header_at(m_lpJbigData) : gathered_header();
   const auto pixels = static_cast<std::int32_t>(std::uint32_t{header.wdWidth} * header.wdLength);
   if (pixels < 0 || !m_pImageData->Alloc(static_cast<ULONG>(pixels) / 8)) return false;
-  const int status = decode(header);
+  const int status = is_whole(header) ? decode(header) : CODEC_DATA_ERROR;
   // An image of less than a byte leaves nothing to drain: the next block must find room at once.
   if (status != CODEC_DONE || m_pImageData->IsEmpty()) m_pImageData->Remove();
   m_WritePtr = 0;

@@ -125,6 +125,7 @@ class VOX_EXPORT CJbigDataCtrl {
                          const tagJBIGSCANDATAHEADER* pHeader, const CJbigTmpBuf* pTmpBuf) const;
   tagJBIGSCANDATAHEADER gathered_header() const;
   void gather(const BYTE* from, DWORD length, std::uint64_t needed);
+  bool is_whole(const tagJBIGSCANDATAHEADER& header) const;
   int decode(const tagJBIGSCANDATAHEADER& header) const;
 
   std::int8_t m_bFirstHeader = 1;                  // until the first header has been accepted

@@ -65,7 +65,10 @@ CodecBlock::CodecBlock(const JbigShape& shape)
 }
 
 Decoding::Decoding(const JbigShape& shape, std::span<const std::uint8_t> coded, Sizes piece)
-    : m_shape(shape), m_coded(coded), m_piece(std::move(piece)), m_block(shape) {
+    : m_shape(shape),
+      m_coded(coded.begin(), coded.end()),
+      m_piece(std::move(piece)),
+      m_block(shape) {
   m_block.codec.CCallBack = MoreData;
   m_block.codec.user_p1 = this;
   NextPiece();
@@ -156,8 +159,10 @@ Bytes Encode(const Picture& picture, const JbigShape& shape, const EncodeHow& ho
   output.Offer(codec, kBihSize);
   codec.Command = CODEC_START;
   const unsigned end = std::min(picture.height, how.end_after);
+  // A pitch of 16 bits is a byte short of the widest lines: those go in one by one.
+  const unsigned at_once = 8 * picture.LineBytes() > codec.PitchIBuff ? 1 : end;
   for (unsigned y = 0;;) {
-    const unsigned lines = std::min(end - y, how.lines ? how.lines() : end);
+    const unsigned lines = std::min(end - y, how.lines ? how.lines() : at_once);
     Bytes copy(picture.Line(y), picture.Line(y) + std::size_t{lines} * picture.LineBytes());
     codec.lpIBuff = copy.data();
     codec.HeightIBuff = static_cast<WORD>(lines);

@@ -75,7 +75,7 @@ class Decoding {
   void NextPiece();
 
   JbigShape m_shape;
-  std::span<const std::uint8_t> m_coded;
+  Bytes m_coded;
   Sizes m_piece;
   CodecBlock m_block;
   std::unique_ptr<std::uint8_t[]> m_current;  // the piece, exact size

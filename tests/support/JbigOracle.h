@@ -38,19 +38,22 @@ class JbigOracle {
   std::uint32_t Excess() const { return excess_; }
   OracleRegisters Registers() const { return registers_; }
 
- private:
   // One context: T.82's MPS(CX) and ST(CX).
   struct Context {
     int mps = 0;
     int st = 0;
   };
+  const std::array<Context, 1024>& Contexts() const { return contexts_; }
+  const std::vector<std::uint8_t>& Above() const { return above_; }
+  const std::vector<std::uint8_t>& Above2() const { return above2_; }
 
+ private:
   // 6.8.3: the arithmetic decoder.
   void InitDec();
   int Decode(Context& context);
   int LpsExchange(Context& context);
   int MpsExchange(Context& context);
-  void RenormD(void);
+  void RenormD();
   void ByteIn();
 
   // 6.2.6: coded bytes and markers.

@@ -96,7 +96,9 @@ void DECODER::store() {
       const int unused = 64 - 8 * count;
       const std::uint64_t code = work->fillorder ? bytes : reverse_in_bytes(bytes);
       c |= code >> unused << unused >> (16 + nb);
-      ahead = count - ((7 - nb) >> 3);
+      const int due = (7 - nb) >> 3;
+      work->Breg = in_order(work, work->c_addr[due - 1]);
+      ahead = count - due;
       nb += 8 * count;
       advance(work, count);
       return;

@@ -1,0 +1,31 @@
+// libjbig as the peer: what it writes must decode here, and the other way round.
+//
+// Thread rule: the functions share nothing.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "tests/support/JbigDriver.h"
+
+namespace vox::test {
+
+struct PeerOptions {
+  bool sdrst = false;     // stripes end with SDRST
+  unsigned most_at = 0;   // it may move AT up to this far
+  bool delay_at = false;  // and does so in the first line of the next stripe only
+  std::uint32_t announced =
+      0;                  // height in the BIH, the real one following in NEWLEN; 0: the real one
+  std::string comment{};  // content of a COMMENT at the start
+};
+
+// PeerEncode returns the BIE that libjbig writes; the shape gives template, TP, stripes.
+Bytes PeerEncode(const Picture& picture, const JbigShape& shape, const PeerOptions& options = {});
+
+// PeerDecode returns the lines that libjbig reads; empty when it reports an error.
+Bytes PeerDecode(std::span<const std::uint8_t> bie);
+
+// PeerSettleHeight puts a NEWLEN's height into the BIH, which PeerDecode needs. False: no such.
+bool PeerSettleHeight(Bytes& bie);
+
+}  // namespace vox::test

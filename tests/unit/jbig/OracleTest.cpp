@@ -1,0 +1,116 @@
+// The decoder and the oracle agree, register for register, on good and on broken data.
+#include <random>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/JbigCompare.h"
+
+namespace vox::test {
+namespace {
+
+std::string Text(const JbigShape& shape) {
+  std::ostringstream text;
+  text << shape.width << " x " << shape.height << ", strip " << shape.strip << ", " << shape.lines
+       << " lines, tp " << shape.tp << ", vlength " << shape.vlength << ", tx " << shape.tx
+       << ", msb first " << shape.msb_first;
+  return text.str();
+}
+
+class Oracle : public testing::TestWithParam<int> {
+ protected:
+  std::minstd_rand m_random{static_cast<unsigned>(GetParam()) * 7919u + 1};
+
+  unsigned Below(unsigned limit) { return static_cast<unsigned>(m_random() >> 4) % limit; }
+
+  JbigShape AnyShape() {
+    JbigShape shape{1 + Below(200), 1 + Below(40), 1 + Below(45), 2 + static_cast<int>(Below(2))};
+    shape.tp = Below(2);
+    shape.vlength = Below(3) == 0;
+    shape.msb_first = Below(2);
+    shape.tx = Below(2) ? 0 : Below(128);
+    return shape;
+  }
+  Picture AnyPicture(const JbigShape& shape) {
+    const unsigned kind = Below(4);
+    if (kind == 0) return RandomDots(shape.width, shape.height, Below(257), Below(1000));
+    if (kind == 1) return Halftone(shape.width, shape.height, 2 + Below(20));
+    if (kind == 2) return Picture(shape.width, shape.height);
+    return Blobs(shape.width, shape.height, Below(1000));
+  }
+  Bytes Code(const JbigShape& shape) {
+    const Bytes bie = Encode(AnyPicture(shape), shape);
+    return Bytes(bie.begin() + kBihSize, bie.end());
+  }
+  void Compare(const JbigShape& shape, const Bytes& code) {
+    const Sizes piece = Below(3) == 0 ? Sizes{} : RandomSizes(1 + Below(30), Below(1000));
+    EXPECT_EQ(CompareWithOracle(shape, code, RandomSizes(1 + Below(50), Below(1000)), piece), "")
+        << Text(shape);
+  }
+};
+
+TEST_P(Oracle, AgreesOnGoodImages) {
+  for (int i = 0; i < 40; ++i) {
+    const JbigShape shape = AnyShape();
+    Compare(shape, Code(shape));
+  }
+}
+
+TEST_P(Oracle, AgreesOnImagesWithBytesChanged) {
+  for (int i = 0; i < 40; ++i) {
+    const JbigShape shape = AnyShape();
+    Bytes code = Code(shape);
+    for (unsigned n = 1 + Below(6); n > 0; --n)
+      code[Below(static_cast<unsigned>(code.size()))] =
+          static_cast<std::uint8_t>(Below(3) ? Below(256) : 0xFF);
+    Compare(shape, code);
+  }
+}
+
+// Markers strewn over the data: every code, with contents that may be cut or make no sense.
+TEST_P(Oracle, AgreesOnMarkersAnywhere) {
+  for (int i = 0; i < 40; ++i) {
+    JbigShape shape = AnyShape();
+    if (Below(6) == 0) shape.strip = 0xFFFFFFFF;
+    Bytes code = shape.strip == 0xFFFFFFFF ? Bytes{1, 2, 3} : Code(shape);
+    for (unsigned n = 1 + Below(5); n > 0; --n) {
+      const Bytes marker = {0xFF,
+                            static_cast<std::uint8_t>(Below(9)),
+                            0,
+                            0,
+                            0,
+                            static_cast<std::uint8_t>(Below(40)),
+                            static_cast<std::uint8_t>(Below(140)),
+                            0};
+      code.insert(code.begin() + Below(static_cast<unsigned>(code.size())), marker.begin(),
+                  marker.begin() + 1 + Below(8));
+    }
+    shape.msb_first = true;
+    Compare(shape, code);
+  }
+}
+
+TEST_P(Oracle, AgreesOnNoise) {
+  for (int i = 0; i < 40; ++i) {
+    Bytes code(Below(300));
+    for (auto& byte : code) byte = static_cast<std::uint8_t>(Below(4) ? Below(256) : 0xFF);
+    Compare(AnyShape(), code);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, Oracle, testing::Range(0, 12));
+
+// Every AT offset on a picture where it matters.
+TEST(OracleAt, AgreesForEveryOffset) {
+  for (unsigned tx = 0; tx < 128; ++tx)
+    for (const int lines : {2, 3}) {
+      JbigShape shape{150, 12, 5, lines};
+      shape.tx = tx;
+      const Bytes bie = Encode(Halftone(150, 12, 7), shape);
+      EXPECT_EQ(CompareWithOracle(shape, std::span(bie).subspan(kBihSize), Always(5), nullptr), "")
+          << Text(shape);
+    }
+}
+
+}  // namespace
+}  // namespace vox::test
