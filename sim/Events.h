@@ -28,7 +28,8 @@ enum class EventKind : std::uint8_t {
   kBadDatagram,      // bytes: a datagram on the command port that is no command
   kReply,            // bytes: the reply that was sent
   kJobStarted,       // bytes: the 8-byte job id
-  kJobEnded,         // bytes: the job id; the last page's end notice was answered
+  kJobEnded,         // bytes: the job id; the last page's end notice was answered, or another
+                     // job began after it was sent
   kJobCancelled,     // bytes: the job id
   kJobLost,          // bytes: the job id; text says why
   kDataChannel,      // the data channel is connected

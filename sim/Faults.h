@@ -68,17 +68,17 @@ enum class BlockFault : std::uint8_t {
 };
 
 struct Faults {
-  Silence silence;
-  Delays delays;
+  Silence silence = {};
+  Delays delays = {};
 
   // Scan commands. Each count is how many commands are answered so; kEveryTime means all.
   static constexpr std::uint32_t kEveryTime = 0xFFFFFFFF;
   std::uint32_t busy = 0;
   std::uint32_t no_document = 0;
-  std::optional<std::uint8_t> scan_reply;       // this reply code instead of 0x43
-  std::optional<std::uint8_t> cancel_reply;     // instead of 0x53
-  std::optional<std::uint8_t> register_reply;   // instead of 0xC4
-  std::uint32_t register_replies = kEveryTime;  // how many registrations get register_reply
+  std::optional<std::uint8_t> scan_reply = {};      // this reply code instead of 0x43
+  std::optional<std::uint8_t> cancel_reply = {};    // instead of 0x53
+  std::optional<std::uint8_t> register_reply = {};  // instead of 0xC4
+  std::uint32_t register_replies = kEveryTime;      // how many registrations get register_reply
 
   ReplyFault reply = ReplyFault::kNone;
   std::uint32_t replies = kEveryTime;  // how many replies suffer from it
@@ -89,14 +89,14 @@ struct Faults {
   std::uint32_t start_notice_bytes = 28;  // fewer: the notice is cut there and the channel closed
   bool bad_start_notice = false;          // "MFPP0200ML01" is spoilt
   std::uint32_t scan_info_bytes = 128;    // fewer: cut there and the channel closed
-  std::optional<std::uint64_t> close_after;  // bytes of page data, then the channel is closed
-  bool reset = false;                        // closed with RST instead of FIN
+  std::optional<std::uint64_t> close_after = {};  // bytes of page data, then the channel is closed
+  bool reset = false;                             // closed with RST instead of FIN
   BlockFault block = BlockFault::kNone;
-  std::uint32_t block_index = 0;         // 0: the page's first block
-  std::uint32_t end_not_ready = 0;       // so many 0xF0 notices before the true one
-  std::optional<std::uint8_t> end_code;  // instead of what is true
-  std::uint32_t end_split = 0;           // 1 to 27: the end notice comes in two pieces cut there
-  std::uint32_t end_notice_bytes = 28;   // fewer: cut there and the channel closed
+  std::uint32_t block_index = 0;              // 0: the page's first block
+  std::uint32_t end_not_ready = 0;            // so many 0xF0 notices before the true one
+  std::optional<std::uint8_t> end_code = {};  // instead of what is true
+  std::uint32_t end_split = 0;          // 1 to 27: the end notice comes in two pieces cut there
+  std::uint32_t end_notice_bytes = 28;  // fewer: cut there and the channel closed
 };
 
 // ParseFault changes `faults` as one word asks: a name, or name=value. Words may be joined by

@@ -30,6 +30,7 @@ JobDesk::StartResult JobDesk::StartJob(std::uint32_t host, const ScanInfo& reque
   if (job_ && !job_->sending && Clock::now() - job_->touched > options_.limits.idle_job) {
     EndJob(EventKind::kJobLost, "no page was asked for in time");
   }
+  if (job_ && job_->last_notice_left) EndJob(EventKind::kJobEnded, {});
   if (job_) return {Start::kBusy};
   if (!IsSane(options_, request)) return {Start::kRefused};
   Job job;
@@ -52,6 +53,7 @@ bool JobDesk::RequestPage(const JobId& job, std::uint32_t host, std::uint16_t se
   const PlannedPage& page = job_->pages[index];
   job_->next = index + 1;
   job_->sending = sequence_id;
+  job_->last_notice_left = false;
   TakeSheet(page);
   order_ = PageOrder{job,
                      host,
@@ -105,10 +107,19 @@ std::optional<PageOrder> JobDesk::Next() {
   return std::exchange(order_, std::nullopt);
 }
 
+// False: superseded, cancelled or replaced meanwhile; nothing of the job is this page's any more.
+bool JobDesk::IsCurrent(const PageOrder& order) const {
+  return job_ && job_->id == order.job && job_->sending == order.sequence_id;
+}
+
+void JobDesk::NoticeLeaves(const PageOrder& order) {
+  MutexLock lock(mutex_);
+  if (IsCurrent(order)) job_->last_notice_left = !order.more_follow;
+}
+
 void JobDesk::Finish(const PageOrder& order, PageOutcome outcome, const std::string& why) {
   MutexLock lock(mutex_);
-  // Superseded, cancelled or replaced meanwhile: nothing of the job is this page's any more.
-  if (!job_ || job_->id != order.job || job_->sending != order.sequence_id) return;
+  if (!IsCurrent(order)) return;
   job_->sending.reset();
   job_->touched = Clock::now();
   if (outcome == PageOutcome::kLost) return EndJob(EventKind::kJobLost, why);

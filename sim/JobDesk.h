@@ -8,9 +8,10 @@
 //
 // A page request that comes while a page is being sent ends that page and asks for the next one (or
 // for the same again, when it was the last); a request with the sequence id of the page that is
-// being sent is a repeated datagram and changes nothing.
+// being sent is a repeated datagram and changes nothing. Once the last end notice has left the
+// scanner is free: a new job may start then, and ends the old one, whose host has not answered yet.
 //
-// Thread rule: any thread; Next and Finish from the sending thread alone.
+// Thread rule: any thread; Next, NoticeLeaves and Finish from the sending thread alone.
 #pragma once
 
 #include <chrono>
@@ -64,6 +65,8 @@ class JobDesk {
   std::optional<PageOrder> Next() VOX_EXCLUDES(mutex_);
   void Finish(const PageOrder& order, PageOutcome outcome, const std::string& why)
       VOX_EXCLUDES(mutex_);
+  // NoticeLeaves: the true end notice of the page is about to be sent.
+  void NoticeLeaves(const PageOrder& order) VOX_EXCLUDES(mutex_);
   // Interrupt is raised while the page being sent is to be given up.
   EventFd& Interrupt() { return interrupt_; }
   // DropPage gives the page being sent up.
@@ -82,8 +85,10 @@ class JobDesk {
     std::vector<PlannedPage> pages;
     std::size_t next = 0;
     std::optional<std::uint16_t> sending;  // sequence id of the page that is being sent
+    bool last_notice_left = false;
     Clock::time_point touched;
   };
+  bool IsCurrent(const PageOrder& order) const VOX_REQUIRES(mutex_);
   JobId NewJobId(std::uint32_t host) VOX_REQUIRES(mutex_);
   void EndJob(EventKind how, const std::string& why) VOX_REQUIRES(mutex_);
   void TakeSheet(const PlannedPage& page) VOX_REQUIRES(mutex_);

@@ -198,9 +198,11 @@ class PageSender::Page {
     if (status != Status::kOk) return LostEnd("end channel", status);
     Log(EventKind::kEndChannel);
     if (StopsAt(Stage::kEndNotice)) return LostEnd("end notice", Status::kInterrupted);
+    status = channel_.Pause(faults_.delays.end_notice);
+    if (status != Status::kOk) return LostEnd("end notice", status);
+    if (code != kNoticeNotFinished) sender_.desk_.NoticeLeaves(order_);
     const Bytes notice = Notice(code);
-    status =
-        SendCut(notice, faults_.end_notice_bytes, faults_.end_split, faults_.delays.end_notice);
+    status = SendCut(notice, faults_.end_notice_bytes, faults_.end_split, Time{0});
     if (status != Status::kOk) return LostEnd("end notice", status);
     Log(EventKind::kEndNotice, notice);
     std::uint8_t answer = 0;
