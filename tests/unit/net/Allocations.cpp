@@ -32,7 +32,7 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 }
 }
 
-namespace vox {
+namespace vox::test {
 
 FailingAllocation::FailingAllocation(int spared) {
   spared_left = spared;
@@ -46,4 +46,4 @@ bool FailingAllocation::HasFailed() const {
   return has_failed;
 }
 
-}  // namespace vox
+}  // namespace vox::test

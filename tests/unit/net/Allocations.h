@@ -1,7 +1,7 @@
 // Makes the n-th allocation of the library fail on the calling thread.
 #pragma once
 
-namespace vox {
+namespace vox::test {
 
 // FailingAllocation lets `spared` calls of malloc and calloc pass and fails the one after them;
 // later ones pass again. One at a time on a thread.
@@ -14,4 +14,4 @@ class FailingAllocation {
   bool HasFailed() const;
 };
 
-}  // namespace vox
+}  // namespace vox::test

@@ -8,10 +8,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/net/Hex.h"
+#include "tests/support/Hex.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 constexpr std::int32_t kInt = 4;  // the size of a number in memory
 

@@ -13,11 +13,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/UdpPeer.h"
 #include "tests/unit/net/Allocations.h"
-#include "tests/unit/net/FakePeer.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 using std::chrono::milliseconds;
 
@@ -234,14 +236,14 @@ TEST(Receive, ZeroSecondsWaitWithoutLimit) {
 // ---- UDP command exchanges
 
 TEST(UdpSend, SendsOneDatagramAndAwaitsNothing) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer);
   EXPECT_EQ(udp_send(kHost, 3, kQuestion.data(), Size(kQuestion)), 0);
   EXPECT_EQ(peer.AwaitRequests(1), std::vector<Bytes>{kQuestion});
 }
 
 TEST(UdpSend, NameIsLookedUp) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer);
   EXPECT_EQ(udp_send("localhost", 3, kQuestion.data(), Size(kQuestion)), 0);
   EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
@@ -253,7 +255,7 @@ TEST(UdpSend, PortZeroMeans3892) {
   const std::string host = "127." + std::to_string(100 + (process >> 16) % 100) + "." +
                            std::to_string((process >> 8) & 255) + "." +
                            std::to_string(process & 255 ? process & 255 : 1);
-  FakePeer peer(Silent(), host.c_str(), 3892);
+  UdpPeer peer(Silent(), host.c_str(), 3892);
   const NetSettings settings(0);
   EXPECT_EQ(udp_send(host.c_str(), 3, kQuestion.data(), Size(kQuestion)), 0);
   EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
@@ -287,7 +289,7 @@ Reply SendReceive(std::int32_t capacity) {
 }
 
 TEST(UdpSendReceive, AnswerThatFitsIsCopiedIntoAClearedBuffer) {
-  const FakePeer peer(Always(kAnswer));
+  const UdpPeer peer(Always(kAnswer));
   const NetSettings settings(peer);
   const Reply roomy = SendReceive(6);
   EXPECT_EQ(roomy.result, 0);
@@ -297,7 +299,7 @@ TEST(UdpSendReceive, AnswerThatFitsIsCopiedIntoAClearedBuffer) {
 }
 
 TEST(UdpSendReceive, LargerAnswerFailsWithAClearedBuffer) {
-  const FakePeer peer(Always(kAnswer));
+  const UdpPeer peer(Always(kAnswer));
   const NetSettings settings(peer);
   const Reply reply = SendReceive(3);
   EXPECT_EQ(reply.result, -1);
@@ -306,7 +308,7 @@ TEST(UdpSendReceive, LargerAnswerFailsWithAClearedBuffer) {
 }
 
 TEST(UdpSendReceive, SilenceIsATimeOutAndLeavesTheBuffer) {
-  const FakePeer peer(Silent());
+  const UdpPeer peer(Silent());
   const NetSettings settings(peer, kShort);
   const Reply reply = SendReceive(3);
   EXPECT_EQ(reply.result, -3);
@@ -315,7 +317,7 @@ TEST(UdpSendReceive, SilenceIsATimeOutAndLeavesTheBuffer) {
 }
 
 TEST(UdpSendReceive, WithoutABufferNothingIsSent) {
-  FakePeer peer(Always(kAnswer));
+  UdpPeer peer(Always(kAnswer));
   const NetSettings settings(peer);
   std::uint8_t byte = 0;
   std::int32_t length = 0;
@@ -331,7 +333,7 @@ TEST(UdpSendReceive, WithoutABufferNothingIsSent) {
 // ---- SNMP exchanges
 
 TEST(SendReceive, GivesTheAnswerAndItsSender) {
-  FakePeer peer(Always(kAnswer));
+  UdpPeer peer(Always(kAnswer));
   const NetSettings settings(peer);
   const Packets packets = Ask(kHost);
   EXPECT_EQ(BytesOf(packets), std::vector<Bytes>{kAnswer});
@@ -340,7 +342,7 @@ TEST(SendReceive, GivesTheAnswerAndItsSender) {
 }
 
 TEST(SendReceive, TheFirstDatagramIsTheAnswerWhoeverSendsIt) {
-  const FakePeer peer([](const Bytes&) {
+  const UdpPeer peer([](const Bytes&) {
     return Answers{Answer(Hex("99")).From(kOther), Answer(kAnswer)};
   });
   const NetSettings settings(peer);
@@ -350,13 +352,13 @@ TEST(SendReceive, TheFirstDatagramIsTheAnswerWhoeverSendsIt) {
 }
 
 TEST(SendReceive, LongDatagramIsCutAt1536Bytes) {
-  const FakePeer peer(Always(Bytes(2000, 0x55)));
+  const UdpPeer peer(Always(Bytes(2000, 0x55)));
   const NetSettings settings(peer);
   EXPECT_EQ(BytesOf(Ask(kHost)), std::vector<Bytes>{Bytes(1536, 0x55)});
 }
 
 TEST(SendReceive, SilenceGivesNoneWithoutRetry) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer, kShort);
   const Stopwatch watch;
   EXPECT_FALSE(Ask(kHost));
@@ -366,7 +368,7 @@ TEST(SendReceive, SilenceGivesNoneWithoutRetry) {
 }
 
 TEST(SendReceive, WithoutMemoryGivesNone) {
-  const FakePeer peer(Always(kAnswer));
+  const UdpPeer peer(Always(kAnswer));
   const NetSettings settings(peer);
   for (const int spared : {0, 1}) {
     const FailingAllocation failing(spared);
@@ -378,7 +380,7 @@ TEST(SendReceive, WithoutMemoryGivesNone) {
 // ---- broadcast collection
 
 TEST(Collect, EndsOneQuietTimeOutAfterTheLastAnswer) {
-  const FakePeer peer([](const Bytes&) {
+  const UdpPeer peer([](const Bytes&) {
     Answers answers;
     for (std::uint8_t i = 0; i < 5; ++i) {
       answers.push_back(Answer({i}).From(kOther).After(milliseconds(i == 0 ? 0 : 120)));
@@ -393,7 +395,7 @@ TEST(Collect, EndsOneQuietTimeOutAfterTheLastAnswer) {
 }
 
 TEST(Collect, EndsAtTheAnswerOfTheAddressedHost) {
-  const FakePeer peer([](const Bytes&) {
+  const UdpPeer peer([](const Bytes&) {
     return Answers{Answer(Hex("01")).From(kOther), Answer(kAnswer), Answer(Hex("02")).From(kOther)};
   });
   const NetSettings settings(peer, 60000);
@@ -401,7 +403,7 @@ TEST(Collect, EndsAtTheAnswerOfTheAddressedHost) {
 }
 
 TEST(Collect, BroadcastReachesEverybody) {
-  FakePeer peer(Always(kAnswer), "0.0.0.0");
+  UdpPeer peer(Always(kAnswer), "0.0.0.0");
   const NetSettings settings(peer, kShort);
   const Packets packets = AskAll("127.255.255.255");
   EXPECT_EQ(BytesOf(packets), std::vector<Bytes>{kAnswer});
@@ -409,7 +411,7 @@ TEST(Collect, BroadcastReachesEverybody) {
 }
 
 TEST(Collect, NobodyAnsweringGivesNone) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer, kShort);
   EXPECT_FALSE(AskAll(kHost));
   EXPECT_EQ(peer.Requests().size(), 1u);
@@ -417,7 +419,7 @@ TEST(Collect, NobodyAnsweringGivesNone) {
 }
 
 TEST(Collect, NamesAreNotLookedUp) {
-  FakePeer peer(Always(kAnswer));
+  UdpPeer peer(Always(kAnswer));
   const NetSettings settings(peer, kShort);
   EXPECT_FALSE(AskAll("localhost"));
   EXPECT_FALSE(AskAll(nullptr));
@@ -430,14 +432,14 @@ TEST(Collect, FailedSendGivesNone) {
 }
 
 TEST(Collect, FloodEndsAt4096Datagrams) {
-  const FakePeer peer([](const Bytes&) { return Answers(64, Answer({7}).From(kOther)); }, kHost, 0,
-                      true);
+  const UdpPeer peer([](const Bytes&) { return Answers(64, Answer({7}).From(kOther)); }, kHost, 0,
+                     true);
   const NetSettings settings(peer);
   EXPECT_EQ(BytesOf(AskAll(kHost, 1)).size(), 4096u);
 }
 
 TEST(Collect, DripEndsAfter60TimeOuts) {
-  const FakePeer peer(
+  const UdpPeer peer(
       [](const Bytes&) { return Answers{Answer({7}).From(kOther).After(milliseconds(2))}; }, kHost,
       0, true);
   const NetSettings settings(peer, 10);
@@ -447,7 +449,7 @@ TEST(Collect, DripEndsAfter60TimeOuts) {
 }
 
 TEST(Collect, FailedAllocationKeepsWhatWasGathered) {
-  const FakePeer peer([](const Bytes&) { return Answers(3, Answer({7}).From(kOther)); });
+  const UdpPeer peer([](const Bytes&) { return Answers(3, Answer({7}).From(kOther)); });
   const NetSettings settings(peer, 300);
   for (const int spared : {2, 3}) {
     const FailingAllocation failing(spared);

@@ -5,12 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/SnmpMessage.h"
+#include "tests/support/UdpPeer.h"
 #include "tests/unit/net/Allocations.h"
-#include "tests/unit/net/FakePeer.h"
-#include "tests/unit/net/Message.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr const char* kNameOid = "1.3.6.1.2.1.1.5.0";
@@ -46,7 +48,7 @@ struct NextRequest {
 };
 
 // Asked gives what the peer was asked, parsed.
-PduOwner Asked(FakePeer* peer) {
+PduOwner Asked(UdpPeer* peer) {
   const auto requests = peer->AwaitRequests(1);
   EXPECT_EQ(requests.size(), 1u);
   return requests.empty() ? nullptr : Parse(requests[0]);
@@ -55,7 +57,7 @@ PduOwner Asked(FakePeer* peer) {
 // ---- SnmpGet
 
 TEST(Get, CopiesTheValueAndItsSize) {
-  FakePeer peer(Always(NameResponse("a name")));
+  UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   Request request(10);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), 0);
@@ -70,7 +72,7 @@ TEST(Get, CopiesTheValueAndItsSize) {
 }
 
 TEST(Get, CommunityIsSent) {
-  FakePeer peer(Always(NameResponse("n")));
+  UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   Request request(10);
   EXPECT_EQ(SnmpGet(kHost, "private", &request.record), 0);
@@ -78,7 +80,7 @@ TEST(Get, CommunityIsSent) {
 }
 
 TEST(Get, EmptyCommunityIsTheDefault) {
-  FakePeer peer(Always(NameResponse("n")));
+  UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   Request request(10);
   EXPECT_EQ(SnmpGet(kHost, "", &request.record), 0);
@@ -86,7 +88,7 @@ TEST(Get, EmptyCommunityIsTheDefault) {
 }
 
 TEST(Get, LargerValueThanTheBufferLeavesItUntouched) {
-  const FakePeer peer(Always(NameResponse("a name")));
+  const UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   Request request(5);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), -3);
@@ -97,7 +99,7 @@ TEST(Get, LargerValueThanTheBufferLeavesItUntouched) {
 }
 
 TEST(Get, MissingBufferIsTooSmall) {
-  const FakePeer peer(Always(NameResponse("a name")));
+  const UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   Request request(10);
   request.record.data = nullptr;
@@ -105,7 +107,7 @@ TEST(Get, MissingBufferIsTooSmall) {
 }
 
 TEST(Get, TagOfTheValueIsNotLookedAt) {
-  const FakePeer peer(Always(Response(BindingItem(kSysNameItem, Hex("02 01 FF")))));
+  const UdpPeer peer(Always(Response(BindingItem(kSysNameItem, Hex("02 01 FF")))));
   const NetSettings settings(peer);
   Request request(4);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), 0);
@@ -114,7 +116,7 @@ TEST(Get, TagOfTheValueIsNotLookedAt) {
 }
 
 TEST(Get, EmptyValueIsAnAnswer) {
-  const FakePeer peer(Always(NameResponse("")));
+  const UdpPeer peer(Always(NameResponse("")));
   const NetSettings settings(peer);
   Request request(4);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), 0);
@@ -122,14 +124,14 @@ TEST(Get, EmptyValueIsAnAnswer) {
 }
 
 TEST(Get, ErrorStatusFails) {
-  const FakePeer peer(Always(Response(BindingItem(kSysNameItem, Hex("05 00")), 2, 1)));
+  const UdpPeer peer(Always(Response(BindingItem(kSysNameItem, Hex("05 00")), 2, 1)));
   const NetSettings settings(peer);
   Request request(4);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), -1);
 }
 
 TEST(Get, AnswerWithoutAValue) {
-  const FakePeer peer(Always(Response({})));
+  const UdpPeer peer(Always(Response({})));
   const NetSettings settings(peer);
   Request request(4);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), -101);
@@ -138,7 +140,7 @@ TEST(Get, AnswerWithoutAValue) {
 }
 
 TEST(Get, SilenceFailsAfterOneTimeOutWithoutRetry) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer, kShort);
   Request request(4);
   const Stopwatch watch;
@@ -148,7 +150,7 @@ TEST(Get, SilenceFailsAfterOneTimeOutWithoutRetry) {
 }
 
 TEST(Get, TextsThatDoNotFitAreRefusedUnsent) {
-  FakePeer peer(Always(NameResponse("n")));
+  UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   Request unterminated(4);
   std::memset(unterminated.record.oid, '1', sizeof unterminated.record.oid);
@@ -167,7 +169,7 @@ TEST(Get, TextsThatDoNotFitAreRefusedUnsent) {
 }
 
 TEST(Get, WithoutMemory) {
-  const FakePeer peer(Always(NameResponse("n")));
+  const UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   int failures = 0;
   for (;; ++failures) {
@@ -182,7 +184,7 @@ TEST(Get, WithoutMemory) {
 }
 
 TEST(Get, FromSeveralThreadsAtOnce) {
-  const FakePeer peer([](const Bytes& request) {
+  const UdpPeer peer([](const Bytes& request) {
     const PduOwner asked = Parse(request);
     return Answers{Answer(NameResponse(asked ? asked->pcComName : "?"))};
   });
@@ -204,7 +206,7 @@ TEST(Get, FromSeveralThreadsAtOnce) {
 // ---- SnmpGetNext
 
 TEST(GetNext, GivesTheAnsweringOidAndItsValue) {
-  FakePeer peer(Always(NameResponse("a name")));
+  UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   NextRequest next;
   ASSERT_EQ(SnmpGetNext(kHost, nullptr, &next.record), 0);
@@ -218,7 +220,7 @@ TEST(GetNext, GivesTheAnsweringOidAndItsValue) {
 }
 
 TEST(GetNext, EmptyValueHasABufferToo) {
-  const FakePeer peer(Always(NameResponse("")));
+  const UdpPeer peer(Always(NameResponse("")));
   const NetSettings settings(peer);
   NextRequest next;
   EXPECT_EQ(SnmpGetNext(kHost, nullptr, &next.record), 0);
@@ -227,7 +229,7 @@ TEST(GetNext, EmptyValueHasABufferToo) {
 }
 
 TEST(GetNext, FailureLeavesNothingToRelease) {
-  const FakePeer peer(Always(Response(BindingItem(kSysNameItem, Hex("05 00")), 2, 1)));
+  const UdpPeer peer(Always(Response(BindingItem(kSysNameItem, Hex("05 00")), 2, 1)));
   const NetSettings settings(peer);
   NextRequest next;
   std::uint8_t stale = 0;
@@ -240,14 +242,14 @@ TEST(GetNext, FailureLeavesNothingToRelease) {
 }
 
 TEST(GetNext, OidOfMoreThan255CharactersFails) {
-  const FakePeer peer(Always(kLongOidResponse));
+  const UdpPeer peer(Always(kLongOidResponse));
   const NetSettings settings(peer);
   NextRequest next;
   EXPECT_EQ(SnmpGetNext(kHost, nullptr, &next.record), -1);
 }
 
 TEST(GetNext, WithoutMemory) {
-  const FakePeer peer(Always(NameResponse("n")));
+  const UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   std::vector<std::int32_t> results;
   for (;;) {
@@ -270,7 +272,7 @@ TEST(MemoryFree, AcceptsAnEmptyRecordAndRefusesNone) {
 }
 
 TEST(MemoryFree, TwiceIsOnce) {
-  const FakePeer peer(Always(NameResponse("n")));
+  const UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   NextRequest next;
   ASSERT_EQ(SnmpGetNext(kHost, nullptr, &next.record), 0);
@@ -282,7 +284,7 @@ TEST(MemoryFree, TwiceIsOnce) {
 // ---- SnmpSet
 
 TEST(Set, ValueIsSentWithItsTag) {
-  FakePeer peer(Always(Response({})));
+  UdpPeer peer(Always(Response({})));
   const NetSettings settings(peer);
   const Request request(0x04, Text("new name"));
   EXPECT_EQ(SnmpSet(kHost, nullptr, &request.record), 0);
@@ -296,7 +298,7 @@ TEST(Set, ValueIsSentWithItsTag) {
 TEST(Set, StatusAndIndexMustBothBeZero) {
   const std::pair<std::uint8_t, std::uint8_t> refusals[] = {{0, 1}, {1, 0}, {2, 1}};
   for (const auto& [status, index] : refusals) {
-    const FakePeer peer(Always(Response({}, status, index)));
+    const UdpPeer peer(Always(Response({}, status, index)));
     const NetSettings settings(peer);
     const Request request(0x02, Memory<std::int32_t>(1));
     EXPECT_EQ(SnmpSet(kHost, nullptr, &request.record), -1) << int{status} << " " << int{index};
@@ -304,7 +306,7 @@ TEST(Set, StatusAndIndexMustBothBeZero) {
 }
 
 TEST(Set, SizesThatCannotBeSentAreRefused) {
-  FakePeer peer(Always(Response({})));
+  UdpPeer peer(Always(Response({})));
   const NetSettings settings(peer);
   for (const std::int32_t size : {-1, 1536, INT32_MAX}) {
     Request request(0x04, Text("x"));
@@ -323,7 +325,7 @@ TEST(Set, SizesThatCannotBeSentAreRefused) {
 }
 
 TEST(Set, LongValueGoesOutWithItsMovedBinding) {
-  FakePeer peer(Always(Response({})));
+  UdpPeer peer(Always(Response({})));
   const NetSettings settings(peer);
   const Request request(0x04, Bytes(200, 'v'));
   EXPECT_EQ(SnmpSet(kHost, nullptr, &request.record), 0);

@@ -5,11 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/net/FakePeer.h"
-#include "tests/unit/net/Message.h"
+#include "tests/support/SnmpMessage.h"
+#include "tests/support/UdpPeer.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 constexpr const char* kHost = "127.0.0.1";
 
@@ -26,7 +28,7 @@ std::string Trimmed(const std::string& received) {
 
 // NameOf gives what get_name makes of a name that a device answers, in a block of `size` bytes.
 std::string NameOf(const std::string& answered, std::int32_t size = 64) {
-  const FakePeer peer(Always(NameResponse(answered)));
+  const UdpPeer peer(Always(NameResponse(answered)));
   const NetSettings settings(peer);
   std::vector<char> name(static_cast<std::size_t>(size), '#');
   name.shrink_to_fit();
@@ -71,7 +73,7 @@ TEST(Name, ComesWithoutItsTrailingBlanksAndNul) {
 }
 
 TEST(Name, IsAskedAsSysName) {
-  FakePeer peer(Always(NameResponse("n")));
+  UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
   char name[16];
   EXPECT_EQ(get_name(kHost, name, sizeof name), 0);
@@ -93,7 +95,7 @@ TEST(Name, LeavesRoomForItsNul) {
 }
 
 TEST(Name, SilenceFails) {
-  const FakePeer peer(Silent());
+  const UdpPeer peer(Silent());
   const NetSettings settings(peer, 20);
   char name[16] = "old";
   EXPECT_EQ(get_name(kHost, name, sizeof name), -1);

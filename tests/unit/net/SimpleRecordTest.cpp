@@ -7,11 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/SnmpMessage.h"
 #include "tests/unit/net/Allocations.h"
-#include "tests/unit/net/Message.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 struct FreeSimple {
   void operator()(snmp_simple_pdu* pdu) const { WNXSNMP_FreeSnmpSimplePdu(1, pdu); }

@@ -5,11 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/SnmpMessage.h"
 #include "tests/unit/net/Allocations.h"
-#include "tests/unit/net/Message.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 // GetRequest of sysName, community "public", request-id 1.
 const char* const kGetRequest =

@@ -7,12 +7,14 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/SnmpMessage.h"
+#include "tests/support/UdpPeer.h"
 #include "tests/unit/net/Allocations.h"
-#include "tests/unit/net/FakePeer.h"
-#include "tests/unit/net/Message.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr const char* kOther = "127.0.0.2";
@@ -57,7 +59,7 @@ class Records {
 const Bytes kLongOidResponse =
     Response(BindingItem(Item(0x06, Bytes{0x2B} + Bytes(130, 0x7F)), Hex("04 01 61")));
 
-FakePeer::Script Names(const std::vector<std::string>& names) {
+UdpPeer::Script Names(const std::vector<std::string>& names) {
   return [names](const Bytes&) {
     Answers answers;
     for (const std::string& name : names) {
@@ -68,7 +70,7 @@ FakePeer::Script Names(const std::vector<std::string>& names) {
 }
 
 TEST(Request, GivesTheParsedAnswerAndItsSender) {
-  FakePeer peer(Always(NameResponse("a name")));
+  UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   Message request(0xA0);
   request.Binding(kSysName, 0x05);
@@ -80,14 +82,14 @@ TEST(Request, GivesTheParsedAnswerAndItsSender) {
 }
 
 TEST(Request, AnswerIsNotMatchedByRequestId) {
-  const FakePeer peer(Always(NameResponse("any id")));
+  const UdpPeer peer(Always(NameResponse("any id")));
   const NetSettings settings(peer);
   Message request(0xA0);
   EXPECT_TRUE(PduOwner(snmp_request(kHost, 3, &request.Id(999).Record())));
 }
 
 TEST(Request, WhatCannotBeBuiltIsNotSent) {
-  FakePeer peer(Always(NameResponse("a name")));
+  UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   Message request(0xA0);
   request.Record().nVersion = 1;
@@ -97,7 +99,7 @@ TEST(Request, WhatCannotBeBuiltIsNotSent) {
 }
 
 TEST(Request, AnswerThatDoesNotParseIsNone) {
-  const FakePeer peer(Always(Hex("30 03 02 01")));
+  const UdpPeer peer(Always(Hex("30 03 02 01")));
   const NetSettings settings(peer, kShort);
   Message request(0xA0);
   EXPECT_FALSE(PduOwner(snmp_request(kHost, 3, &request.Record())));
@@ -105,7 +107,7 @@ TEST(Request, AnswerThatDoesNotParseIsNone) {
 }
 
 TEST(RequestSimple, FillsTheAnswer) {
-  const FakePeer peer(Always(NameResponse("a name")));
+  const UdpPeer peer(Always(NameResponse("a name")));
   const NetSettings settings(peer);
   Records records;
   EXPECT_EQ(records.Ask(), 0);
@@ -114,7 +116,7 @@ TEST(RequestSimple, FillsTheAnswer) {
 }
 
 TEST(RequestSimple, EveryFailedStepGivesMinusOne) {
-  const FakePeer silent(Silent());
+  const UdpPeer silent(Silent());
   {
     const NetSettings settings(silent, kShort);
     Records records;
@@ -122,14 +124,14 @@ TEST(RequestSimple, EveryFailedStepGivesMinusOne) {
     records.request->lpSnmpSimpleVal[0].szOid[0] = '.';
     EXPECT_EQ(records.Ask(), -1) << "no OID";
   }
-  const FakePeer peer(Always(kLongOidResponse));
+  const UdpPeer peer(Always(kLongOidResponse));
   const NetSettings settings(peer);
   Records records;
   EXPECT_EQ(records.Ask(), -1) << "an OID of more than 255 characters";
 }
 
 TEST(MultiRequest, GivesEveryAnswerThatParsesInOrder) {
-  const FakePeer peer([](const Bytes&) {
+  const UdpPeer peer([](const Bytes&) {
     return Answers{Answer(NameResponse("a")).From(kOther), Answer(Hex("DE AD")).From(kOther),
                    Answer(NameResponse("b")).From("127.0.0.3")};
   });
@@ -145,7 +147,7 @@ TEST(MultiRequest, GivesEveryAnswerThatParsesInOrder) {
 }
 
 TEST(MultiRequestSimple, AnswersBeyondTheCapacityAreCounted) {
-  const FakePeer peer(Names({"a", "b", "c", "d", "e"}));
+  const UdpPeer peer(Names({"a", "b", "c", "d", "e"}));
   const NetSettings settings(peer, 200);
   Records records(2);
   EXPECT_EQ(records.AskAll(), 0);
@@ -155,7 +157,7 @@ TEST(MultiRequestSimple, AnswersBeyondTheCapacityAreCounted) {
 }
 
 TEST(MultiRequestSimple, ThreeHundredAnswersForTwoHundredAndFiftySix) {
-  const FakePeer peer([](const Bytes&) {
+  const UdpPeer peer([](const Bytes&) {
     Answers answers;
     for (int i = 0; i < 300; ++i) {
       // In small groups, so that no receive buffer overflows.
@@ -172,7 +174,7 @@ TEST(MultiRequestSimple, ThreeHundredAnswersForTwoHundredAndFiftySix) {
 }
 
 TEST(MultiRequestSimple, AnswerThatDoesNotConvertIsSkippedAndNotCounted) {
-  const FakePeer peer([](const Bytes&) {
+  const UdpPeer peer([](const Bytes&) {
     return Answers{Answer(kLongOidResponse).From(kOther), Answer(NameResponse("b")).From(kOther),
                    Answer(kLongOidResponse).From(kOther)};
   });
@@ -185,7 +187,7 @@ TEST(MultiRequestSimple, AnswerThatDoesNotConvertIsSkippedAndNotCounted) {
 }
 
 TEST(MultiRequestSimple, NobodyAnsweringOrNoRequestGivesMinusOne) {
-  const FakePeer peer(Silent());
+  const UdpPeer peer(Silent());
   const NetSettings settings(peer, kShort);
   Records records;
   EXPECT_EQ(records.AskAll(), -1);
@@ -196,7 +198,7 @@ TEST(MultiRequestSimple, NobodyAnsweringOrNoRequestGivesMinusOne) {
 }
 
 TEST(MultiRequest, EveryFailedAllocationIsSafe) {
-  const FakePeer peer(Always(NameResponse("a")));
+  const UdpPeer peer(Always(NameResponse("a")));
   const NetSettings settings(peer);
   int failures = 0;
   for (;; ++failures) {

@@ -6,13 +6,15 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/UdpPeer.h"
 #include "tests/unit/net/Allocations.h"
-#include "tests/unit/net/FakePeer.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/platform/Bytes.h"
 
 namespace vox {
 namespace {
+
+using namespace test;
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr std::uint32_t kShort = 30;
@@ -49,14 +51,14 @@ Bytes AnswerTo(const Bytes& request, std::size_t size, std::uint8_t announced = 
   return answer;
 }
 
-FakePeer::Script Answering(std::size_t size, std::uint8_t announced = 0, int stray = 0) {
+UdpPeer::Script Answering(std::size_t size, std::uint8_t announced = 0, int stray = 0) {
   return [=](const Bytes& request) {
     return Answers{Answer(AnswerTo(request, size, announced, stray))};
   };
 }
 
 // InTurn answers the n-th attempt with the n-th script; after the last it is silent.
-FakePeer::Script InTurn(std::vector<FakePeer::Script> scripts) {
+UdpPeer::Script InTurn(std::vector<UdpPeer::Script> scripts) {
   return [scripts = std::move(scripts), turn = std::size_t{0}](const Bytes& request) mutable {
     return turn < scripts.size() ? scripts[turn++](request) : Answers{};
   };
@@ -69,9 +71,9 @@ struct ResponseRecord {
 };
 
 // Ask sends an empty command to a peer with that script.
-std::int32_t Ask(FakePeer::Script script, ResponseRecord* response, std::size_t* attempts = nullptr,
+std::int32_t Ask(UdpPeer::Script script, ResponseRecord* response, std::size_t* attempts = nullptr,
                  std::uint32_t ms_per_second = 1000) {
-  FakePeer peer(std::move(script));
+  UdpPeer peer(std::move(script));
   const NetSettings settings(peer, ms_per_second);
   const Command command;
   const std::int32_t result = UdpCommandSendResponse(kHost, &command.record, &response->record);
@@ -163,7 +165,7 @@ TEST(CommandAnswer, ShorterThanAHeaderIsMalformed) {
 // ---- sending
 
 TEST(CommandSend, GoesOutWithItsSequenceId) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer);
   const Command command(Hex("AA BB"));
   EXPECT_EQ(UdpCommandSend(kHost, 0x1234, &command.record), 0);
@@ -171,7 +173,7 @@ TEST(CommandSend, GoesOutWithItsSequenceId) {
 }
 
 TEST(CommandSend, ThreeHundredParametersAreSentWhole) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer);
   const Command command(Bytes(300, 0x55));
   EXPECT_EQ(UdpCommandSend(kHost, 1, &command.record), 0);
@@ -179,7 +181,7 @@ TEST(CommandSend, ThreeHundredParametersAreSentWhole) {
 }
 
 TEST(CommandSend, SequenceIdZeroStandsForAFreshOne) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer);
   const Command command;
   for (int i = 0; i < 8; ++i) EXPECT_EQ(UdpCommandSend(kHost, 0, &command.record), 0);
@@ -190,7 +192,7 @@ TEST(CommandSend, SequenceIdZeroStandsForAFreshOne) {
 }
 
 TEST(CommandSend, RefusedBeforeAnythingIsSent) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer);
   Command command(Bytes(4));
   ResponseRecord response;
@@ -222,7 +224,7 @@ TEST(CommandSend, WithoutMemory) {
 }
 
 TEST(CommandPort, IsSetForLaterCommands) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(1);
   EXPECT_EQ(SetUdpCommandPort(peer.Port()), 0);
   EXPECT_EQ(udpCommandPort, peer.Port());
@@ -266,7 +268,7 @@ TEST(CommandResponse, SilenceIsAskedThreeTimes) {
 }
 
 TEST(CommandResponse, EveryAttemptIsTheSamePacket) {
-  FakePeer peer(Silent());
+  UdpPeer peer(Silent());
   const NetSettings settings(peer, 5);
   const Command command(Hex("01"));
   ResponseRecord response;

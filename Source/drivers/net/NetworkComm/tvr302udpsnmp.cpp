@@ -65,7 +65,7 @@ std::int32_t snmp_request_simple(const char* host, std::int32_t seconds, snmp_si
   pdu_owner answered(snmp_request(host, seconds, pdu.get()), &free_snmp_pdu);
   if (!answered) return NET_FAILED;
   if (snmp_standard2simple(answered.get(), answer) == 0) return NET_OK;
-  [[maybe_unused]] const snmp_pdu* const gone = answered.release();  // by the failed conversion
+  static_cast<void>(answered.release());  // by the failed conversion
   return NET_FAILED;
 }
 

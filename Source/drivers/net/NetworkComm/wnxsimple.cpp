@@ -125,7 +125,7 @@ std::int32_t snmp_standard2simple(snmp_pdu* pdu, snmp_simple_pdu* simple) {
   simple->nErrStat = pdu->nErrStat;
   simple->nErrIndex = pdu->nErrIndex;
   if (!give_values(*pdu, simple)) return -1;
-  owner.release();  // the caller's again
+  static_cast<void>(owner.release());  // the caller's again
   return 0;
 }
 

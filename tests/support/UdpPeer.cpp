@@ -1,11 +1,11 @@
-#include "tests/unit/net/FakePeer.h"
+#include "tests/support/UdpPeer.h"
 
 #include <stdexcept>
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 sockaddr_in AddressOf(const char* address, std::uint16_t port) {
@@ -27,7 +27,7 @@ FileDescriptor BoundSocket(const char* address, std::uint16_t port) {
 
 }  // namespace
 
-FakePeer::FakePeer(Script script, const char* address, std::uint16_t port, bool endless)
+UdpPeer::UdpPeer(Script script, const char* address, std::uint16_t port, bool endless)
     : script_(std::move(script)), endless_(endless), socket_(BoundSocket(address, port)) {
   sockaddr_in bound{};
   socklen_t length = sizeof bound;
@@ -36,17 +36,17 @@ FakePeer::FakePeer(Script script, const char* address, std::uint16_t port, bool 
   thread_ = std::thread([this] { Run(); });
 }
 
-FakePeer::~FakePeer() {
+UdpPeer::~UdpPeer() {
   stop_.Raise();
   thread_.join();
 }
 
-std::vector<Bytes> FakePeer::Requests() {
+std::vector<Bytes> UdpPeer::Requests() {
   const MutexLock lock(mutex_);
   return requests_;
 }
 
-std::vector<Bytes> FakePeer::AwaitRequests(std::size_t count) {
+std::vector<Bytes> UdpPeer::AwaitRequests(std::size_t count) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   MutexLock lock(mutex_);
   while (requests_.size() < count && arrived_.WaitUntil(lock, deadline)) {
@@ -54,12 +54,12 @@ std::vector<Bytes> FakePeer::AwaitRequests(std::size_t count) {
   return requests_;
 }
 
-bool FakePeer::IsStopped(std::chrono::milliseconds wait) const {
+bool UdpPeer::IsStopped(std::chrono::milliseconds wait) const {
   pollfd entry{stop_.Get(), POLLIN, 0};
   return ::poll(&entry, 1, static_cast<int>(wait.count())) > 0;
 }
 
-void FakePeer::Run() {
+void UdpPeer::Run() {
   for (;;) {
     pollfd entries[] = {{socket_.Get(), POLLIN, 0}, {stop_.Get(), POLLIN, 0}};
     if (::poll(entries, 2, -1) < 0) continue;
@@ -83,7 +83,7 @@ void FakePeer::Run() {
   }
 }
 
-void FakePeer::Reply(const Answers& answers, const sockaddr_in& client) {
+void UdpPeer::Reply(const Answers& answers, const sockaddr_in& client) {
   for (const Answer& answer : answers) {
     if (answer.after.count() > 0 && IsStopped(answer.after)) return;
     const FileDescriptor other = answer.from ? BoundSocket(answer.from, 0) : FileDescriptor();
@@ -92,4 +92,4 @@ void FakePeer::Reply(const Answers& answers, const sockaddr_in& client) {
   }
 }
 
-}  // namespace vox
+}  // namespace vox::test

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace vox {
+namespace vox::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -47,4 +47,4 @@ inline std::int32_t Size(const Bytes& bytes) {
   return static_cast<std::int32_t>(bytes.size());
 }
 
-}  // namespace vox
+}  // namespace vox::test

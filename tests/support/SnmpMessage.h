@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/unit/net/Hex.h"
+#include "tests/support/Hex.h"
 #include "vox/drivers/net/NetworkComm/wnxsnmp.h"
 
-namespace vox {
+namespace vox::test {
 
 struct FreePdu {
   void operator()(snmp_pdu* pdu) const { free_snmp_pdu(pdu); }
@@ -130,4 +130,4 @@ inline Bytes NameResponse(const std::string& name) {
   return Response(BindingItem(kSysNameItem, Item(0x04, Text(name))));
 }
 
-}  // namespace vox
+}  // namespace vox::test

@@ -10,12 +10,12 @@
 
 #include <netinet/in.h>
 
-#include "tests/unit/net/Hex.h"
+#include "tests/support/Hex.h"
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/Mutex.h"
 
-namespace vox {
+namespace vox::test {
 
 // Answer is one datagram that a peer sends back.
 struct Answer {
@@ -34,16 +34,16 @@ struct Answer {
 };
 using Answers = std::vector<Answer>;
 
-// FakePeer answers each request with what the script says. `endless` repeats the answers until the
+// UdpPeer answers each request with what the script says. `endless` repeats the answers until the
 // peer goes.
-class FakePeer {
+class UdpPeer {
  public:
   using Script = std::function<Answers(const Bytes& request)>;
-  explicit FakePeer(Script script, const char* address = "127.0.0.1", std::uint16_t port = 0,
-                    bool endless = false);
-  ~FakePeer();
-  FakePeer(const FakePeer&) = delete;
-  FakePeer& operator=(const FakePeer&) = delete;
+  explicit UdpPeer(Script script, const char* address = "127.0.0.1", std::uint16_t port = 0,
+                   bool endless = false);
+  ~UdpPeer();
+  UdpPeer(const UdpPeer&) = delete;
+  UdpPeer& operator=(const UdpPeer&) = delete;
 
   std::uint16_t Port() const { return port_; }
   std::vector<Bytes> Requests();  // so far
@@ -66,10 +66,10 @@ class FakePeer {
   std::thread thread_;
 };
 
-inline FakePeer::Script Silent() {
+inline UdpPeer::Script Silent() {
   return [](const Bytes&) { return Answers{}; };
 }
-inline FakePeer::Script Always(const Bytes& bytes) {
+inline UdpPeer::Script Always(const Bytes& bytes) {
   return [bytes](const Bytes&) { return Answers{Answer(bytes)}; };
 }
 
@@ -82,7 +82,7 @@ class NetSettings {
     udpCommandPort = port;
     netMsPerSecond = ms_per_second;
   }
-  explicit NetSettings(const FakePeer& peer, std::uint32_t ms_per_second = 1000)
+  explicit NetSettings(const UdpPeer& peer, std::uint32_t ms_per_second = 1000)
       : NetSettings(peer.Port(), ms_per_second) {}
   ~NetSettings() {
     snmpPort = snmp_port_;
@@ -108,4 +108,4 @@ class Stopwatch {
   Clock::time_point start_ = Clock::now();
 };
 
-}  // namespace vox
+}  // namespace vox::test
