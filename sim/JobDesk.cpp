@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "sim/Sockets.h"
 #include "vox/platform/Bytes.h"
 
 namespace vox::sim {
@@ -19,12 +18,9 @@ JobDesk::JobDesk(const DeviceOptions& options, EventLog& events)
       sheets_(options.sheets.begin(), options.sheets.end()),
       loaded_(options.sheets) {}
 
-// The device's own address and a number that is never 0.
-JobId JobDesk::NewJobId() {
+JobId JobDesk::NewJobId(std::uint32_t host) {
   JobId id{};
-  std::uint32_t address = 0;
-  ParseAddress(options_.address, address);
-  StoreBe32(id.data(), address);
+  StoreBe32(id.data(), host);
   StoreBe32(id.data() + 4, ++jobs_);
   return id;
 }
@@ -40,7 +36,7 @@ JobDesk::StartResult JobDesk::StartJob(std::uint32_t host, const ScanInfo& reque
   Job job;
   job.pages = PlanJob(options_, {sheets_.begin(), sheets_.end()}, request);
   if (job.pages.empty()) return {Start::kNoDocument};
-  job.id = NewJobId();
+  job.id = NewJobId(host);
   job.host = host;
   job.request = request;
   job.touched = Clock::now();

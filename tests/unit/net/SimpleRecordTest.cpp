@@ -260,6 +260,7 @@ TEST(ToSimple, OldValuesAreCleared) {
   const PduOwner pdu = Parse(NameResponse("n"));
   EXPECT_EQ(snmp_standard2simple(pdu.get(), simple.get()), 0);
   EXPECT_STREQ(simple->szComName, "public");
+  EXPECT_EQ(simple->szComName[127], '\0');
   EXPECT_EQ(simple->lpSnmpSimpleVal[0].SnmpValBuf[1], 0);
   EXPECT_EQ(simple->lpSnmpSimpleVal[0].SnmpValBuf[1535], 0);
   EXPECT_STREQ(simple->lpSnmpSimpleVal[0].szOid, "1.3.6.1.2.1.1.5.0");

@@ -439,7 +439,8 @@ TEST(SnmpParse, MalformedGivesNone) {
   const Bytes binding = BindingItem(kSysNameItem, Hex("05 00"));
   const std::pair<Bytes, const char*> rows[] = {
       {{}, "empty"},
-      {Item(0x31, Hex("02 01 00 04 00 A0 00")), "the outer tag is no SEQUENCE"},
+      {Item(0x31, Integer(0) + Item(0x04, {}) + Item(0xA2, fields + Item(0x30, binding))),
+       "the outer tag is no SEQUENCE"},
       {MessageItem(0xA2, fields + Item(0x30, binding), Integer(1)), "SNMPv2c"},
       {MessageItem(0xA2, fields + Item(0x30, binding), Item(0x04, {0})), "the version is text"},
       {MessageItem(0xA2, fields + Item(0x30, binding), Integer(0), Integer(5)),
@@ -459,6 +460,7 @@ TEST(SnmpParse, MalformedGivesNone) {
       {Response(BindingItem(kSysNameItem, Hex("02 05 00 00 00 00 01"))), "an INTEGER of five"},
       {Response(BindingItem(kSysNameItem, Hex("42 05 01 00 00 00 00"))), "a Gauge32 above 32 bits"},
       {Response(BindingItem(kSysNameItem, Hex("06 01 80"))), "an OID value that is cut off"},
+      {Response(BindingItem(kSysNameItem, Hex("05 01 00"))), "a NULL with contents"},
       {Response(BindingItem(kSysNameItem, Hex("04 05 61"))), "a value that passes its binding"},
       {Response(binding + Hex("30 00")), "a second binding that is empty"},
       {MessageItem(0xA4, Hex("06 01 2B 40 05 01 02 03 04 05 02 01 06 02 01 00 43 01 00 30 00")),

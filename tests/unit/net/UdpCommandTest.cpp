@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <set>
+#include <string>
+
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -230,6 +233,20 @@ TEST(CommandPort, IsSetForLaterCommands) {
   EXPECT_EQ(udpCommandPort, peer.Port());
   const Command command;
   EXPECT_EQ(UdpCommandSend(kHost, 1, &command.record), 0);
+  EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
+}
+
+TEST(CommandPort, ZeroMeans3892) {
+  // An address of this process alone, so that test runs side by side do not meet.
+  const auto process = static_cast<unsigned>(getpid());
+  const std::string host = "127." + std::to_string(100 + (process >> 16) % 100) + "." +
+                           std::to_string((process >> 8) & 255) + "." +
+                           std::to_string(process & 255 ? process & 255 : 1);
+  UdpPeer peer(Silent(), host.c_str(), 3892);
+  const NetSettings settings(1);
+  EXPECT_EQ(SetUdpCommandPort(0), 0);
+  const Command command;
+  EXPECT_EQ(UdpCommandSend(host.c_str(), 1, &command.record), 0);
   EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
 }
 

@@ -227,7 +227,7 @@ const std::uint8_t* asn_parse_oid(const std::uint8_t* data, std::int32_t* left, 
                                   std::uint32_t* arcs, std::int32_t* count) {
   std::int32_t length = *left;
   const std::uint8_t* contents = asn_parse_header(data, &length, tag);
-  if (!contents || length < 1 || *count < 0) return nullptr;
+  if (!contents || *count < 0) return nullptr;
   const std::uint8_t* const end = contents + length;
   std::uint32_t subid = 0;
   const std::uint8_t* at = parse_subid(contents, end, &subid);

@@ -120,6 +120,7 @@ std::int32_t snmp_standard2simple(snmp_pdu* pdu, snmp_simple_pdu* simple) {
   pdu_owner owner(pdu, &free_snmp_pdu);
   if (!pdu || !simple) return -1;
   simple->IPAddress = pdu->IPAddress;
+  std::memset(simple->szComName, 0, sizeof simple->szComName);
   copy_text(simple->szComName, WNXSNMP_COMNAME_SIZE, pdu->pcComName,
             pdu->pcComName ? pdu->nComnameLen : 0);
   simple->nErrStat = pdu->nErrStat;

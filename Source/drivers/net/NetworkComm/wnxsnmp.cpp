@@ -79,7 +79,6 @@ std::uint8_t* snmp_auth_build(std::uint8_t* data, std::int32_t* left, const std:
                               std::int32_t count, std::int32_t version, std::int32_t pdu_length) {
   constexpr std::int32_t fixed = 5;  // the version's three octets, the community's header
   if (pdu_length < 0 || pdu_length > WNXSNMP_LENGTH_MAX || count < 0) return nullptr;
-  if (count > WNXSNMP_COMNAME_SIZE - 1) return nullptr;
   std::int32_t room = *left;
   std::uint8_t* at =
       asn_build_sequence(data, &room, WNXSNMP_TAG_SEQUENCE, pdu_length + count + fixed);

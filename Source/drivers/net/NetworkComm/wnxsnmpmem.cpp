@@ -1,5 +1,6 @@
 #include "vox/drivers/net/NetworkComm/wnxsnmpmem.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,6 +15,11 @@ void free_bindings(snmp_val_list* binding) {
     std::free(binding);
     binding = next;
   }
+}
+
+// zeroed gives an array; an empty one is no null pointer.
+void* zeroed(std::int32_t count, std::size_t size) {
+  return std::calloc(static_cast<std::size_t>(std::max(count, 1)), size);
 }
 
 }  // namespace
@@ -45,13 +51,11 @@ void free_snmp_pdu(snmp_pdu* pdu) {
 
 snmp_simple_pdu* WNXSNMP_MallocSnmpSimplePdu(std::int32_t count, std::int32_t values) {
   if (count < 0 || values < 0) return nullptr;
-  // One more than asked for, so that an empty array is no null pointer.
-  const auto records = static_cast<std::size_t>(count) + 1;
-  auto* const pdus = static_cast<snmp_simple_pdu*>(std::calloc(records, sizeof(snmp_simple_pdu)));
+  auto* const pdus = static_cast<snmp_simple_pdu*>(zeroed(count, sizeof(snmp_simple_pdu)));
   if (!pdus) return nullptr;
   for (std::int32_t i = 0; i < count; ++i) {
-    pdus[i].lpSnmpSimpleVal = static_cast<snmp_simple_val*>(
-        std::calloc(static_cast<std::size_t>(values) + 1, sizeof(snmp_simple_val)));
+    pdus[i].lpSnmpSimpleVal =
+        static_cast<snmp_simple_val*>(zeroed(values, sizeof(snmp_simple_val)));
     if (!pdus[i].lpSnmpSimpleVal) {
       WNXSNMP_FreeSnmpSimplePdu(i, pdus);
       return nullptr;

@@ -108,8 +108,15 @@ bool take_oid_value(const std::uint8_t* item, std::int32_t left, snmp_val_list* 
   return true;
 }
 
+bool take_null_value(const std::uint8_t* item, std::int32_t left) {
+  std::uint8_t tag = 0;
+  return asn_parse_null(item, &left, &tag) != nullptr;
+}
+
 bool take_value(const std::uint8_t* item, std::int32_t left, snmp_val_list* binding) {
   switch (binding->byDataType) {
+    case WNXSNMP_TAG_NULL:
+      return take_null_value(item, left);
     case WNXSNMP_TAG_INTEGER:
       return take_number_value(&asn_parse_int, item, left, binding);
     case WNXSNMP_TAG_COUNTER32:
