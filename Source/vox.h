@@ -3,6 +3,7 @@
 
 #include "vox/DSDebugging.h"
 #include "vox/drivers/ScanRecords.h"
+#include "vox/drivers/TwainImageIF.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/drivers/net/NetworkComm/tvr302udpsnmp.h"
 #include "vox/drivers/net/search.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "sim/Sockets.h"
 #include "vox/platform/Bytes.h"
 
 namespace vox::sim {
@@ -18,9 +19,12 @@ JobDesk::JobDesk(const DeviceOptions& options, EventLog& events)
       sheets_(options.sheets.begin(), options.sheets.end()),
       loaded_(options.sheets) {}
 
-JobId JobDesk::NewJobId(std::uint32_t host) {
+// The device's own address and a number that is never 0.
+JobId JobDesk::NewJobId() {
   JobId id{};
-  StoreBe32(id.data(), host);
+  std::uint32_t address = 0;
+  ParseAddress(options_.address, address);
+  StoreBe32(id.data(), address);
   StoreBe32(id.data() + 4, ++jobs_);
   return id;
 }
@@ -36,7 +40,7 @@ JobDesk::StartResult JobDesk::StartJob(std::uint32_t host, const ScanInfo& reque
   Job job;
   job.pages = PlanJob(options_, {sheets_.begin(), sheets_.end()}, request);
   if (job.pages.empty()) return {Start::kNoDocument};
-  job.id = NewJobId(host);
+  job.id = NewJobId();
   job.host = host;
   job.request = request;
   job.touched = Clock::now();

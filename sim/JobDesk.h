@@ -89,7 +89,7 @@ class JobDesk {
     Clock::time_point touched;
   };
   bool IsCurrent(const PageOrder& order) const VOX_REQUIRES(mutex_);
-  JobId NewJobId(std::uint32_t host) VOX_REQUIRES(mutex_);
+  JobId NewJobId() VOX_REQUIRES(mutex_);
   void EndJob(EventKind how, const std::string& why) VOX_REQUIRES(mutex_);
   void TakeSheet(const PlannedPage& page) VOX_REQUIRES(mutex_);
 

@@ -123,8 +123,7 @@ bool CTwainImageIF::DummyRead() {
 
 std::uint16_t CTwainImageIF::GetImageFile() {
   static constexpr char kWho[] = "GetImageFile";
-  const std::uint32_t line_bytes =
-      m_pSession ? m_pSession->dparam.dwLineBytes : ScanParam.dwLineBytes;
+  const std::uint32_t line_bytes = transfer().dwLineBytes;
   DS_LogText("!!! %s dwLineBytes = %d\n", kWho, static_cast<int>(line_bytes));
   DS_LogText("!!! %s dwImageLength = %d\n", kWho, static_cast<int>(request().dwImageLength));
   if (!m_pImgFile->Create(line_bytes)) {
@@ -182,11 +181,17 @@ int CTwainImageIF::ReadLinefromFile(unsigned int line, unsigned char* buf, unsig
   return 0;
 }
 
-const tagTWSCANPARAM& CTwainImageIF::request() const {
-  return m_pSession ? m_pSession->proc.sparam : rParam;
+tagDVSCANPARAM CTwainImageIF::transfer() const {
+  if (const ScanSession* page = m_pSession.get()) return page->dparam;
+  return ScanParam;
 }
-const _SCANINFO& CTwainImageIF::block() const {
-  return m_pSession ? m_pSession->proc.sinfo : scan_info;
+tagTWSCANPARAM CTwainImageIF::request() const {
+  if (const ScanSession* page = m_pSession.get()) return page->proc.sparam;
+  return rParam;
+}
+_SCANINFO CTwainImageIF::block() const {
+  if (const ScanSession* page = m_pSession.get()) return page->proc.sinfo;
+  return scan_info;
 }
 
 }  // namespace vox

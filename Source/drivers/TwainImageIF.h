@@ -267,8 +267,9 @@ class VOX_EXPORT CTwainImageIF {
   bool read_line(std::uint32_t i, bool from_file);
   bool announce_line(std::uint32_t i, LineBuffer line);
   FILE_LINE keep_line(std::uint32_t i, unsigned char* line, std::uint32_t line_bytes);
-  const tagTWSCANPARAM& request() const;  // of the page, or the last one prepared; likewise below
-  const _SCANINFO& block() const;
+  tagDVSCANPARAM transfer() const;  // of the page, or the last one prepared; likewise the two below
+  tagTWSCANPARAM request() const;
+  _SCANINFO block() const;
 
   // Worker side.
   bool await_gate() VOX_EXCLUDES(m_ka);

@@ -36,6 +36,14 @@ FakeTransport& FakeTransport::AtLine(std::uint32_t line, Action action) {
   at_line_[line] = std::move(action);
   return *this;
 }
+FakeTransport& FakeTransport::AtStart(Action action) {
+  at_start_ = std::move(action);
+  return *this;
+}
+FakeTransport& FakeTransport::AtAbort(Action action) {
+  at_abort_ = std::move(action);
+  return *this;
+}
 FakeTransport& FakeTransport::AtEnd(Action action) {
   at_end_ = std::move(action);
   return *this;
@@ -62,6 +70,12 @@ FakeTransport& FakeTransport::Scans(std::uint32_t height) {
 }
 FakeTransport& FakeTransport::Answers(std::function<void(_SCANINFO&)> change) {
   answer_ = std::move(change);
+  return *this;
+}
+
+FakeTransport& FakeTransport::Sends(std::vector<Line> lines) {
+  lines_ = std::move(lines);
+  reads = 0;
   return *this;
 }
 
@@ -96,16 +110,19 @@ bool FakeTransport::StartScan(bool prescan) {
   if (begins_page && !BeginPage()) return false;
   reads = 0;
   if (answer_) answer_(scan_info);
+  if (at_start_ && at_start_(*this) != 0) return false;
   return CTwainImageIF::StartScan(prescan);
 }
 
 int FakeTransport::ReadScanData(unsigned char* buf, unsigned int len, unsigned int* rlen) {
   const auto line = static_cast<std::uint32_t>(reads++);
-  if (const auto found = at_line_.find(line); found != at_line_.end()) {
+  if (const auto found = at_line_.find(line); found != at_line_.end() && found->second) {
     const int result = found->second(*this);
     if (result != 0) return result;
   }
-  for (unsigned k = 0; k < len; ++k) buf[k] = PatternByte(line, k);
+  for (unsigned k = 0; k < len; ++k) {
+    buf[k] = line < lines_.size() ? lines_[line].at(k) : PatternByte(line, k);
+  }
   *rlen = len;
   return 0;
 }
@@ -122,6 +139,7 @@ bool FakeTransport::DeviceEndScan() {
 bool FakeTransport::Abort() {
   SignalAbort();
   ++aborts;
+  if (at_abort_) at_abort_(*this);
   return CTwainImageIF::Abort();
 }
 

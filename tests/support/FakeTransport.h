@@ -44,12 +44,16 @@ class FakeTransport : public CTwainImageIF {
   ~FakeTransport() override;
 
   FakeTransport& AtLine(std::uint32_t line, Action action);
+  FakeTransport& AtStart(Action action);    // within StartScan, after BeginPage; result 0: go on
+  FakeTransport& AtAbort(Action action);    // within Abort, after SignalAbort
   FakeTransport& AtEnd(Action action);      // stands in for a plain raise
   FakeTransport& AtStandby(Action action);  // result 0: it was sent
   FakeTransport& HasMorePages(int pages);   // DeviceEndScan sets multipage for so many
   FakeTransport& Ranges(std::uint32_t from, std::uint32_t to);     // dpi, both directions
   FakeTransport& Scans(std::uint32_t height);                      // 1/10000 inch
   FakeTransport& Answers(std::function<void(_SCANINFO&)> change);  // the block of the device
+
+  FakeTransport& Sends(std::vector<Line> lines);  // from line 0 on, in place of the pattern
 
   // Prepare asks for a page; false when PrepareScan refuses it.
   bool Prepare(const tagTWSCANPARAM& request);
@@ -94,6 +98,9 @@ class FakeTransport : public CTwainImageIF {
 
  private:
   std::map<std::uint32_t, Action> at_line_;
+  std::vector<Line> lines_;
+  Action at_start_;
+  Action at_abort_;
   Action at_end_;
   Action at_standby_;
   std::function<void(_SCANINFO&)> answer_;

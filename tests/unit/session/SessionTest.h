@@ -26,6 +26,22 @@ inline PageShape SmallPage() {
   return shape;
 }
 
+// Names the first line that differs, in place of two whole pages.
+inline testing::AssertionResult SamePage(const std::vector<Line>& page,
+                                         const std::vector<Line>& rules) {
+  if (page.size() != rules.size()) {
+    return testing::AssertionFailure() << page.size() << " lines, not " << rules.size();
+  }
+  for (std::size_t j = 0; j < page.size(); ++j) {
+    if (page[j] != rules[j]) {
+      return testing::AssertionFailure()
+             << "line " << j << " is " << testing::PrintToString(page[j]) << ", not "
+             << testing::PrintToString(rules[j]);
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
 class SessionTest : public testing::Test {
  protected:
   SessionTest() {
