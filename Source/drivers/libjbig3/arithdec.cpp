@@ -67,24 +67,22 @@ void init_jbig_d(BYTEW* work) {
 
 void DECODER::load(BYTEW* state) {
   work = state;
-  c = std::uint64_t{state->Creg} << 32;
-  a = static_cast<DWORD>(state->Areg);
-  nb = state->CTreg;
+  regs.c = std::uint64_t{state->Creg} << 32;
+  regs.a = static_cast<DWORD>(state->Areg);
+  regs.nb = state->CTreg;
+  regs.set_threshold();
   ahead = 0;
-  set_threshold();
 }
 
 void DECODER::store() {
-  const int unread = std::min(nb / 8, ahead);
-  const int ct = nb - 8 * unread;
+  const int unread = std::min(regs.nb / 8, ahead);
+  const int ct = regs.nb - 8 * unread;
   advance(work, -unread);
   if (ahead > unread) work->Breg = in_order(work, work->c_addr[-1]);
-  work->Creg = static_cast<DWORD>(c >> (48 - ct) << (16 - ct));
-  work->Areg = static_cast<std::int32_t>(a);
+  work->Creg = static_cast<DWORD>(regs.c >> (48 - ct) << (16 - ct));
+  work->Areg = static_cast<std::int32_t>(regs.a);
   work->CTreg = ct;
-  nb = ct;
-  ahead = 0;
-  c = std::uint64_t{work->Creg} << 32;
+  load(work);
 }
 
 // The bytes that are due come through Byte_in; then as many plain ones as there is room for.
@@ -92,28 +90,35 @@ void DECODER::store() {
   if (may_read_ahead(work) && work->c_rsize >= 8) {
     const std::uint64_t bytes = load_be64(work->c_addr);
     if (free_of_markers(bytes)) {
-      const int count = (48 - nb) >> 3;
-      const int unused = 64 - 8 * count;
-      const std::uint64_t code = work->fillorder ? bytes : reverse_in_bytes(bytes);
-      c |= code >> unused << unused >> (16 + nb);
-      const int due = (7 - nb) >> 3;
-      work->Breg = in_order(work, work->c_addr[due - 1]);
-      ahead = count - due;
-      nb += 8 * count;
-      advance(work, count);
+      take_eight(bytes);
       return;
     }
   }
-  for (; nb < 0; nb += 8) {
+  for (; regs.nb < 0; regs.nb += 8) {
     Byte_in(work);
-    c |= std::uint64_t{work->Breg} << (40 - nb);
+    regs.c |= std::uint64_t{work->Breg} << (40 - regs.nb);
   }
   ahead = 0;
   if (!may_read_ahead(work)) return;
-  for (; nb <= 40 && work->c_rsize > 0 && *work->c_addr != kMarkerPrefix; nb += 8, ++ahead) {
-    c |= std::uint64_t{in_order(work, *work->c_addr)} << (40 - nb);
+  while (regs.nb <= 40 && work->c_rsize > 0 && *work->c_addr != kMarkerPrefix) {
+    regs.c |= std::uint64_t{in_order(work, *work->c_addr)} << (40 - regs.nb);
+    regs.nb += 8;
+    ++ahead;
     advance(work, 1);
   }
+}
+
+// Takes as many of eight plain bytes as there is room for: one or two are due, the others ahead.
+void DECODER::take_eight(std::uint64_t bytes) {
+  const int count = (48 - regs.nb) >> 3;
+  const int due = (7 - regs.nb) >> 3;
+  const int unused = 64 - 8 * count;
+  const std::uint64_t code = work->fillorder ? bytes : reverse_in_bytes(bytes);
+  regs.c |= code >> unused << unused >> (16 + regs.nb);
+  regs.nb += 8 * count;
+  ahead = count - due;
+  work->Breg = in_order(work, work->c_addr[due - 1]);
+  advance(work, count);
 }
 
 }  // namespace vox

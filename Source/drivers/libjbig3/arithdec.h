@@ -26,12 +26,35 @@
 
 namespace vox {
 
-struct DECODER {
+struct DECODER;
+
+// The registers that a line's loop keeps in locals.
+struct DECREGS {
   std::uint64_t c;  // C, see above
   DWORD a;          // A
   DWORD t;          // T
   int nb;           // code bits below Chigh; 0 to 55, below 0 only between a shift and its refill
-  int ahead;        // bytes that the last refill read beyond what T.82 would have
+
+  void set_threshold() {
+    const DWORD above = static_cast<DWORD>(c >> 48) + 1;
+    t = above < 0x8000 ? 0x8000 : above;
+  }
+
+  // slow decides a pixel whose A, already less Qe, fell below T, and moves its context on. Which
+  // way it goes cannot be foreseen, so nothing in it branches but the refill.
+  [[gnu::always_inline]] DWORD slow(DECODER& decoder, DWORD& word);
+
+  [[gnu::always_inline]] DWORD decide(DECODER& decoder, DWORD& word) {
+    a -= word >> 16;
+    if (a >= t) [[likely]]
+      return word >> 5 & 1;
+    return slow(decoder, word);
+  }
+};
+
+struct DECODER {
+  DECREGS regs;
+  int ahead;  // bytes that the last refill read beyond what T.82 would have
   BYTEW* work;
   CXBANK cx;
 
@@ -39,37 +62,33 @@ struct DECODER {
   void load(BYTEW* state);
   void store();
   void refill();
-  void set_threshold() {
-    const DWORD above = static_cast<DWORD>(c >> 48) + 1;
-    t = above < 0x8000 ? 0x8000 : above;
-  }
 
-  // slow decides a pixel whose A, already less Qe, fell below T, and moves its context on.
-  BYTE slow(DWORD& word) {
-    const DWORD qe = word >> 16;
-    const DWORD index = word >> 5 & 0xFF;
-    bool lps = a < qe;
-    if (static_cast<DWORD>(c >> 48) >= a) {
-      lps = !lps;
-      c -= std::uint64_t{a} << 48;
-      a = qe;
-    }
-    word = lps ? JbigNext.lps[index] : JbigNext.mps[index];
-    const int shift = std::countl_zero(a) - 16;
-    a <<= shift;
-    c <<= shift;
-    nb -= shift;
-    if (nb < 0) [[unlikely]]
-      refill();
-    set_threshold();
-    return static_cast<BYTE>((index & 1) ^ (lps ? 1 : 0));
-  }
-
-  BYTE decide(DWORD& word) {
-    a -= word >> 16;
-    if (a >= t) return word >> 5 & 1;
-    return slow(word);
-  }
+ private:
+  void take_eight(std::uint64_t bytes);
 };
+
+inline DWORD DECREGS::slow(DECODER& decoder, DWORD& word) {
+  const DWORD qe = word >> 16;
+  const DWORD index = word >> 5 & 0xFF;
+  // All ones when the code lies in the upper part of the interval, whose size is Qe.
+  const DWORD upper = static_cast<DWORD>(c >> 48) >= a ? ~DWORD{0} : 0;
+  const DWORD lps = ((a < qe ? 1 : 0) ^ upper) & 1;
+  c -= std::uint64_t{a & upper} << 48;
+  a ^= (a ^ qe) & upper;
+  word = JbigNext[lps][index];
+  const int shift = std::countl_zero(a) - 16;
+  a <<= shift;
+  c <<= shift;
+  nb -= shift;
+  if (nb < 0) [[unlikely]] {
+    decoder.regs.c = c;
+    decoder.regs.nb = nb;
+    decoder.refill();
+    c = decoder.regs.c;
+    nb = decoder.regs.nb;
+  }
+  set_threshold();
+  return (index & 1) ^ lps;
+}
 
 }  // namespace vox

@@ -6,24 +6,24 @@ namespace vox {
 
 void ENCODER::load(BYTEW* state) {
   work = state;
-  c = state->Creg;
-  a = static_cast<DWORD>(state->Areg);
-  m = 8 - state->CTreg;
+  regs.c = state->Creg;
+  regs.a = static_cast<DWORD>(state->Areg);
+  regs.m = 8 - state->CTreg;
 }
 
 void ENCODER::store() {
   emit();
-  work->Creg = static_cast<DWORD>(c);
-  work->Areg = static_cast<std::int32_t>(a);
-  work->CTreg = 8 - m;
+  work->Creg = static_cast<DWORD>(regs.c);
+  work->Areg = static_cast<std::int32_t>(regs.a);
+  work->CTreg = 8 - regs.m;
 }
 
 [[gnu::noinline]] void ENCODER::emit() {
-  while (m >= 8) {
-    m -= 8;
-    work->Creg = static_cast<DWORD>(c >> m);
+  while (regs.m >= 8) {
+    regs.m -= 8;
+    work->Creg = static_cast<DWORD>(regs.c >> regs.m);
     Byte_out(work);
-    c &= (std::uint64_t{1} << (19 + m)) - 1;
+    regs.c &= (std::uint64_t{1} << (19 + regs.m)) - 1;
   }
 }
 

@@ -19,10 +19,27 @@
 
 namespace vox {
 
-struct ENCODER {
+struct ENCODER;
+
+// The registers that a line's loop keeps in locals.
+struct ENCREGS {
   std::uint64_t c;  // C, see above: below 2^(20 + m)
   DWORD a;          // A
   int m;            // shifts that no byte has left for; -3 to 38
+
+  // slow encodes a pixel that is not the likely one, or whose A, already less Qe, fell below
+  // 0x8000.
+  [[gnu::always_inline]] void slow(ENCODER& encoder, DWORD& word, DWORD pixel);
+
+  [[gnu::always_inline]] void code(ENCODER& encoder, DWORD& word, DWORD pixel) {
+    a -= word >> 16;
+    if (((word >> 5 ^ pixel) & 1) != 0 || a < 0x8000) [[unlikely]]
+      slow(encoder, word, pixel);
+  }
+};
+
+struct ENCODER {
+  ENCREGS regs;
   BYTEW* work;
   CXBANK cx;
 
@@ -30,30 +47,28 @@ struct ENCODER {
   void load(BYTEW* state);
   void store();
   void emit();
-
-  // slow encodes a pixel that is not the likely one, or whose A, already less Qe, fell below
-  // 0x8000.
-  void slow(DWORD& word, BYTE pixel) {
-    const DWORD qe = word >> 16;
-    const DWORD index = word >> 5 & 0xFF;
-    const bool lps = pixel != (index & 1);
-    if ((a < qe) != lps) {
-      c += a;
-      a = qe;
-    }
-    word = lps ? JbigNext.lps[index] : JbigNext.mps[index];
-    const int shift = std::countl_zero(a) - 16;
-    a <<= shift;
-    c <<= shift;
-    m += shift;
-    if (m >= 24) [[unlikely]]
-      emit();
-  }
-
-  void code(DWORD& word, BYTE pixel) {
-    a -= word >> 16;
-    if (((word >> 5 ^ pixel) & 1) != 0 || a < 0x8000) slow(word, pixel);
-  }
 };
+
+inline void ENCREGS::slow(ENCODER& encoder, DWORD& word, DWORD pixel) {
+  const DWORD qe = word >> 16;
+  const DWORD index = word >> 5 & 0xFF;
+  const DWORD lps = (pixel ^ index) & 1;
+  // All ones when the pixel's part of the interval is the upper one, whose size is Qe.
+  const DWORD upper = 0 - ((a < qe ? 1 : 0) ^ lps);
+  c += a & upper;
+  a ^= (a ^ qe) & upper;
+  word = JbigNext[lps][index];
+  const int shift = std::countl_zero(a) - 16;
+  a <<= shift;
+  c <<= shift;
+  m += shift;
+  if (m >= 24) [[unlikely]] {
+    encoder.regs.c = c;
+    encoder.regs.m = m;
+    encoder.emit();
+    c = encoder.regs.c;
+    m = encoder.regs.m;
+  }
+}
 
 }  // namespace vox

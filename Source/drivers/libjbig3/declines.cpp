@@ -19,33 +19,93 @@ struct DECLINE {
   DWORD past = 0;
   PLAINRUN plain{};
 
+  static constexpr DWORD kCurrent = RASTER<LINES>::kCurrent;
+
+  // The loop over whole bytes keeps the registers in locals; the other steps find them in
+  // `decoder`.
   void decode(unsigned width);
+  bool starts_run() const;
   bool skip_run();
+  void whole_byte(DECREGS& regs);
+  void eight_pixels(DECREGS& regs);
   void pixels(unsigned from, unsigned count);
   void next_byte();
   DWORD at_of_byte() const { return AT == kAtFar ? far_at_pixels(dst, b, tx) : 0; }
-  DWORD at_pixel(DWORD at, unsigned j, DWORD left) const {
-    if constexpr (AT == kAtNear) return (left >> (tx - 1) & 1) << RASTER<LINES>::kAtShift;
-    if constexpr (AT == kAtFar) return (at >> (7 - j) & 1) << RASTER<LINES>::kAtShift;
-    return 0;
+  // The context of pixel j, `left` being the pixels to its left.
+  DWORD context(unsigned j, DWORD at, DWORD left) const {
+    DWORD at_pixel = 0;
+    if constexpr (AT == kAtNear) at_pixel = left >> (tx - 1) & 1;
+    if constexpr (AT == kAtFar) at_pixel = at >> (7 - j) & 1;
+    return windows.template context<AT>(j) | at_pixel << RASTER<LINES>::kAtShift |
+           (left & kCurrent);
   }
 };
 
 template <int LINES, ATPLACE AT>
-void DECLINE<LINES, AT>::pixels(unsigned from, unsigned count) {
+[[gnu::noinline]] void DECLINE<LINES, AT>::pixels(unsigned from, unsigned count) {
+  DECREGS regs = decoder.regs;
   const DWORD at = at_of_byte();
-  DWORD left = past;
-  for (unsigned j = from; j < count; ++j) {
-    const DWORD context =
-        windows.template context<AT>(j) | at_pixel(at, j, left) | (left & RASTER<LINES>::kCurrent);
-    left = left << 1 | decoder.decide(decoder.cx.word[context]);
+  for (unsigned j = from; j < count; ++j)
+    past = past << 1 | regs.decide(decoder, decoder.cx.word[context(j, at, past)]);
+  dst[b] = static_cast<BYTE>(past << (8 - count));
+  decoder.regs = regs;
+}
+
+// Two neighbouring words, the one for a last pixel of 0 in the lower half.
+inline std::uint64_t pair_at(const DWORD* words) {
+  return words[0] | std::uint64_t{words[1]} << 32;
+}
+
+// Eight pixels. The way from a pixel to the next one's word is the bottleneck: a load waits for the
+// pixel. So the words for both values of the pixel are loaded before it is known, and the word of
+// the pixel itself is the shift count that picks one (see jbigpack.h).
+// A is kept in the upper half of `scaled`, from which whole words are subtracted: what they hold
+// below Qe is under 0x2000, so that eight of them never borrow from A.
+template <int LINES, ATPLACE AT>
+[[gnu::always_inline]] inline void DECLINE<LINES, AT>::eight_pixels(DECREGS& regs) {
+  const DWORD at = at_of_byte();
+  DWORD* const words = decoder.cx.word;
+  DWORD scaled = regs.a << 16 | 0xFFFF;
+  DWORD limit = regs.t << 16;
+  std::uint64_t last = std::uint64_t{past & 1} << 5;  // the pixel to the left, as a shift count
+  DWORD left = past >> 1;                             // the pixels to the left of that
+  std::uint64_t pair = pair_at(words + context(0, at, left << 1));
+#pragma GCC unroll 8
+  for (unsigned j = 0; j < 8; ++j) {
+    const auto word = static_cast<DWORD>(pair >> (last & 63));
+    left = left << 1 | (static_cast<DWORD>(last) >> 5 & 1);
+    const DWORD next = j < 7 ? context(j + 1, at, left << 1) : 0;
+    pair = pair_at(words + next);
+    scaled -= word;
+    last = word;
+    if (scaled < limit) [[unlikely]] {
+      regs.a = scaled >> 16;
+      last = std::uint64_t{regs.slow(decoder, words[context(j, at, left)])} << 5;
+      scaled = regs.a << 16 | 0xFFFF;
+      limit = regs.t << 16;
+      pair = pair_at(words + next);
+    }
   }
-  past = left;
-  dst[b] = static_cast<BYTE>(left << (8 - count));
+  regs.a = scaled >> 16;
+  past = left << 1 | (static_cast<DWORD>(last) >> 5 & 1);
+  dst[b] = static_cast<BYTE>(past);
+}
+
+// With AT near, the pixel to the left may be in the context twice: no two words to choose from. And
+// a stripe starts with A of 17 bits, too large for `scaled`, until its first pixel is decoded.
+template <int LINES, ATPLACE AT>
+[[gnu::always_inline]] inline void DECLINE<LINES, AT>::whole_byte(DECREGS& regs) {
+  if (AT == kAtNear || regs.a > 0xFFFF) [[unlikely]] {
+    decoder.regs = regs;
+    pixels(0, 8);
+    regs = decoder.regs;
+  } else if constexpr (AT != kAtNear) {
+    eight_pixels(regs);
+  }
 }
 
 template <int LINES, ATPLACE AT>
-void DECLINE<LINES, AT>::next_byte() {
+inline void DECLINE<LINES, AT>::next_byte() {
   if constexpr (AT != kAtDefault) plain.step(dst, b);
   if (++b < bytes) windows.step(above, above2, b, bytes);
 }
@@ -53,57 +113,69 @@ void DECLINE<LINES, AT>::next_byte() {
 // Takes `left` likely pixels of context `word`, whose colour is its mps. Returns how many were left
 // when an unlikely one came, that one counted as taken; -1 when none came.
 int take_run(DECODER& decoder, DWORD& word, DWORD left) {
+  DECREGS regs = decoder.regs;
   const DWORD colour = word >> 5 & 1;
-  while (left > 0) {
+  DWORD pixel = colour;
+  while (left > 0 && pixel == colour) {
     const DWORD qe = word >> 16;
-    const DWORD room = decoder.a - decoder.t;
-    if (std::uint64_t{qe} * left <= room) {
-      decoder.a -= qe * left;
-      return -1;
+    const DWORD likely = (regs.a - regs.t) / qe;
+    if (likely >= left) {
+      regs.a -= left * qe;
+      break;
     }
-    const DWORD likely = room / qe;
-    decoder.a -= (likely + 1) * qe;
+    regs.a -= (likely + 1) * qe;
     left -= likely + 1;
-    if (decoder.slow(word) != colour) return static_cast<int>(left);
+    pixel = regs.slow(decoder, word);
   }
-  return -1;
+  decoder.regs = regs;
+  return pixel == colour ? -1 : static_cast<int>(left);
 }
 
-// Where all that the contexts see is of one colour, and that colour is the likely one, the bytes up
-// to the next other pixel above are one run of one context. Returns true when it moved on.
+// True where all that the contexts of byte b see is of one colour, and that is the likely one.
 template <int LINES, ATPLACE AT>
-bool DECLINE<LINES, AT>::skip_run() {
+inline bool DECLINE<LINES, AT>::starts_run() const {
   const BYTE fill = (past & 1) ? 0xFF : 0x00;
-  constexpr DWORD kCurrent = RASTER<LINES>::kCurrent;
   if ((past & kCurrent) != (fill & kCurrent) || !windows.all(fill)) return false;
-  DWORD& word = decoder.cx.word[fill ? kContexts - 1 : 0];
-  if ((word >> 5 & 1) != (fill & 1)) return false;
   if (AT != kAtDefault && plain.pixels < tx) return false;
+  return (decoder.cx.word[fill ? kContexts - 1 : 0] >> 5 & 1) == (fill & 1);
+}
+
+// The bytes up to the next other pixel above are then one run of one context. Returns false when
+// that is less than a byte.
+template <int LINES, ATPLACE AT>
+[[gnu::noinline]] bool DECLINE<LINES, AT>::skip_run() {
+  const BYTE fill = (past & 1) ? 0xFF : 0x00;
   const unsigned run = run_above<LINES>(above, above2, b, bytes - 1, fill);
   if (run == 0) return false;
-  const int left = take_run(decoder, word, 8 * run);
-  const unsigned whole = left < 0 ? run : (8 * run - static_cast<unsigned>(left) - 1) / 8;
-  std::memset(dst + b, fill, whole);
-  b += whole;
-  plain.pixels += 8 * whole;
+  const int left = take_run(decoder, decoder.cx.word[fill ? kContexts - 1 : 0], 8 * run);
+  const unsigned taken = left < 0 ? 8 * run : 8 * run - static_cast<unsigned>(left) - 1;
+  std::memset(dst + b, fill, taken / 8);
+  b += taken / 8;
+  plain.pixels += taken / 8 * 8;
   windows.load(above, above2, b, bytes);
   past = fill ? ~DWORD{0} : 0;
   if (left < 0) return true;
-  const unsigned odd = (8 * run - static_cast<unsigned>(left) - 1) % 8;
   past = past << 1 | (fill ? 0 : 1);
-  pixels(odd + 1, 8);
+  pixels(taken % 8 + 1, 8);
   next_byte();
   return true;
 }
 
 template <int LINES, ATPLACE AT>
 void DECLINE<LINES, AT>::decode(unsigned width) {
+  DECREGS regs = decoder.regs;
   windows.load(above, above2, 0, bytes);
   while (b + 1 < bytes) {
-    if (skip_run()) continue;
-    pixels(0, 8);
+    if (starts_run()) {
+      decoder.regs = regs;
+      const bool skipped = skip_run();
+      regs = decoder.regs;
+      if (skipped) continue;
+    }
+    whole_byte(regs);
     next_byte();
   }
+  decoder.regs = regs;
   pixels(0, width - 8 * b);
 }
 

@@ -20,26 +20,26 @@ struct ENCLINE {
   PLAINRUN plain{};
 
   void encode(unsigned width);
-  bool skip_run();
-  void pixels(unsigned count);
+  bool skip_run(ENCREGS& regs);
+  void pixels(ENCREGS& regs, unsigned count);
   void next_byte();
   DWORD at_of_byte() const { return tx < 8 ? pair >> tx & 0xFF : far_at_pixels(src, b, tx); }
 };
 
 template <int LINES, bool AT>
-void ENCLINE<LINES, AT>::pixels(unsigned count) {
+inline void ENCLINE<LINES, AT>::pixels(ENCREGS& regs, unsigned count) {
   constexpr ATPLACE kPlace = AT ? kAtFar : kAtDefault;
   const DWORD at = AT ? at_of_byte() : 0;
   for (unsigned j = 0; j < count; ++j) {
     DWORD context = windows.template context<kPlace>(j);
     context |= pair >> (8 - j) & RASTER<LINES>::kCurrent;
     if constexpr (AT) context |= (at >> (7 - j) & 1) << RASTER<LINES>::kAtShift;
-    encoder.code(encoder.cx.word[context], pair >> (7 - j) & 1);
+    regs.code(encoder, encoder.cx.word[context], pair >> (7 - j) & 1);
   }
 }
 
 template <int LINES, bool AT>
-void ENCLINE<LINES, AT>::next_byte() {
+inline void ENCLINE<LINES, AT>::next_byte() {
   if constexpr (AT) plain.step(src, b);
   if (++b == bytes) return;
   windows.step(above, above2, b, bytes);
@@ -47,19 +47,19 @@ void ENCLINE<LINES, AT>::next_byte() {
 }
 
 // Encodes `left` pixels of the likely colour in context `word`.
-void give_run(ENCODER& encoder, DWORD& word, DWORD left) {
+void give_run(ENCODER& encoder, ENCREGS& regs, DWORD& word, DWORD left) {
   const BYTE colour = word >> 5 & 1;
   while (left > 0) {
     const DWORD qe = word >> 16;
-    const DWORD room = encoder.a - 0x8000;
+    const DWORD room = regs.a - 0x8000;
     if (std::uint64_t{qe} * left <= room) {
-      encoder.a -= qe * left;
+      regs.a -= qe * left;
       return;
     }
     const DWORD quick = room / qe;
-    encoder.a -= (quick + 1) * qe;
+    regs.a -= (quick + 1) * qe;
     left -= quick + 1;
-    encoder.slow(word, colour);
+    regs.slow(encoder, word, colour);
   }
 }
 
@@ -67,7 +67,7 @@ void give_run(ENCODER& encoder, DWORD& word, DWORD left) {
 // one, the bytes up to the next other pixel are one run of one context. Returns true when it moved
 // on.
 template <int LINES, bool AT>
-bool ENCLINE<LINES, AT>::skip_run() {
+inline bool ENCLINE<LINES, AT>::skip_run(ENCREGS& regs) {
   const BYTE fill = static_cast<BYTE>(pair);
   if (fill != 0 && fill != 0xFF) return false;
   constexpr DWORD kCurrent = RASTER<LINES>::kCurrent;
@@ -78,7 +78,7 @@ bool ENCLINE<LINES, AT>::skip_run() {
   const unsigned limit = run_end(src, b + 1, bytes - 1, fill);
   const unsigned run = run_above<LINES>(above, above2, b, limit, fill);
   if (run == 0) return false;
-  give_run(encoder, word, 8 * run);
+  give_run(encoder, regs, word, 8 * run);
   b += run;
   plain.pixels += 8 * run;
   windows.load(above, above2, b, bytes);
@@ -88,14 +88,16 @@ bool ENCLINE<LINES, AT>::skip_run() {
 
 template <int LINES, bool AT>
 void ENCLINE<LINES, AT>::encode(unsigned width) {
+  ENCREGS regs = encoder.regs;
   windows.load(above, above2, 0, bytes);
   pair = src[0];
   while (b + 1 < bytes) {
-    if (skip_run()) continue;
-    pixels(8);
+    if (skip_run(regs)) continue;
+    pixels(regs, 8);
     next_byte();
   }
-  pixels(width - 8 * b);
+  pixels(regs, width - 8 * b);
+  encoder.regs = regs;
 }
 
 }  // namespace

@@ -104,7 +104,7 @@ void IMAGEDEC<LINES>::move_at() {
 template <int LINES>
 bool IMAGEDEC<LINES>::is_typical() {
   if (!m_codec->Tpb) return false;
-  const BYTE sltp = m_decoder.decide(m_decoder.cx.word[kTpRaster<LINES>]);
+  const DWORD sltp = m_decoder.regs.decide(m_decoder, m_decoder.cx.word[kTpRaster<LINES>]);
   m_work->Lntpc = sltp == m_work->Lntpc ? 1 : 0;
   return m_work->Lntpc == 0;
 }

@@ -23,12 +23,10 @@ struct CXBANK {
   alignas(64) DWORD word[kContexts];
 };
 
-// The words that follow (state, mps) after a renormalisation. 256 entries, so that no index of the
-// eight bits leaves the table.
-struct CXNEXT {
-  std::array<DWORD, 256> mps;  // after the more probable pixel
-  std::array<DWORD, 256> lps;  // after the less probable pixel
-};
+// The words that follow (state, mps) after a renormalisation: [0] after the more probable pixel,
+// [1] after the less probable one. 256 entries, so that no index of the eight bits leaves the
+// table.
+using CXNEXT = std::array<std::array<DWORD, 256>, 2>;
 extern const CXNEXT JbigNext;
 
 // The words of all (state, mps), the state in bits 1 to 7 and mps in bit 0 of the index; states

@@ -102,8 +102,8 @@ constexpr std::array<DWORD, 256> all_words() {
 constexpr CXNEXT all_successors() {
   CXNEXT next{};
   for (unsigned i = 0; i < 256; ++i) {
-    next.mps[i] = word_of(state_row(i).NMPS, i & 1);
-    next.lps[i] = word_of(state_row(i).NLPS, (i & 1) ^ state_row(i).SWTCH);
+    next[0][i] = word_of(state_row(i).NMPS, i & 1);
+    next[1][i] = word_of(state_row(i).NLPS, (i & 1) ^ state_row(i).SWTCH);
   }
   return next;
 }

@@ -94,7 +94,8 @@ template <int LINES>
 bool IMAGEENC<LINES>::is_typical() {
   if (!m_codec->Tpb) return false;
   const BYTE lntp = cmp_line(m_codec, m_src, m_lines.above()) != 0 ? 1 : 0;
-  m_encoder.code(m_encoder.cx.word[kTpRaster<LINES>], lntp == m_work->Lntpc ? 1 : 0);
+  m_encoder.regs.code(m_encoder, m_encoder.cx.word[kTpRaster<LINES>],
+                      lntp == m_work->Lntpc ? 1 : 0);
   m_work->Lntpc = lntp;
   return lntp == 0;
 }

@@ -22,12 +22,21 @@ int OptionsOf(const JbigShape& shape, const PeerOptions& options) {
 
 Bytes PeerEncode(const Picture& picture, const JbigShape& shape, const PeerOptions& options) {
   Bytes out;
-  // With one-line stripes libjbig looks two lines above the picture's second line: white, as T.82
-  // has it, needs room in front.
-  const std::size_t margin = 2 * std::size_t{picture.LineBytes()};
-  Bytes bits(margin);
-  bits.insert(bits.end(), picture.bits.begin(), picture.bits.end());
-  unsigned char* planes[1] = {bits.data() + margin};
+  PeerEncode(picture, shape, options, out);
+  return out;
+}
+
+void PeerEncode(const Picture& picture, const JbigShape& shape, const PeerOptions& options,
+                Bytes& out) {
+  Bytes padded;
+  unsigned char* planes[1] = {const_cast<unsigned char*>(picture.bits.data())};
+  if (shape.strip == 1) {
+    // With one-line stripes libjbig looks two lines above the picture's second line: white, as T.82
+    // has it, needs room in front.
+    padded.resize(2 * std::size_t{picture.LineBytes()});
+    padded.insert(padded.end(), picture.bits.begin(), picture.bits.end());
+    planes[0] = padded.data() + 2 * std::size_t{picture.LineBytes()};
+  }
   Bytes comment(options.comment.begin(), options.comment.end());
   jbg_enc_state state;
   jbg_enc_init(&state, picture.width, picture.height, 1, planes, Collect, &out);
@@ -40,20 +49,22 @@ Bytes PeerEncode(const Picture& picture, const JbigShape& shape, const PeerOptio
   }
   jbg_enc_out(&state);
   jbg_enc_free(&state);
-  return out;
 }
 
 Bytes PeerDecode(std::span<const std::uint8_t> bie) {
-  Bytes in(bie.begin(), bie.end());
   Bytes lines;
+  PeerDecode(bie, lines);
+  return lines;
+}
+
+void PeerDecode(std::span<const std::uint8_t> bie, Bytes& lines) {
   jbg_dec_state state;
   jbg_dec_init(&state);
-  if (jbg_dec_in(&state, in.data(), in.size(), nullptr) == JBG_EOK) {
+  if (jbg_dec_in(&state, const_cast<unsigned char*>(bie.data()), bie.size(), nullptr) == JBG_EOK) {
     const unsigned char* image = jbg_dec_getimage(&state, 0);
-    lines.assign(image, image + jbg_dec_getsize(&state));
+    lines.insert(lines.end(), image, image + jbg_dec_getsize(&state));
   }
   jbg_dec_free(&state);
-  return lines;
 }
 
 bool PeerSettleHeight(Bytes& bie) {

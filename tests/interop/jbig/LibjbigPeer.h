@@ -21,9 +21,14 @@ struct PeerOptions {
 
 // PeerEncode returns the BIE that libjbig writes; the shape gives template, TP, stripes.
 Bytes PeerEncode(const Picture& picture, const JbigShape& shape, const PeerOptions& options = {});
+// The same, appended to `out`.
+void PeerEncode(const Picture& picture, const JbigShape& shape, const PeerOptions& options,
+                Bytes& out);
 
 // PeerDecode returns the lines that libjbig reads; empty when it reports an error.
 Bytes PeerDecode(std::span<const std::uint8_t> bie);
+// The same, appended to `lines`.
+void PeerDecode(std::span<const std::uint8_t> bie, Bytes& lines);
 
 // PeerSettleHeight puts a NEWLEN's height into the BIH, which PeerDecode needs. False: no such.
 bool PeerSettleHeight(Bytes& bie);

@@ -64,7 +64,7 @@ TEST_P(Arithmetic, Encodes) {
   encoder.load(&m_work);
   cx_clear(encoder.cx);
   for (std::size_t i = 0; i < 256; ++i)
-    encoder.code(encoder.cx.word[BitOf(m_contexts, i)], static_cast<BYTE>(BitOf(m_pixels, i)));
+    encoder.regs.code(encoder, encoder.cx.word[BitOf(m_contexts, i)], BitOf(m_pixels, i));
   encoder.store();
   Flush(&m_work);
   out.resize(100 - m_work.c_rsize);
@@ -84,7 +84,9 @@ TEST_P(Arithmetic, Decodes) {
   decoder.load(&m_work);
   cx_clear(decoder.cx);
   for (std::size_t i = 0; i < 256; ++i)
-    ASSERT_EQ(decoder.decide(decoder.cx.word[BitOf(m_contexts, i)]), BitOf(m_pixels, i)) << i;
+    ASSERT_EQ(decoder.regs.decide(decoder, decoder.cx.word[BitOf(m_contexts, i)]),
+              BitOf(m_pixels, i))
+        << i;
 }
 
 INSTANTIATE_TEST_SUITE_P(Published, Arithmetic, testing::ValuesIn(kSequences));

@@ -1,13 +1,8 @@
-// The blocks of a network scan: framing, decoding, handing out, gathering from a stream.
-#include "vox/drivers/JbigBuf.h"
-
-#include <algorithm>
+// The blocks of a network scan: decoding and handing out.
 #include <cstdlib>
 #include <cstring>
 
-#include <gtest/gtest.h>
-
-#include "tests/support/JbigDriver.h"
+#include "tests/unit/jbig/JbigBlocks.h"
 
 namespace {
 int allocations_until_failure = -1;  // -1: none fails
@@ -24,68 +19,6 @@ extern "C" void* __wrap_calloc(std::size_t count, std::size_t size) {
 namespace vox::test {
 namespace {
 
-// A block as a receiver holds it: header in host order, data behind header_size bytes.
-struct Block {
-  WORD width = 0, lines = 0;
-  Bytes data;
-  BYTE header_size = 8;
-  DWORD length = 0xFFFFFFFF;  // dwLength; the data's unless set
-
-  Bytes Make() const {
-    const tagJBIGSCANDATAHEADER header{
-        width, lines, length == 0xFFFFFFFF ? static_cast<DWORD>(data.size()) : length};
-    Bytes bytes(std::max<std::size_t>(header_size, sizeof header));
-    std::memcpy(bytes.data(), &header, sizeof header);
-    bytes.resize(header_size);
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    return bytes;
-  }
-};
-
-Bytes Bie(const Picture& picture, int lines = 2, bool tp = false) {
-  return Encode(picture, {picture.width, picture.height, picture.height, lines, tp});
-}
-
-Block BlockOf(const Picture& picture, int lines = 2, bool tp = false) {
-  const Bytes bie = Bie(picture, lines, tp);
-  return {static_cast<WORD>(picture.width), static_cast<WORD>(picture.height),
-          Bytes(bie.begin() + kBihSize, bie.end())};
-}
-
-class JbigData : public testing::Test {
- protected:
-  JbigData() { EXPECT_TRUE(m_control.AllocImageData()); }
-  ~JbigData() override {
-    m_control.m_lpJbigData = nullptr;
-    allocations_until_failure = -1;
-  }
-
-  // Decodes a block that a list owns, in an exact-size buffer.
-  bool Decompress(const Bytes& block) {
-    m_block.assign(block.begin(), block.end());
-    m_block.shrink_to_fit();
-    m_control.m_lpJbigData = m_block.data();
-    return m_control.Decompress();
-  }
-  bool DecompressBlock(const Block& block) {
-    m_control.SetJbigParam(m_lines, m_tp, block.header_size);
-    return Decompress(block.Make());
-  }
-  Bytes Drain(DWORD piece) {
-    Bytes all, buffer(piece);
-    while (!Image().IsEmpty()) {
-      const DWORD got = Image().SetImageData(buffer.data(), piece);
-      all.insert(all.end(), buffer.begin(), buffer.begin() + got);
-    }
-    return all;
-  }
-  CImageDataCtrl& Image() { return *m_control.GetImageDataCtrl(); }
-
-  CJbigDataCtrl m_control;
-  BYTE m_lines = 2, m_tp = 0;
-  Bytes m_block;
-};
-
 // ---- decoding
 
 TEST_F(JbigData, DecodesABlockWithTheDevicesParameters) {
@@ -99,18 +32,28 @@ TEST_F(JbigData, DecodesABlockWithTheDevicesParameters) {
     }
 }
 
-TEST_F(JbigData, UsesTwoTemplateLinesUnlessTold) {
-  const Picture picture = Blobs(160, 40, 1);
-  Block block = BlockOf(picture, 2);
-  block.header_size = 0;  // the data lie over the header, as the parameters say
-  CJbigDataCtrl fresh;
-  ASSERT_TRUE(fresh.AllocImageData());
-  fresh.SetJbigParam(2, 0, 8);
-  block.header_size = 8;
-  Bytes bytes = block.Make();
-  fresh.m_lpJbigData = bytes.data();
-  EXPECT_TRUE(fresh.Decompress());
-  fresh.m_lpJbigData = nullptr;
+// Without parameters: two template lines, no typical prediction, data from the block's first byte
+// on (which the header then is a part of).
+TEST_F(JbigData, HasItsDefaults) {
+  Bytes bytes = Block{16, 4, {0x12, 0x34, 0xFF, 0x02}}.Make();
+  m_control.m_lpJbigData = bytes.data();
+  ASSERT_TRUE(m_control.Decompress());
+  EXPECT_EQ(Drain(100), Decode({16, 4, 4, 2}, Bytes(bytes.begin(), bytes.begin() + 4)));
+}
+
+// The worked examples of docs/wire/jbig-block.md, as a little-endian host receives them.
+TEST_F(JbigData, DecodesTheDocumentedBlocks) {
+  const Bytes code = {0xC3, 0x60, 0xC3, 0xA1, 0x8B, 0x72, 0xB0, 0xFF, 0x02};
+  Block block{16, 4, code};
+  m_lines = 3;
+  const Bytes picture = {0xAA, 0x55, 0x55, 0xAA, 0xF0, 0x0F, 0x80, 0x01};
+  ASSERT_TRUE(DecompressBlock(block));
+  EXPECT_EQ(Drain(100), picture);
+  block.data = {0, 0, 1, 0, 0, 0, 0, 16, 0, 0, 0, 4, 0, 0, 0, 4, 0, 0, 0, 0};
+  block.data.insert(block.data.end(), code.begin(), code.end());
+  EXPECT_EQ(block.data.size(), 0x1Du);
+  ASSERT_TRUE(DecompressBlock(block));
+  EXPECT_EQ(Drain(100), picture);
 }
 
 TEST_F(JbigData, DecodesOneBlockAfterTheOther) {
@@ -345,181 +288,6 @@ TEST_F(ImageData, IsNeverAllocatedOverAnother) {
   EXPECT_EQ(m_image.GetDataPtr(), data);
   EXPECT_EQ(m_image.SetImageData(m_out, 20), 10u);
   EXPECT_TRUE(m_image.Alloc(20));
-}
-
-// ---- the streaming path
-
-class Streaming : public JbigData {
- protected:
-  // Room for blocks of that many bytes in all, in an exact-size buffer.
-  void Room(DWORD size, BYTE header_size = 8) {
-    m_block.assign(size, 0);
-    m_block.shrink_to_fit();
-    m_control.m_lpJbigData = m_block.data();
-    m_control.SetMemorySize(size);
-    m_control.SetJbigParam(2, 0, header_size);
-  }
-  DWORD Copy(Bytes bytes) {
-    bytes.shrink_to_fit();
-    return m_control.CopyJbigData(bytes.data(), static_cast<unsigned>(bytes.size()));
-  }
-  DWORD CopyHeader(WORD width, WORD lines, DWORD length) {
-    Block block;
-    block.width = width;
-    block.lines = lines;
-    block.length = length;
-    return Copy(block.Make());
-  }
-  // Takes a header as the first one.
-  void Accept(WORD width, WORD lines, DWORD length) {
-    CopyHeader(width, lines, length);
-    Copy({1});
-    m_control.ResetData();
-  }
-  Bytes Gathered(std::size_t size) const { return Bytes(m_block.begin(), m_block.begin() + size); }
-};
-
-TEST_F(Streaming, GathersABlockFromHeaderAndDataApart) {
-  const Picture picture = Blobs(80, 10, 1);
-  const Block block = BlockOf(picture);
-  const Bytes bytes = block.Make();
-  Room(static_cast<DWORD>(bytes.size()));
-  EXPECT_EQ(Copy(Bytes(bytes.begin(), bytes.begin() + 8)), 8u);
-  EXPECT_FALSE(m_control.IsAvail());
-  EXPECT_EQ(Copy(Bytes(bytes.begin() + 8, bytes.begin() + 10)), 2u);
-  EXPECT_FALSE(m_control.IsAvail());
-  EXPECT_EQ(Copy(Bytes(bytes.begin() + 10, bytes.end())), bytes.size() - 10);
-  EXPECT_TRUE(m_control.IsAvail());
-  EXPECT_EQ(Gathered(bytes.size()), bytes);
-  EXPECT_TRUE(m_control.Decompress());
-  EXPECT_EQ(Drain(1000), picture.bits);
-  EXPECT_FALSE(m_control.IsAvail());
-}
-
-// Deliberate: the data step copies from the piece's first byte, header or not.
-TEST_F(Streaming, CopiesDataFromTheStartOfThePieceThatBeganWithTheHeader) {
-  Room(100);
-  Block block{16, 4, {1, 2, 3, 4, 5, 6}};
-  const Bytes bytes = block.Make();
-  EXPECT_EQ(Copy(bytes), 14u);
-  Bytes wanted(bytes.begin(), bytes.begin() + 8);
-  wanted.insert(wanted.end(), bytes.begin(), bytes.begin() + 6);
-  EXPECT_EQ(Gathered(14), wanted);
-  EXPECT_TRUE(m_control.IsAvail());
-}
-
-// Deliberate: a header that lacks one byte is completed by the data step.
-TEST_F(Streaming, ByteByByteTheHeaderStopsAtSeven) {
-  Room(100);
-  const Bytes bytes = Block{16, 4, {1, 2, 3}}.Make();
-  for (unsigned i = 0; i < 7; ++i) {
-    EXPECT_EQ(Copy({bytes[i]}), 1u) << i;
-    EXPECT_FALSE(m_control.IsAvail());
-  }
-  for (unsigned i = 7; i < 11; ++i) EXPECT_EQ(Copy({bytes[i]}), 1u) << i;
-  EXPECT_EQ(Gathered(11), bytes);
-  EXPECT_TRUE(m_control.IsAvail());
-}
-
-TEST_F(Streaming, TakesNothingFromNowhereOrToNowhere) {
-  Room(100);
-  EXPECT_EQ(m_control.CopyJbigData(nullptr, 5), 0u);
-  m_control.m_lpJbigData = nullptr;
-  EXPECT_EQ(Copy({1, 2, 3}), 0u);
-  EXPECT_FALSE(m_control.IsAvail());
-}
-
-TEST_F(Streaming, AcceptsTheFirstHeaderAsItIs) {
-  Room(20);
-  EXPECT_EQ(CopyHeader(16, 4, 0xFFFFFF00), 8u);
-  EXPECT_EQ(Copy({1, 2}), 2u);
-  EXPECT_FALSE(m_control.IsAvail());
-}
-
-TEST_F(Streaming, AcceptsLaterBlocksWithFewerLines) {
-  Room(100);
-  Accept(16, 4, 3);
-  CopyHeader(16, 3, 3);
-  EXPECT_EQ(Copy({1, 2, 3}), 3u);
-  EXPECT_TRUE(m_control.IsAvail());
-}
-
-// A rejected header forgets what was gathered and skips to the next one that fits.
-TEST_F(Streaming, RejectsLaterHeadersThatDoNotMatch) {
-  const struct {
-    WORD width, lines;
-    DWORD length;
-    const char* reason;
-  } bad[] = {{17, 4, 3, "other width"},
-             {16, 5, 3, "more lines"},
-             {16, 4, 93, "no room"},
-             {16, 4, 0xFFFFFFFC, "length wraps"}};
-  for (const auto& one : bad) {
-    CJbigDataCtrl fresh;
-    Room(100);
-    Accept(16, 4, 3);
-    CopyHeader(one.width, one.lines, one.length);
-    EXPECT_EQ(Copy({9, 9, 9, 16, 0, 4, 0, 3, 0, 0, 0, 1}), 3u) << one.reason;
-    EXPECT_EQ(CopyHeader(16, 4, 3), 8u) << "starts again";
-    EXPECT_EQ(Copy({1, 2, 3}), 3u);
-    EXPECT_TRUE(m_control.IsAvail()) << one.reason;
-    m_control.ResetData();
-  }
-}
-
-TEST_F(Streaming, SkipsAllWhenNoHeaderFollows) {
-  Room(100);
-  Accept(16, 4, 3);
-  CopyHeader(17, 4, 3);
-  EXPECT_EQ(Copy(Bytes(30, 9)), 30u);
-}
-
-// A header whose last bytes have not come cannot be recognised.
-TEST_F(Streaming, LooksForHeadersOnlyWhereAllBytesAre) {
-  Room(100);
-  Accept(16, 4, 3);
-  CopyHeader(17, 4, 3);
-  EXPECT_EQ(Copy({9, 16, 0, 4, 0, 3, 0, 0}), 8u);
-  CopyHeader(17, 4, 3);
-  EXPECT_EQ(Copy({9, 16, 0, 4, 0, 3, 0, 0, 0}), 1u);
-}
-
-TEST_F(Streaming, CountsWhatItHasNoRoomFor) {
-  Room(10);
-  CopyHeader(16, 4, 5);
-  EXPECT_EQ(Copy({1, 2, 3, 4, 5}), 5u);
-  EXPECT_EQ(Bytes(m_block.begin() + 8, m_block.end()), Bytes(2, 0)) << "nothing was stored";
-  EXPECT_TRUE(m_control.IsAvail());
-  EXPECT_FALSE(m_control.Decompress()) << "what is not there is not decoded";
-  EXPECT_TRUE(Image().IsEmpty());
-}
-
-TEST_F(Streaming, StoresNothingWithoutRoom) {
-  Room(0);
-  BYTE none = 0xA5;
-  m_control.m_lpJbigData = &none;
-  EXPECT_EQ(Copy({16, 0, 4, 0, 3, 0, 0, 0, 1, 2, 3}), 8u);
-  EXPECT_EQ(none, 0xA5);
-}
-
-TEST_F(Streaming, ReadsShortHeadersWithinItsRoom) {
-  for (BYTE header_size = 0; header_size < 8; ++header_size)
-    for (DWORD room = 0; room < 12; ++room) {
-      CJbigDataCtrl fresh;
-      Room(room, header_size);
-      for (int i = 0; i < 30; ++i) EXPECT_LE(Copy({16, 0, 4}), 3u);
-      m_control.IsAvail();
-      m_control.Decompress();
-      Drain(100);
-      m_control.ResetData();
-    }
-}
-
-TEST_F(Streaming, IsNotAvailableBeforeItsHeaderIs) {
-  Room(100, 28);
-  EXPECT_FALSE(m_control.IsAvail());
-  Copy(Bytes(27, 0));
-  EXPECT_FALSE(m_control.IsAvail());
 }
 
 }  // namespace

@@ -100,6 +100,15 @@ TEST_P(Oracle, AgreesOnNoise) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, Oracle, testing::Range(0, 12));
 
+// A stripe whose code starts with the largest numbers: C is just below A, which has 17 bits then.
+TEST(OracleStart, AgreesOnCodeAtTheTopOfTheInterval) {
+  for (const int lines : {2, 3})
+    for (const std::uint8_t third : {0x00, 0x01, 0x7F, 0xFE}) {
+      const Bytes code = {0xFF, 0x00, 0xFF, 0x00, third, 0x12, 0x34, 0x56, 0x78, 0x9A, 0xFF, 0x02};
+      EXPECT_EQ(CompareWithOracle({64, 4, 2, lines}, code, Always(1), nullptr), "") << third * 1;
+    }
+}
+
 // Every AT offset on a picture where it matters.
 TEST(OracleAt, AgreesForEveryOffset) {
   for (unsigned tx = 0; tx < 128; ++tx)
