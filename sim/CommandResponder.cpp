@@ -99,7 +99,7 @@ CommandResponder::Reply CommandResponder::AnswerScan(const CommandPacket& comman
                  accepted_->datagram.end())) {
     return accepted_->reply;
   }
-  const Reply reply = StartScan(command, peer);
+  Reply reply = StartScan(command, peer);
   if (reply && reply->command == kReplyAccepted) {
     accepted_ = Answered{peer, Bytes(datagram.begin(), datagram.end()), *reply, now};
   }

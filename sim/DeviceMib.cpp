@@ -130,7 +130,7 @@ std::vector<UnitRow> UnitsOf(const DeviceOptions& options) {
   return rows;
 }
 
-void AddDeviceObjects(SnmpAgent& agent, const DeviceOptions& options, DeviceMibHooks hooks) {
+void AddDeviceObjects(SnmpAgent& agent, const DeviceOptions& options, const DeviceMibHooks& hooks) {
   AddSystemGroup(agent, options);
   int number = 0;
   for (const UnitRow& row : UnitsOf(options)) {

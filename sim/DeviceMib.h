@@ -19,7 +19,7 @@ struct DeviceMibHooks {
 
 // AddDeviceObjects adds the objects of a device; name, contact and location may be written, and
 // what is written is kept by the agent.
-void AddDeviceObjects(SnmpAgent& agent, const DeviceOptions& options, DeviceMibHooks hooks);
+void AddDeviceObjects(SnmpAgent& agent, const DeviceOptions& options, const DeviceMibHooks& hooks);
 
 // UnitsOf gives the device's units in the order of the tables: the flatbed, then the feeder.
 struct UnitRow {

@@ -167,12 +167,12 @@ std::string ParseFault(const std::string& words, Faults& faults) {
   Faults result = faults;
   while (true) {
     const std::size_t comma = rest.find(',');
-    const std::string error = ParseWord(rest.substr(0, comma), result);
+    std::string error = ParseWord(rest.substr(0, comma), result);
     if (!error.empty()) return error;
     if (comma == std::string_view::npos) break;
     rest.remove_prefix(comma + 1);
   }
-  faults = std::move(result);
+  faults = result;
   return {};
 }
 

@@ -28,10 +28,10 @@ class PageSender::Page {
 
   // Send gives why the page was lost; an empty text when the host has taken it whole.
   std::string Send() {
-    const std::string data = SendDataChannel();
+    std::string data = SendDataChannel();
     if (!data.empty()) return data;
     for (std::uint32_t round = 0; round < faults_.end_not_ready; ++round) {
-      const std::string early = SendEndChannel(kNoticeNotFinished);
+      std::string early = SendEndChannel(kNoticeNotFinished);
       if (!early.empty()) return early;
     }
     return SendEndChannel(EndCode());

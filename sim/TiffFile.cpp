@@ -123,7 +123,7 @@ std::string ReadDirectory(TIFF* tiff, MemoryFile& file, ImageBudget& budget, Ima
     return "no size";
   }
   // Four bytes a pixel while it is read; counted at that.
-  const std::string refusal = budget.Take(image.width, image.height, 4);
+  std::string refusal = budget.Take(image.width, image.height, 4);
   if (!refusal.empty()) return refusal;
   ReadResolution(tiff, image);
   image.channels = IsGrey(tiff) ? 1 : 3;

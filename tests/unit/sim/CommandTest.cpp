@@ -6,14 +6,8 @@
 namespace vox::sim {
 namespace {
 
-class Commands : public ::testing::Test {
+class Commands : public DeviceTest {
  protected:
-  void Start(DeviceOptions options = {}) {
-    host_.reset();
-    device_ = std::make_unique<VirtualDevice>(std::move(options));
-    ASSERT_TRUE(device_->Start()) << device_->Error();
-    host_ = std::make_unique<ScriptedHost>(*device_);
-  }
   static DeviceOptions With(const char* faults) {
     DeviceOptions options;
     EXPECT_EQ(ParseFault(faults, options.faults), "");
@@ -24,8 +18,6 @@ class Commands : public ::testing::Test {
     const Bytes reply = host_->Exchange(host_->ScanCommand(request, sequence_id));
     return reply.size() < 20 ? 0 : reply[15];
   }
-  std::unique_ptr<VirtualDevice> device_;
-  std::unique_ptr<ScriptedHost> host_;
 };
 
 TEST_F(Commands, AScanIsAcceptedWithAJobId) {

@@ -6,17 +6,14 @@
 namespace vox::sim {
 namespace {
 
-class ChannelFaults : public ::testing::Test {
+class ChannelFaults : public DeviceTest {
  protected:
   // A device with these faults and a job on it. Blocks of 10 lines, so that a page has four.
-  void Start(const char* words, std::uint32_t type = kGrey) {
+  void StartWith(const char* words, std::uint32_t type = kGrey) {
     DeviceOptions options;
     options.coding.lines_per_block = 10;
     ASSERT_EQ(ParseFault(words, options.faults), "") << words;
-    host_.reset();
-    device_ = std::make_unique<VirtualDevice>(std::move(options));
-    ASSERT_TRUE(device_->Start()) << device_->Error();
-    host_ = std::make_unique<ScriptedHost>(*device_);
+    ASSERT_NO_FATAL_FAILURE(DeviceTest::Start(std::move(options)));
     job_ = host_->StartJob(SmallRequest(type));
   }
   bool IsDeaf() {
@@ -30,13 +27,11 @@ class ChannelFaults : public ::testing::Test {
     const Bytes job = host_->StartJob(SmallRequest(), 500);
     EXPECT_EQ(host_->TakePage(job, 501).end_code, 0xA0);
   }
-  std::unique_ptr<VirtualDevice> device_;
-  std::unique_ptr<ScriptedHost> host_;
   Bytes job_;
 };
 
 TEST_F(ChannelFaults, SilenceAtThePageRequest) {
-  Start("silent=request");
+  StartWith("silent=request");
   host_->RequestPage(job_, 1);
   EXPECT_FALSE(host_->Accept(kMoment));
   EXPECT_TRUE(IsDeaf());
@@ -44,7 +39,7 @@ TEST_F(ChannelFaults, SilenceAtThePageRequest) {
 }
 
 TEST_F(ChannelFaults, SilenceAtTheStartNotice) {
-  Start("silent=start");
+  StartWith("silent=start");
   host_->RequestPage(job_, 1);
   Connection data = host_->Accept();
   EXPECT_TRUE(data.IsSilent());
@@ -53,7 +48,7 @@ TEST_F(ChannelFaults, SilenceAtTheStartNotice) {
 }
 
 TEST_F(ChannelFaults, SilenceInsteadOfScanInformation) {
-  Start("silent=info");
+  StartWith("silent=info");
   host_->RequestPage(job_, 1);
   Connection data = host_->Accept();
   EXPECT_EQ(data.Read(28).size(), 28u);
@@ -65,7 +60,7 @@ TEST_F(ChannelFaults, SilenceInsteadOfScanInformation) {
 
 TEST_F(ChannelFaults, SilenceAfterSoManyBytes) {
   for (const std::size_t bytes : {0u, 1u, 1000u, 2560u, 99999u}) {
-    Start(("silent=data:" + std::to_string(bytes)).c_str());
+    StartWith(("silent=data:" + std::to_string(bytes)).c_str());
     Connection data = host_->OpenPage(job_, 1);
     const std::size_t expected = std::min<std::size_t>(bytes, 64 * 40);
     EXPECT_EQ(data.Read(expected).size(), expected);
@@ -76,7 +71,7 @@ TEST_F(ChannelFaults, SilenceAfterSoManyBytes) {
 }
 
 TEST_F(ChannelFaults, AStalledPageStillAnswersCommands) {
-  Start("stall=data:100");
+  StartWith("stall=data:100");
   Connection data = host_->OpenPage(job_, 1);
   EXPECT_EQ(data.Read(100).size(), 100u);
   EXPECT_TRUE(data.IsSilent());
@@ -86,7 +81,7 @@ TEST_F(ChannelFaults, AStalledPageStillAnswersCommands) {
 }
 
 TEST_F(ChannelFaults, SilenceBeforeTheEndChannel) {
-  Start("silent=end-connect");
+  StartWith("silent=end-connect");
   host_->OpenPage(job_, 1).ReadToEnd();
   EXPECT_FALSE(host_->Accept(kMoment));
   EXPECT_TRUE(IsDeaf());
@@ -94,7 +89,7 @@ TEST_F(ChannelFaults, SilenceBeforeTheEndChannel) {
 }
 
 TEST_F(ChannelFaults, SilenceOnTheEndChannel) {
-  Start("silent=end");
+  StartWith("silent=end");
   host_->OpenPage(job_, 1).ReadToEnd();
   Connection end = host_->Accept();
   EXPECT_TRUE(end.IsSilent());
@@ -103,7 +98,7 @@ TEST_F(ChannelFaults, SilenceOnTheEndChannel) {
 }
 
 TEST_F(ChannelFaults, ASilentDeviceSeesTheHostGo) {
-  Start("silent=info");
+  StartWith("silent=info");
   host_->RequestPage(job_, 1);
   {
     Connection data = host_->Accept();
@@ -115,36 +110,36 @@ TEST_F(ChannelFaults, ASilentDeviceSeesTheHostGo) {
 }
 
 TEST_F(ChannelFaults, NoticesAndScanInformationCutShort) {
-  Start("start-cut=27");
+  StartWith("start-cut=27");
   host_->RequestPage(job_, 1);
   EXPECT_EQ(host_->Accept().ReadToEnd().size(), 27u);
-  Start("info-cut=127");
+  StartWith("info-cut=127");
   host_->RequestPage(job_, 1);
   Connection data = host_->Accept();
   data.Read(28);
   data.Write(0x01);
   EXPECT_EQ(data.ReadToEnd().size(), 127u);
-  Start("end-cut=15");
+  StartWith("end-cut=15");
   host_->OpenPage(job_, 1).ReadToEnd();
   EXPECT_EQ(host_->Accept().ReadToEnd().size(), 15u);
   ExpectUsable();
 }
 
 TEST_F(ChannelFaults, ASpoiltStartNotice) {
-  Start("bad-start");
+  StartWith("bad-start");
   host_->RequestPage(job_, 1);
   Connection data = host_->Accept();
   EXPECT_NE(Hex(data.Read(28)), Hex(Notice(1, 0x80, job_)));
 }
 
 TEST_F(ChannelFaults, AnEndNoticeInTwoPieces) {
-  Start("end-split=10");
+  StartWith("end-split=10");
   host_->OpenPage(job_, 1).ReadToEnd();
   EXPECT_EQ(host_->TakeEnd(job_, 1), 0xA0);
 }
 
 TEST_F(ChannelFaults, NotFinishedYetSoManyTimes) {
-  Start("not-ready=2");
+  StartWith("not-ready=2");
   host_->OpenPage(job_, 1).ReadToEnd();
   EXPECT_EQ(host_->TakeEnd(job_, 1), 0xF0);
   EXPECT_EQ(host_->TakeEnd(job_, 1), 0xF0);
@@ -153,14 +148,14 @@ TEST_F(ChannelFaults, NotFinishedYetSoManyTimes) {
 }
 
 TEST_F(ChannelFaults, AnotherEndCode) {
-  Start("end-code=0x55");
+  StartWith("end-code=0x55");
   host_->OpenPage(job_, 1).ReadToEnd();
   EXPECT_EQ(host_->TakeEnd(job_, 1), 0x55);
 }
 
 TEST_F(ChannelFaults, TheChannelCloses_AfterSoManyBytes) {
   for (const std::size_t bytes : {0u, 1u, 2460u}) {
-    Start(("close-after=" + std::to_string(bytes)).c_str());
+    StartWith(("close-after=" + std::to_string(bytes)).c_str());
     bool ended = false;
     EXPECT_EQ(host_->OpenPage(job_, 1).ReadToEnd(&ended).size(), bytes);
     EXPECT_TRUE(ended);
@@ -169,7 +164,7 @@ TEST_F(ChannelFaults, TheChannelCloses_AfterSoManyBytes) {
 }
 
 TEST_F(ChannelFaults, TheChannelIsReset) {
-  Start("close-after=100,reset");
+  StartWith("close-after=100,reset");
   bool ended = true;
   EXPECT_LE(host_->OpenPage(job_, 1).ReadToEnd(&ended).size(), 100u);
   EXPECT_FALSE(ended);
@@ -177,7 +172,7 @@ TEST_F(ChannelFaults, TheChannelIsReset) {
 
 TEST_F(ChannelFaults, DelaysHoldTheirStageBack) {
   for (const char* where : {"connect", "start", "info", "data", "end-connect", "end"}) {
-    Start(("delay=" + std::string(where) + ":60").c_str());
+    StartWith(("delay=" + std::string(where) + ":60").c_str());
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(host_->TakePage(job_, 1).end_code, 0xA0);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 60ms) << where;
@@ -185,7 +180,7 @@ TEST_F(ChannelFaults, DelaysHoldTheirStageBack) {
 }
 
 TEST_F(ChannelFaults, OneBlockIsSpoilt) {
-  Start("block=width:2", kBilevel);
+  StartWith("block=width:2", kBilevel);
   const Bytes data = host_->OpenPage(job_, 1).ReadToEnd();
   std::vector<unsigned> widths;
   for (std::size_t at = 0; at + 8 <= data.size();) {
@@ -196,18 +191,18 @@ TEST_F(ChannelFaults, OneBlockIsSpoilt) {
 }
 
 TEST_F(ChannelFaults, ABlockCutShortClosesTheChannel) {
-  Start("block=cut-header", kBilevel);
+  StartWith("block=cut-header", kBilevel);
   EXPECT_EQ(host_->OpenPage(job_, 1).ReadToEnd().size(), 5u);
   EXPECT_EQ(host_->TakeEnd(job_, 1), 0xA0);
 }
 
 TEST_F(ChannelFaults, ABlockFaultLeavesRawPagesAlone) {
-  Start("block=cut-header", kGrey);
+  StartWith("block=cut-header", kGrey);
   EXPECT_EQ(host_->OpenPage(job_, 1).ReadToEnd().size(), 64u * 40);
 }
 
 TEST_F(ChannelFaults, OnlyThePageThatWasMeant) {
-  Start("page=2,close-after=10");
+  StartWith("page=2,close-after=10");
   EXPECT_EQ(host_->TakePage(job_, 1).data.size(), 64u * 40);
   ASSERT_TRUE(device_->Events().WaitFor(EventKind::kJobEnded, 1, kPatience));
   EXPECT_EQ(host_->TakePage(host_->StartJob(SmallRequest(kGrey), 2), 2).data.size(), 10u);

@@ -9,14 +9,8 @@
 namespace vox::sim {
 namespace {
 
-class Pages : public ::testing::Test {
+class Pages : public DeviceTest {
  protected:
-  void Start(DeviceOptions options = {}) {
-    host_.reset();
-    device_ = std::make_unique<VirtualDevice>(std::move(options));
-    ASSERT_TRUE(device_->Start()) << device_->Error();
-    host_ = std::make_unique<ScriptedHost>(*device_);
-  }
   static DeviceOptions Feeder(std::uint32_t sheets, std::uint32_t backs = 0) {
     DeviceOptions options;
     options.duplex = backs > 0 ? 2 : 0;
@@ -34,8 +28,6 @@ class Pages : public ::testing::Test {
     request.y_extent = 100;
     return request;
   }
-  std::unique_ptr<VirtualDevice> device_;
-  std::unique_ptr<ScriptedHost> host_;
 };
 
 TEST_F(Pages, ARawPageIsExactlyWhatIsForetold) {

@@ -134,13 +134,43 @@ TEST(JbigBlocks, AWidthThatIsNoMultipleOf8KeepsTheLinesThatHostsCount) {
   EXPECT_EQ(blocks.lines, RenderPage(kChart, info, {}));
 }
 
-TEST(PageCache, ASecondReadingGivesTheSameBytes) {
+// A chart that counts how often it is drawn.
+class CountedPage : public PageSource {
+ public:
+  PageSize Size() const override { return kChart->Size(); }
+  std::unique_ptr<PageRaster> Open(const RasterWindow& window) const override {
+    ++drawn;
+    return kChart->Open(window);
+  }
+  mutable int drawn = 0;
+};
+
+TEST(PageCache, APageIsDrawnOnceAndReadAgain) {
   PageCache cache(1 << 20, {});
-  const PageKey key{kChart, ChartInfo(kBilevel, 808, 300), {}};
+  const auto page = std::make_shared<CountedPage>();
+  const PageKey key{page, ChartInfo(kBilevel, 808, 300), {}};
   const Bytes first = ReadAll(*cache.Open(key));
-  std::size_t pieces = 0;
-  EXPECT_EQ(ReadAll(*cache.Open(key), &pieces), first);
-  EXPECT_GE(pieces, 1u);
+  EXPECT_EQ(first, RenderPage(kChart, key.info, {}));
+  EXPECT_EQ(ReadAll(*cache.Open(key)), first);
+  EXPECT_TRUE(cache.Prepare(key));
+  EXPECT_EQ(page->drawn, 1);
+}
+
+TEST(PageCache, WithoutCapacityEveryPageIsDrawn) {
+  PageCache cache(0, {});
+  const auto page = std::make_shared<CountedPage>();
+  const PageKey key{page, ChartInfo(kBilevel, 808, 30), {}};
+  EXPECT_EQ(ReadAll(*cache.Open(key)), ReadAll(*cache.Open(key)));
+  EXPECT_EQ(page->drawn, 2);
+}
+
+TEST(PageCache, APageThatWasNotReadToItsEndIsNotKept) {
+  PageCache cache(1 << 20, {});
+  const auto page = std::make_shared<CountedPage>();
+  const PageKey key{page, ChartInfo(kColour, 808, 300), {}};
+  Bytes piece;
+  EXPECT_TRUE(cache.Open(key)->Next(piece));
+  EXPECT_EQ(ReadAll(*cache.Open(key)), RenderPage(kChart, key.info, {}));
 }
 
 TEST(PageCache, APageThatDoesNotFitIsNotKept) {

@@ -11,9 +11,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "sim/VirtualDevice.h"
 #include "vox/platform/FileDescriptor.h"
@@ -84,6 +86,20 @@ class ScriptedHost {
   VirtualDevice& device_;
   FileDescriptor datagrams_, listener_;
   std::string last_sender_;
+};
+
+// A device that was started, and its host.
+class DeviceTest : public ::testing::Test {
+ protected:
+  // Start replaces what ran before.
+  void Start(DeviceOptions options = {}) {
+    host_.reset();
+    device_ = std::make_unique<VirtualDevice>(std::move(options));
+    ASSERT_TRUE(device_->Start()) << device_->Error();
+    host_ = std::make_unique<ScriptedHost>(*device_);
+  }
+  std::unique_ptr<VirtualDevice> device_;
+  std::unique_ptr<ScriptedHost> host_;
 };
 
 // The bitmap of a JBIG page's data: its blocks decoded by libjbig, line after line.
