@@ -8,7 +8,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 sockaddr_in Loopback(std::uint16_t port) {
@@ -32,7 +32,7 @@ TcpPeer TcpPeer::Unconnected() {
 }
 
 bool TcpPeer::Reach(std::uint16_t port) {
-  return vox::Connect(Socket(), Loopback(port));
+  return test::Connect(Socket(), Loopback(port));
 }
 
 TcpPeer TcpPeer::Connect(std::uint16_t port, const std::string& from) {
@@ -134,4 +134,4 @@ TcpPeer TcpListener::Accept(std::chrono::milliseconds patience) {
   return peer;
 }
 
-}  // namespace vox
+}  // namespace vox::test

@@ -11,13 +11,11 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
+#include "tests/support/Hex.h"
 #include "vox/platform/FileDescriptor.h"
 
-namespace vox {
-
-using Bytes = std::vector<std::uint8_t>;
+namespace vox::test {
 
 class TcpPeer {
  public:
@@ -71,4 +69,4 @@ class TcpListener {
   std::uint16_t port_ = 0;
 };
 
-}  // namespace vox
+}  // namespace vox::test

@@ -16,7 +16,7 @@
 #include "tests/unit/core/Scratch.h"
 #include "vox/platform/FileDescriptor.h"
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -194,4 +194,4 @@ INSTANTIATE_TEST_SUITE_P(
                       PortText{"9999999999999999999999\n", 0, "more digits than are read"}));
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

@@ -18,7 +18,7 @@
 #include "tools/voxjobd/Messages.h"
 #include "vox/platform/SystemLog.h"
 
-namespace vox {
+namespace vox::test {
 
 using namespace std::chrono_literals;
 
@@ -128,4 +128,4 @@ class WithJobServer : public ::testing::Test {
   JobServer server_;
 };
 
-}  // namespace vox
+}  // namespace vox::test

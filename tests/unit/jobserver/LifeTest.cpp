@@ -6,7 +6,7 @@
 #include "tests/unit/jobserver/JobServerFixture.h"
 #include "vox/drivers/net/bonjour.h"
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -216,4 +216,4 @@ TEST_F(Life, RunningOutOfDescriptorsNeitherSpinsNorLosesAnyone) {
 }
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

@@ -1,7 +1,7 @@
 // Registrations and notices: who is accepted, who meets whom, who is sent away and when.
 #include "tests/unit/jobserver/JobServerFixture.h"
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 class Meeting : public WithJobServer {};
@@ -231,4 +231,4 @@ TEST_F(Meeting, PairWaitsWhileAllRelaysAreTaken) {
 }
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

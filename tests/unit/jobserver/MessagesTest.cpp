@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 constexpr std::array<std::uint8_t, kRegistrationSize> kRegistration = {
@@ -76,4 +76,4 @@ TEST(Notice, EveryBitOfTheTextCounts) {
 }
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

@@ -13,7 +13,7 @@
 #include "tests/unit/jobserver/JobServerFixture.h"
 #include "vox/drivers/net/bonjour.h"
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 // Program is a run of voxjobd with its output in a pipe.
@@ -138,4 +138,4 @@ TEST_F(VoxJobd, TakenPortIsNamedInOneLine) {
 }
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

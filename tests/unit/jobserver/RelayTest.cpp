@@ -4,7 +4,7 @@
 
 #include "tests/unit/jobserver/JobServerFixture.h"
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 using End = TcpPeer::End;
@@ -154,4 +154,4 @@ TEST_F(HalfClosed, WholeRelayIsNotCut) {
 }
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

@@ -12,7 +12,7 @@
 #include "tests/unit/jobserver/JobServerFixture.h"
 #include "vox/drivers/net/bonjour.h"
 
-namespace vox {
+namespace vox::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -147,4 +147,4 @@ TEST_F(Starter, IsFoundInPath) {
 }
 
 }  // namespace
-}  // namespace vox
+}  // namespace vox::test

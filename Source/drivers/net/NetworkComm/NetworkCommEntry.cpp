@@ -61,18 +61,6 @@ std::int32_t read_object(snmp_call* call, std::uint8_t command, const char* host
   return call->has_value() ? NET_OK : NET_NO_ANSWER;
 }
 
-// random_sequence gives a sequence id that cannot be guessed from outside; never 0, which stands
-// for "none" where a caller names one.
-std::uint16_t random_sequence() {
-  std::uint16_t number = 0;
-  if (::getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
-    static std::atomic<std::uint32_t> calls{0};
-    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-    number = static_cast<std::uint16_t>((now >> 10) + ++calls);
-  }
-  return number == 0 ? std::uint16_t{1} : number;
-}
-
 // build_packet gives the packet of a command and its size; no packet and the result code when the
 // command cannot be sent.
 bytes_owner build_packet(const _tagUDPCMD* request, std::uint16_t sequence, std::int32_t* size) {
@@ -89,6 +77,16 @@ bytes_owner build_packet(const _tagUDPCMD* request, std::uint16_t sequence, std:
 }
 
 }  // namespace
+
+std::uint16_t random_sequence() {
+  std::uint16_t number = 0;
+  if (::getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+    static std::atomic<std::uint32_t> calls{0};
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    number = static_cast<std::uint16_t>((now >> 10) + ++calls);
+  }
+  return number == 0 ? std::uint16_t{1} : number;
+}
 
 std::int32_t SnmpGet(const char* host, const char* community, _tagMIBREQ* req) {
   if (!req) return NET_FAILED;
