@@ -5,6 +5,7 @@
 #include "vox/drivers/libjbig3/jbig2rf.h"
 #include "vox/drivers/libjbig3/jbigtbl.h"
 #include "vox/drivers/libjbig3/rf2jbig.h"
+#include "vox/platform/Bytes.h"
 
 namespace vox {
 namespace {
@@ -32,21 +33,12 @@ bool is_good_mode(BYTE mode) {
   return (mode & 0x7F) <= 1;
 }
 
-DWORD be32(const BIH& bih, int at) {
-  const BYTE* p = &bih[static_cast<std::size_t>(at)];
-  return DWORD{p[0]} << 24 | DWORD{p[1]} << 16 | DWORD{p[2]} << 8 | p[3];
-}
-
-void put_be32(BIH& bih, int at, DWORD value) {
-  for (int i = 3; i >= 0; --i, value >>= 8) bih[static_cast<std::size_t>(at + i)] = value & 0xFF;
-}
-
 BIH header_of(const CODECCSTR* codec) {
   BIH bih{};
   bih[kP] = 1;
-  put_be32(bih, kXd, codec->ImageWidth);
-  put_be32(bih, kYd, codec->Vln ? 0xFFFFFFFF : codec->ImageHeight);
-  put_be32(bih, kL0, codec->Strip);
+  StoreBe32(&bih[kXd], codec->ImageWidth);
+  StoreBe32(&bih[kYd], codec->Vln ? 0xFFFFFFFF : codec->ImageHeight);
+  StoreBe32(&bih[kL0], codec->Strip);
   bih[kMx] = codec->Atm;
   bih[kOptions] = static_cast<BYTE>((codec->Tpv == 2 ? kLRLTWO : 0) | (codec->Tpb ? kTPBON : 0) |
                                     (codec->Vln ? kVLENGTH : 0));
@@ -70,9 +62,9 @@ int Get_BIE(CODECCSTR* codec) {
     bih[i] = (codec->Mode & 1) ? codec->lpCBuff[i] : LSBMSB[codec->lpCBuff[i]];
   if (bih[kDl] != 0 || bih[kD] != 0 || bih[kP] != 1 || bih[kOrder] != 0) return 1;
   if (bih[kOptions] & kOutsideProfile) return 1;
-  codec->ImageWidth = static_cast<WORD>(be32(bih, kXd));
-  codec->ImageHeight = be32(bih, kYd);
-  codec->Strip = be32(bih, kL0);
+  codec->ImageWidth = static_cast<WORD>(LoadBe32(&bih[kXd]));
+  codec->ImageHeight = LoadBe32(&bih[kYd]);
+  codec->Strip = LoadBe32(&bih[kL0]);
   codec->Tpv = (bih[kOptions] & kLRLTWO) ? 2 : 3;
   codec->Tpb = (bih[kOptions] & kTPBON) ? 1 : 0;
   codec->Vln = (bih[kOptions] & kVLENGTH) ? 1 : 0;
