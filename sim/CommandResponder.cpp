@@ -6,8 +6,6 @@
 namespace vox::sim {
 namespace {
 
-// A host that heard no reply sends the same datagram again, for some seconds.
-constexpr std::chrono::seconds kRepeatTime{30};
 constexpr std::uint8_t kMostParameters = 255;
 
 CommandPacket ReplyTo(const CommandPacket& command, std::uint8_t code, Bytes parameters = {}) {
@@ -93,20 +91,15 @@ CommandResponder::Reply CommandResponder::AnswerScan(const CommandPacket& comman
                                                      std::span<const std::uint8_t> datagram,
                                                      std::uint32_t peer) {
   if (faults_.FallSilentAt(Stage::kScanCommand)) return std::nullopt;
-  const auto now = JobDesk::Clock::now();
-  if (accepted_ && accepted_->peer == peer && now - accepted_->time < kRepeatTime &&
-      std::equal(datagram.begin(), datagram.end(), accepted_->datagram.begin(),
-                 accepted_->datagram.end())) {
-    return accepted_->reply;
-  }
-  Reply reply = StartScan(command, peer);
-  if (reply && reply->command == kReplyAccepted) {
-    accepted_ = Answered{peer, Bytes(datagram.begin(), datagram.end()), *reply, now};
-  }
-  return reply;
+  // A host that heard no reply sends the same datagram again.
+  const bool repeated = accepted_ && accepted_->peer == peer && desk_.IsOpen(accepted_->job) &&
+                        std::equal(datagram.begin(), datagram.end(), accepted_->datagram.begin(),
+                                   accepted_->datagram.end());
+  return repeated ? accepted_->reply : StartScan(command, datagram, peer);
 }
 
 CommandResponder::Reply CommandResponder::StartScan(const CommandPacket& command,
+                                                    std::span<const std::uint8_t> datagram,
                                                     std::uint32_t peer) {
   if (faults_.TakeBusy()) return ReplyTo(command, kReplyBusy);
   if (faults_.TakeNoDocument()) return ReplyTo(command, kReplyNoDocument);
@@ -115,16 +108,19 @@ CommandResponder::Reply CommandResponder::StartScan(const CommandPacket& command
   if (!request) return ReplyTo(command, kReplyError);
   const auto started = desk_.StartJob(peer, *request);
   switch (started.result) {
-    case JobDesk::Start::kAccepted:
-      return ReplyTo(command, kReplyAccepted, {started.job.begin(), started.job.end()});
     case JobDesk::Start::kBusy:
       return ReplyTo(command, kReplyBusy);
     case JobDesk::Start::kNoDocument:
       return ReplyTo(command, kReplyNoDocument);
     case JobDesk::Start::kRefused:
+      return ReplyTo(command, kReplyError);
+    case JobDesk::Start::kAccepted:
       break;
   }
-  return ReplyTo(command, kReplyError);
+  const JobId& job = started.job;
+  accepted_ = Answered{peer, Bytes(datagram.begin(), datagram.end()),
+                       ReplyTo(command, kReplyAccepted, {job.begin(), job.end()}), job};
+  return accepted_->reply;
 }
 
 CommandResponder::Reply CommandResponder::AnswerCancel(const CommandPacket& command) {

@@ -40,14 +40,15 @@ class CommandResponder {
     std::uint32_t peer;
     Bytes datagram;
     CommandPacket reply;
-    JobDesk::Clock::time_point time;
+    JobId job;
   };
 
   Reply Answer(const CommandPacket& command, std::span<const std::uint8_t> datagram,
                std::uint32_t peer);
   Reply AnswerScan(const CommandPacket& command, std::span<const std::uint8_t> datagram,
                    std::uint32_t peer);
-  Reply StartScan(const CommandPacket& command, std::uint32_t peer);
+  Reply StartScan(const CommandPacket& command, std::span<const std::uint8_t> datagram,
+                  std::uint32_t peer);
   Reply AnswerCancel(const CommandPacket& command);
   void RequestPage(const CommandPacket& command, std::uint32_t peer);
   Reply AnswerRegistration(const CommandPacket& command) VOX_EXCLUDES(mutex_);

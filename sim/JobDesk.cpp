@@ -88,6 +88,11 @@ bool JobDesk::Cancel(const JobId& job) {
   return std::find(ended_.begin(), ended_.end(), job) != ended_.end();
 }
 
+bool JobDesk::IsOpen(const JobId& job) const {
+  MutexLock lock(mutex_);
+  return job_ && job_->id == job && !job_->last_notice_left;
+}
+
 void JobDesk::Touch() {
   MutexLock lock(mutex_);
   if (job_) job_->touched = Clock::now();

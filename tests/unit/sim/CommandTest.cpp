@@ -37,6 +37,13 @@ TEST_F(Commands, TheSameDatagramAgainIsTheSameJob) {
   EXPECT_EQ(device_->Events().Count(EventKind::kJobStarted), 1u);
 }
 
+TEST_F(Commands, TheSameDatagramAfterTheJobIsANewJob) {
+  Start();
+  const Bytes first = host_->StartJob(SmallRequest(), 7);
+  EXPECT_EQ(host_->Cancel(first)[15], 0x53);
+  EXPECT_NE(Hex(host_->StartJob(SmallRequest(), 7)), Hex(first));
+}
+
 TEST_F(Commands, ASecondJobIsBusy) {
   Start();
   EXPECT_EQ(Scan(1), 0x43);
