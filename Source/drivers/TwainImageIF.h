@@ -170,6 +170,15 @@ class VOX_EXPORT CTwainImageIF {
   void GetRegularPaperSizeMargins(float* left, float* top, float* right, float* bottom);
   std::uint32_t GetSupportedPaper();
 
+  // GetUnitInfo copies the capabilities of one paper source, as the last GetDevInfo found them; its
+  // byPaperSources says which it is. What GetDevInfo gives is what the sources have in common,
+  // whose height is not that of any of them. Returns: false when there is no source of that number.
+  bool GetUnitInfo(std::uint32_t unit, tagSCANDEVINFO* pDevInf) const {
+    if (unit >= m_DevInfoAllCount || unit >= 2) return false;
+    *pDevInf = m_DevInfoAll[unit];
+    return true;
+  }
+
   // The interface error status: the first error that is set stays until it is cleared.
   std::uint32_t GetIfErrorStatus() const VOX_EXCLUDES(err_st_mutex);
   std::string GetIfErrorString() const VOX_EXCLUDES(err_st_mutex);

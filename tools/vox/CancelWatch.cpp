@@ -1,6 +1,7 @@
 #include "tools/vox/CancelWatch.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 
 #include <poll.h>
@@ -12,6 +13,8 @@
 namespace vox::cli {
 
 namespace {
+
+constexpr std::chrono::milliseconds kBetweenAborts{100};
 
 sigset_t SignalsToWatch() {
   sigset_t set;
@@ -28,7 +31,7 @@ sigset_t SignalsToWatch() {
 
 CancelWatch::CancelWatch() {
   const sigset_t set = SignalsToWatch();
-  ::pthread_sigmask(SIG_BLOCK, &set, &old_mask_);
+  ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signals_.Reset(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
   thread_ = std::thread([this] { Run(); });
 }
@@ -36,11 +39,6 @@ CancelWatch::CancelWatch() {
 CancelWatch::~CancelWatch() {
   end_.Raise();
   thread_.join();
-  // A second Ctrl-C that nobody has looked at must not end the program once it is let through.
-  signalfd_siginfo signal{};
-  while (::read(signals_.Get(), &signal, sizeof signal) == sizeof signal) {
-  }
-  ::pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
 }
 
 void CancelWatch::Run() {
@@ -54,26 +52,28 @@ void CancelWatch::Run() {
 }
 
 void CancelWatch::Cancel() {
-  const MutexLock lock(mutex_);
+  MutexLock lock(mutex_);
+  if (finished_) return;
   requested_ = true;
   wake_.Raise();
-  if (abort_) {
-    abort_();
-    return;
+  if (!abort_ && !stay_) {
+    std::fputs("vox: cancelled\n", stderr);
+    ::_exit(static_cast<int>(ExitStatus::kCancelled));
   }
-  if (undo_) undo_();
-  std::fputs("vox: cancelled\n", stderr);
-  ::_exit(static_cast<int>(ExitStatus::kCancelled));
+  while (abort_) {
+    abort_();
+    if (abort_) detached_.WaitFor(lock, kBetweenAborts);
+  }
 }
 
-void CancelWatch::Undoable(const std::function<Action()>& make) {
+void CancelWatch::StayToTheEnd() {
   const MutexLock lock(mutex_);
-  undo_ = make();
+  stay_ = true;
 }
 
-void CancelWatch::Forget() {
+void CancelWatch::Finish() {
   const MutexLock lock(mutex_);
-  undo_ = nullptr;
+  finished_ = true;
 }
 
 void CancelWatch::Attach(Action abort) {
@@ -86,6 +86,7 @@ void CancelWatch::Attach(Action abort) {
 void CancelWatch::Detach() {
   const MutexLock lock(mutex_);
   abort_ = nullptr;
+  detached_.NotifyAll();
 }
 
 }  // namespace vox::cli

@@ -1,12 +1,17 @@
 // CancelWatch turns Ctrl-C, SIGTERM and SIGHUP into an orderly end. A thread of its own waits for
 // the signals, so that nothing has to happen inside a handler:
 //
-//   no job attached   undo what was registered, say so, leave the program with status 2 at once
+//   no job attached   say so and leave the program with status 2 at once; where there is something
+//                     to tidy up (StayToTheEnd), Requested() becomes true and no job can begin
 //   a job attached    Requested() becomes true, Fd() readable, and the job's abort runs on the
-//                     watch's thread; the program then ends on its own road
+//                     watch's thread, again and again until the job is detached, since one that
+//                     comes between two pages hits nothing; the program ends on its own road
 //
-// Create it before any other thread, since those inherit the blocked signals. A signal that the
-// program was started with as ignored (nohup) stays ignored.
+//   finished          nothing: what was asked for is done
+//
+// Create it before any other thread, since those inherit the blocked signals. They stay blocked
+// when the object goes, as the program is about to end. A signal that the program was started with
+// as ignored (nohup) stays ignored.
 //
 // Thread rule: Requested and Fd from any thread, the rest from the main thread.
 #pragma once
@@ -33,10 +38,11 @@ class CancelWatch {
   bool Requested() const { return requested_.load(); }
   int Fd() const { return wake_.Get(); }
 
-  // Undoable runs `make`, which creates something and gives what removes it again; no cancel comes
-  // between. Forget drops the removal: it was done.
-  void Undoable(const std::function<Action()>& make) VOX_EXCLUDES(mutex_);
-  void Forget() VOX_EXCLUDES(mutex_);
+  // StayToTheEnd: from now on the program has something to tidy up at its end, and must reach it.
+  void StayToTheEnd() VOX_EXCLUDES(mutex_);
+
+  // Finish says that the work is done: no cancel counts any more.
+  void Finish() VOX_EXCLUDES(mutex_);
 
   // Attachment names, as long as it lives, what stops the running job. Its constructor throws
   // CancelledFailure when a cancel came before; Detach waits for an abort that is under way.
@@ -60,13 +66,14 @@ class CancelWatch {
   void Run();
   void Cancel() VOX_EXCLUDES(mutex_);
 
-  sigset_t old_mask_{};
   FileDescriptor signals_;
   EventFd wake_, end_;
   std::atomic<bool> requested_{false};
   Mutex mutex_;
+  Condition detached_;
+  bool finished_ VOX_GUARDED_BY(mutex_) = false;
+  bool stay_ VOX_GUARDED_BY(mutex_) = false;
   Action abort_ VOX_GUARDED_BY(mutex_);
-  Action undo_ VOX_GUARDED_BY(mutex_);
   std::thread thread_;
 };
 

@@ -60,7 +60,7 @@ Frame ParseFrame(const std::string& text) {
     if (!TakeNumber(rest, edges[i])) RefuseFrame(text, "four numbers are wanted");
     if (edges[i] < 0) RefuseFrame(text, "a number is negative");
   }
-  if (rest != "" && rest != "mm" && rest != "in") RefuseFrame(text, "the unit is mm or in");
+  if (!rest.empty() && rest != "mm" && rest != "in") RefuseFrame(text, "the unit is mm or in");
   const double unit = rest == "in" ? 1.0 : 1.0 / kMillimetresPerInch;
   const Frame frame{edges[0] * unit, edges[1] * unit, edges[2] * unit, edges[3] * unit};
   if (frame.Width() <= 0 || frame.Height() <= 0) RefuseFrame(text, "the area is empty");
@@ -77,6 +77,7 @@ std::optional<Frame> PaperFrame(const std::string& name) {
 
 std::vector<std::string> PaperNames() {
   std::vector<std::string> names;
+  names.reserve(kPapers.size());
   for (const Paper& paper : kPapers) names.emplace_back(paper.name);
   return names;
 }

@@ -14,7 +14,8 @@ namespace {
 constexpr unsigned kHighestResolution = 9600;  // dpi
 
 constexpr char kFooter[] =
-    "DEVICE is net:ADDRESS, a dotted address or a host name.\n"
+    "DEVICE is net:ADDRESS, a dotted address or a host name. --virtual brings one of its own;\n"
+    "see vox --help.\n"
     "Exit status: 0 done, 2 cancelled, 3 busy, 4 cannot do that, 7 no document, 9 device or file\n"
     "trouble, 10 memory, 11 permission, 64 mistake in the command line.";
 
@@ -155,16 +156,17 @@ void CheckDevice(const DeviceOptions& device) {
 }
 
 void DeclareVirtual(CLI::App& app, RawOptions& raw) {
-  app.add_flag("--virtual", raw.with.on, "Use a virtual device of one's own; nothing is needed");
+  app.add_flag("--virtual", raw.with.on, "A virtual device of one's own, before or after the verb");
   app.add_option("--virtual-page", raw.with.page_files,
                  "A page for the virtual device (PNM, PNG or TIFF); may be given again")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("FILE");
   app.add_option("--virtual-feeder", raw.feeder, "Sheets in the virtual feeder, 0 for none at all")
-      ->check(CLI::Range(0, 1000))
+      ->check(CLI::Range(0, 1000).description(""))
       ->type_name("N");
-  app.add_option("--virtual-fault", raw.with.faults, "What shall go wrong; see docs")
+  app.add_option("--virtual-fault", raw.with.faults,
+                 "What shall go wrong; see docs/virtual-device.md")
       ->type_name("WORDS");
 }
 
@@ -179,13 +181,13 @@ void DeclareImage(CLI::App& scan, RawOptions& raw) {
       ->type_name("NAME");
   scan.add_flag("--preview", raw.scan.preview, "A quick scan at the device's preview resolution");
   scan.add_option("--brightness", raw.scan.brightness, "-100 to 100 (0)")
-      ->check(CLI::Range(-100, 100))
+      ->check(CLI::Range(-100, 100).description(""))
       ->type_name("N");
   scan.add_option("--contrast", raw.scan.contrast, "-100 to 100 (0)")
-      ->check(CLI::Range(-100, 100))
+      ->check(CLI::Range(-100, 100).description(""))
       ->type_name("N");
   scan.add_option("--threshold", raw.threshold, "lineart: grey from N (1 to 255) on is white")
-      ->check(CLI::Range(1, 255))
+      ->check(CLI::Range(1, 255).description(""))
       ->type_name("N");
   scan.add_flag("--halftone", raw.scan.halftone, "lineart: grey becomes a pattern of dots");
   scan.add_flag("--duplex", raw.scan.duplex, "Both sides of the sheets in the feeder");
@@ -194,7 +196,7 @@ void DeclareImage(CLI::App& scan, RawOptions& raw) {
 
 CLI::App* DeclareScan(CLI::App& app, RawOptions& raw) {
   CLI::App* scan = app.add_subcommand("scan", "Scan a page, or all pages of the feeder");
-  scan->add_option("DEVICE", raw.scan.device.name, "As in net:192.168.0.5");
+  scan->add_option("DEVICE", raw.scan.device.name, "As in net:192.168.0.5")->type_name("");
   scan->add_option("-o,--output", raw.output, "File for one page; - is standard output")
       ->type_name("FILE");
   scan->add_option("--format", raw.format, "png, tiff, pnm or pdf (what the file's name says)")
@@ -209,7 +211,7 @@ CLI::App* DeclareScan(CLI::App& app, RawOptions& raw) {
 
 CLI::App* DeclareInfo(CLI::App& app, RawOptions& raw) {
   CLI::App* info = app.add_subcommand("info", "Say what a device can do");
-  info->add_option("DEVICE", raw.info.device.name, "As in net:192.168.0.5");
+  info->add_option("DEVICE", raw.info.device.name, "As in net:192.168.0.5")->type_name("");
   info->add_flag("--json", raw.info.json, "As JSON");
   info->footer(kFooter);
   return info;
@@ -256,7 +258,7 @@ Command ParseCommandLine(const std::vector<std::string>& arguments, bool stdout_
     app.parse(reversed);
   } catch (const CLI::CallForHelp&) {
     const auto used = app.get_subcommands();
-    return TextAnswer{(used.empty() ? &app : used.front())->help()};
+    return TextAnswer{used.empty() ? app.help() : used.front()->help("vox")};
   } catch (const CLI::CallForVersion&) {
     return TextAnswer{app.version() + "\n"};
   } catch (const CLI::ParseError& error) {

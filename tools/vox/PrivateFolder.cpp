@@ -12,32 +12,28 @@ namespace vox::cli {
 
 namespace {
 
-void RemoveAll(const std::string& path) {
-  std::error_code ignored;
-  std::filesystem::remove_all(path, ignored);
-}
-
-std::string MakeFolder() {
+std::string MakeFolder(const std::string& subfolders) {
   const char* wanted = std::getenv("TMPDIR");
-  const std::string parent = wanted != nullptr && *wanted != '\0' ? wanted : "/tmp";
+  const std::string parent = wanted != nullptr && *wanted != '\0' ? wanted : "/var/tmp";
   std::string path = parent + "/vox-virtual-XXXXXX";
   if (::mkdtemp(path.data()) == nullptr)
     throw FileFailure("create a temporary folder in", parent, errno);
+  std::error_code error;
+  std::filesystem::create_directories(path + "/" + subfolders, error);
+  if (error) throw FileFailure("create a temporary folder in", path, error.value());
   return path;
 }
 
 }  // namespace
 
-PrivateFolder::PrivateFolder(CancelWatch& watch) : watch_(watch) {
-  watch_.Undoable([this]() -> CancelWatch::Action {
-    path_ = MakeFolder();
-    return [path = path_] { RemoveAll(path); };
-  });
+PrivateFolder::PrivateFolder(const std::string& subfolders, CancelWatch& watch) {
+  watch.StayToTheEnd();
+  path_ = MakeFolder(subfolders);
 }
 
 PrivateFolder::~PrivateFolder() {
-  watch_.Forget();
-  RemoveAll(path_);
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
 }
 
 }  // namespace vox::cli

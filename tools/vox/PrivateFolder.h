@@ -1,5 +1,5 @@
-// PrivateFolder is a folder of this process alone under TMPDIR or /tmp, mode 0700. It is removed
-// with what lies in it when the object goes, and when a cancel ends the program.
+// PrivateFolder is a folder of this process alone under TMPDIR or /var/tmp, mode 0700. It is
+// removed with what lies in it when the object goes, and when a cancel ends the program.
 //
 // Thread rule: the main thread.
 #pragma once
@@ -12,7 +12,8 @@ class CancelWatch;
 
 class PrivateFolder {
  public:
-  explicit PrivateFolder(CancelWatch& watch);  // throws Failure
+  // `subfolders` ("var/tmp") are made in it. Throws Failure.
+  PrivateFolder(const std::string& subfolders, CancelWatch& watch);
   ~PrivateFolder();
   PrivateFolder(const PrivateFolder&) = delete;
   PrivateFolder& operator=(const PrivateFolder&) = delete;
@@ -20,7 +21,6 @@ class PrivateFolder {
   const std::string& Path() const { return path_; }
 
  private:
-  CancelWatch& watch_;
   std::string path_;
 };
 

@@ -45,11 +45,8 @@ std::vector<std::string> ModeNames(const tagSCANDEVINFO& device) {
   return names;
 }
 
-std::vector<std::string> SourceNames(const tagSCANDEVINFO& device) {
-  std::vector<std::string> names;
-  if (device.byPaperSources & 1) names.emplace_back("flatbed");
-  if (device.byPaperSources & 2) names.emplace_back("feeder");
-  return names;
+const char* SourceName(const tagSCANDEVINFO& unit) {
+  return IsFeeder(unit) ? "feeder" : "flatbed";
 }
 
 Json Dpi(std::uint32_t x, std::uint32_t y) {
@@ -74,12 +71,29 @@ std::string MarginWords(const tagSCANDEVINFO& device) {
          Number(FromUnits(device.dwRegularBottomMargin)) + " mm";
 }
 
+std::string UnitWords(const tagSCANDEVINFO& unit) {
+  std::string text = Number(FromUnits(unit.dwPhysicalWidth)) + " x " +
+                     Number(FromUnits(unit.dwPhysicalHeight)) + " mm";
+  if (IsFeeder(unit)) text += unit.byAdfPaper != 0 ? ", loaded" : ", empty";
+  return Row(IsFeeder(unit) ? "Feeder" : "Flatbed", text);
+}
+
+Json Range(const tagSCANDEVINFO& unit) {
+  return {{"min", Dpi(unit.dwXResMin, unit.dwYResMin)},
+          {"max", Dpi(unit.dwXResMax, unit.dwYResMax)}};
+}
+
+Json UnitJson(const tagSCANDEVINFO& unit) {
+  return {{"source", SourceName(unit)},
+          {"width", FromUnits(unit.dwPhysicalWidth)},
+          {"height", FromUnits(unit.dwPhysicalHeight)},
+          {"resolution", Range(unit)}};
+}
+
 }  // namespace
 
 std::string DeviceWords(const DeviceReport& report) {
-  const tagSCANDEVINFO& device = report.abilities;
-  const bool feeder = (device.byPaperSources & 2) != 0;
-  const char* loaded = device.byAdfPaper != 0 ? "paper in it" : "empty";
+  const tagSCANDEVINFO& device = report.abilities.common;
   std::string text =
       Row("Name", CleanText(report.name)) +
       Row("Address", CleanText(report.ip) + (report.is_virtual ? " (virtual)" : "")) +
@@ -87,33 +101,27 @@ std::string DeviceWords(const DeviceReport& report) {
       Row("Resolution", Pair(device.dwXResMin, device.dwYResMin) + " to " +
                             Pair(device.dwXResMax, device.dwYResMax) +
                             " dpi; others are made from these") +
-      Row("Preview", Pair(device.dwXResPre[0], device.dwYResPre[0]) + " dpi") +
-      Row("Area", Number(FromUnits(device.dwPhysicalWidth)) + " x " +
-                      Number(FromUnits(device.dwPhysicalHeight)) + " mm") +
-      Row("Sources", Joined(SourceNames(device)));
-  if (feeder) text += Row("Feeder", loaded);
+      Row("Preview", Pair(device.dwXResPre[0], device.dwYResPre[0]) + " dpi");
+  for (const tagSCANDEVINFO& unit : report.abilities.units) text += UnitWords(unit);
   text += Row("Both sides", device.dwDuplex != 0 ? "yes" : "no");
   if (device.bySmallPaperSizeType != 0) text += Row("Not scanned", MarginWords(device));
   return text;
 }
 
 std::string DeviceJson(const DeviceReport& report) {
-  const tagSCANDEVINFO& device = report.abilities;
+  const tagSCANDEVINFO& device = report.abilities.common;
   Json json;
   json["name"] = report.name;
   json["type"] = "network";
   json["ip"] = report.ip;
   json["virtual"] = report.is_virtual;
   json["modes"] = ModeNames(device);
-  json["resolution"] = {{"min", Dpi(device.dwXResMin, device.dwYResMin)},
-                        {"max", Dpi(device.dwXResMax, device.dwYResMax)}};
-  json["commonResolution"] = {{"min", Dpi(device.dwXResMinCmn, device.dwYResMinCmn)},
-                              {"max", Dpi(device.dwXResMaxCmn, device.dwYResMaxCmn)}};
+  json["resolution"] = Range(device);
   json["previewResolutions"] = {Dpi(device.dwXResPre[0], device.dwYResPre[0]),
                                 Dpi(device.dwXResPre[1], device.dwYResPre[1])};
-  json["area"] = {{"width", FromUnits(device.dwPhysicalWidth)},
-                  {"height", FromUnits(device.dwPhysicalHeight)}};
-  json["sources"] = SourceNames(device);
+  json["sources"] = Json::array();
+  for (const tagSCANDEVINFO& unit : report.abilities.units)
+    json["sources"].push_back(UnitJson(unit));
   json["feederLoaded"] = device.byAdfPaper != 0;
   json["duplex"] = static_cast<std::uint32_t>(device.dwDuplex);
   json["margins"] = {{"left", FromUnits(device.dwRegularLeftMargin)},

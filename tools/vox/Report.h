@@ -7,14 +7,13 @@
 #include <string>
 
 #include "tools/vox/Request.h"
-#include "vox/drivers/ScanRecords.h"
 
 namespace vox::cli {
 
 struct DeviceReport {
   std::string name, ip;
   bool is_virtual = false;
-  tagSCANDEVINFO abilities{};
+  Abilities abilities;
 };
 
 // DeviceWords and DeviceJson end in a newline; names are cleaned of control characters.

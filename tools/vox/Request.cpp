@@ -10,7 +10,6 @@ namespace vox::cli {
 
 namespace {
 
-constexpr double kUnitsPerInch = 10000.0;  // of physical sizes and margins
 constexpr unsigned kUsualResolution = 300;
 constexpr unsigned kUsualPreview = 75;
 constexpr float kUsualThreshold = 128;
@@ -60,9 +59,7 @@ Resolution ChooseResolution(const ScanOptions& options, const tagSCANDEVINFO& de
   return {wish.x, y};
 }
 
-Frame ChooseFrame(const ScanOptions& options, const tagSCANDEVINFO& device,
-                  std::vector<std::string>& notes) {
-  const Frame bed = BedOf(device);
+Frame ChooseFrame(const ScanOptions& options, const Frame& bed, std::vector<std::string>& notes) {
   if (bed.Width() <= 0 || bed.Height() <= 0) {
     if (options.frame) return *options.frame;
     throw Failure(ExitStatus::kCannot,
@@ -143,19 +140,9 @@ std::uint32_t ChooseDuplex(const ScanOptions& options, const tagSCANDEVINFO& dev
 
 }  // namespace
 
-std::vector<Mode> ModesOf(const tagSCANDEVINFO& device) {
-  std::vector<Mode> modes;
-  if (device.byImageTypes & 0x01) modes.push_back(Mode::kLineart);
-  if (device.byImageTypes & 0x02) modes.push_back(Mode::kGray);
-  if (device.byImageTypes & 0x04) modes.push_back(Mode::kColor);
-  return modes;
-}
-
-Frame BedOf(const tagSCANDEVINFO& device) {
-  return {0, 0, device.dwPhysicalWidth / kUnitsPerInch, device.dwPhysicalHeight / kUnitsPerInch};
-}
-
-ScanPlan PlanScan(const ScanOptions& options, const tagSCANDEVINFO& device) {
+ScanPlan PlanScan(const ScanOptions& options, const Abilities& abilities) {
+  const tagSCANDEVINFO& device = abilities.common;
+  const Frame bed = BedOf(abilities.InUse());
   ScanPlan plan;
   plan.mode = ChooseMode(options, device);
   if (options.threshold) plan.reduction = Reduction::kThreshold;
@@ -164,8 +151,7 @@ ScanPlan PlanScan(const ScanOptions& options, const tagSCANDEVINFO& device) {
   const unsigned written = plan.mode == Mode::kLineart ? 1 : plan.mode == Mode::kGray ? 8 : 24;
   SetDepth(plan.request, plan.reduction == Reduction::kNone ? written : 8);
   const Resolution dpi = ChooseResolution(options, device, plan.notes);
-  plan.frame = ChooseFrame(options, device, plan.notes);
-  const Frame bed = BedOf(device);
+  plan.frame = ChooseFrame(options, bed, plan.notes);
   SetArea(plan, bed, dpi);
   SetTone(plan.request, options);
   plan.request.fPhysicalWidth = static_cast<float>(bed.Width());

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/vox/Abilities.h"
 #include "tools/vox/Options.h"
 #include "tools/vox/writers/ImageWriter.h"
 #include "vox/drivers/ScanRecords.h"
@@ -31,7 +32,7 @@ struct ScanPlan {
 };
 
 // PlanScan works a scan out.
-//   - The area is clamped to the bed; without one it is the whole bed.
+//   - The area is clamped to the bed of the source in use; without one it is the whole bed.
 //   - Resolutions outside the device's range are passed on: the library rescales. Where only the
 //     vertical one lies outside, it is brought into the range, since the library's window would not
 //     fit the page then.
@@ -40,12 +41,6 @@ struct ScanPlan {
 //     of eight pixels, greater where the bed allows it.
 // Throws Failure with status 4 for what the device cannot do: a mode, both sides, an area beside
 // the bed or of no pixel.
-ScanPlan PlanScan(const ScanOptions& options, const tagSCANDEVINFO& device);
-
-// ModesOf gives the modes of byImageTypes, the poorest first.
-std::vector<Mode> ModesOf(const tagSCANDEVINFO& device);
-
-// BedOf gives the whole bed; empty (0 wide) when the device does not say.
-Frame BedOf(const tagSCANDEVINFO& device);
+ScanPlan PlanScan(const ScanOptions& options, const Abilities& abilities);
 
 }  // namespace vox::cli

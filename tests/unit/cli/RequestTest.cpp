@@ -29,7 +29,7 @@ class RequestTest : public testing::Test {
     device.dwPhysicalHeight = 117000;
     device.dwDuplex = 2;
   }
-  ScanPlan Plan() const { return PlanScan(options, device); }
+  ScanPlan Plan() const { return PlanScan(options, {device, {}}); }
   std::string Refusal() const {
     try {
       Plan();
@@ -166,6 +166,23 @@ TEST_F(RequestTest, ADeviceThatDoesNotSayItsBedNeedsAnArea) {
   EXPECT_THAT(Refusal(), HasSubstr("name an area"));
   options.frame = Frame{0, 0, 2, 3};
   EXPECT_EQ(Plan().request.fBottom, 3);
+}
+
+// What the sources have in common is shorter than each of them.
+TEST_F(RequestTest, TheBedIsThatOfTheSourceInUse) {
+  tagSCANDEVINFO flatbed = device, feeder = device, common = device;
+  flatbed.byPaperSources = 1;
+  feeder.byPaperSources = 2;
+  feeder.dwPhysicalHeight = 140000;
+  common.dwPhysicalHeight = 85000;
+  Abilities abilities{common, {flatbed, feeder}};
+  EXPECT_EQ(PlanScan(options, abilities).request.fBottom, 11.7F);
+  abilities.units[1].byAdfPaper = 1;
+  EXPECT_EQ(PlanScan(options, abilities).request.fBottom, 14) << "a loaded feeder wins";
+  abilities.units = {feeder};
+  EXPECT_EQ(PlanScan(options, abilities).request.fBottom, 14) << "a feeder alone";
+  abilities.units.clear();
+  EXPECT_EQ(PlanScan(options, abilities).request.fBottom, 8.5F);
 }
 
 TEST_F(RequestTest, OnlyAFrameIsAUserDefinedSize) {

@@ -156,7 +156,7 @@ TEST(ProgressTest, TheBarFills) {
 
 DeviceReport SomeDevice() {
   DeviceReport report{"Front \033desk", "10.0.0.1", false, {}};
-  tagSCANDEVINFO& device = report.abilities;
+  tagSCANDEVINFO& device = report.abilities.common;
   device.dwXResMin = device.dwYResMin = 75;
   device.dwXResMax = 600;
   device.dwYResMax = 1200;
@@ -167,22 +167,24 @@ DeviceReport SomeDevice() {
   device.dwPhysicalWidth = 85000;
   device.dwPhysicalHeight = 117000;
   device.dwDuplex = 1;
+  report.abilities.units = {device, device};
+  report.abilities.units[0].byPaperSources = 1;
+  report.abilities.units[1].byPaperSources = 2;
   return report;
 }
 
 TEST(ReportTest, ADeviceInWords) {
   const std::string words = DeviceWords(SomeDevice());
-  for (const char* line :
-       {"Name          Front ?desk\n", "Address       10.0.0.1\n",
-        "Modes         lineart, gray, color\n", "Resolution    75 to 600x1200 dpi",
-        "Area          215.9 x 297.2 mm\n", "Sources       flatbed, feeder\n",
-        "Feeder        paper in it\n", "Both sides    yes\n"})
+  for (const char* line : {"Name          Front ?desk\n", "Address       10.0.0.1\n",
+                           "Modes         lineart, gray, color\n",
+                           "Resolution    75 to 600x1200 dpi", "Flatbed       215.9 x 297.2 mm\n",
+                           "Feeder        215.9 x 297.2 mm, loaded\n", "Both sides    yes\n"})
     EXPECT_THAT(words, HasSubstr(line));
   EXPECT_THAT(words, Not(HasSubstr("Not scanned")));
   DeviceReport plain = SomeDevice();
-  plain.abilities.byPaperSources = 1;
-  plain.abilities.bySmallPaperSizeType = 2;
-  plain.abilities.dwRegularTopMargin = 3000;
+  plain.abilities.units.pop_back();
+  plain.abilities.common.bySmallPaperSizeType = 2;
+  plain.abilities.common.dwRegularTopMargin = 3000;
   EXPECT_THAT(DeviceWords(plain), Not(HasSubstr("Feeder")));
   EXPECT_THAT(DeviceWords(plain), HasSubstr("Not scanned   left 0.0, top 7.6"));
 }
@@ -191,13 +193,15 @@ TEST(ReportTest, ADevicesJsonKeysAreFixed) {
   const auto json = nlohmann::ordered_json::parse(DeviceJson(SomeDevice()));
   std::vector<std::string> keys;
   for (const auto& item : json.items()) keys.push_back(item.key());
-  EXPECT_THAT(
-      keys, ElementsAre("name", "type", "ip", "virtual", "modes", "resolution", "commonResolution",
-                        "previewResolutions", "area", "sources", "feederLoaded", "duplex",
-                        "margins", "supportedPapers", "compression"));
+  EXPECT_THAT(keys, ElementsAre("name", "type", "ip", "virtual", "modes", "resolution",
+                                "previewResolutions", "sources", "feederLoaded", "duplex",
+                                "margins", "supportedPapers", "compression"));
   EXPECT_EQ(json["name"], "Front \033desk");
   EXPECT_EQ(json["resolution"]["max"]["y"], 1200);
-  EXPECT_EQ(json["area"]["height"], 297.2);
+  const auto feeder = json["sources"][1];
+  EXPECT_EQ(feeder["source"], "feeder");
+  EXPECT_EQ(feeder["height"], 297.2);
+  EXPECT_EQ(feeder["resolution"]["min"]["x"], 75);
   EXPECT_EQ(json["duplex"], 1);
 }
 

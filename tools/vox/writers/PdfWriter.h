@@ -1,18 +1,15 @@
 // PdfWriter writes any number of pages into one PDF, each an image that fills its page, whose size
 // follows from pixels and resolution. Pages are coded as they come into a spool, as TIFF codes them
 // (CCITT Group 4, or Deflate with horizontal differencing, which PDF knows by the same names:
-// ISO 32000-1 7.4.4 and 7.4.6); Finish puts the document together. One coded page at a time is in
-// memory then.
+// ISO 32000-1 7.4.4 and 7.4.6); Finish puts the document together.
 #pragma once
 
 #include <memory>
 #include <vector>
 
 #include "tools/vox/writers/OutputFile.h"
+#include "tools/vox/writers/PdfDocument.h"
 #include "tools/vox/writers/TiffPages.h"
-
-class QPDF;
-class QPDFObjectHandle;
 
 namespace vox::cli {
 
@@ -28,19 +25,11 @@ class PdfWriter : public ImageWriter {
   void Finish() override;
 
  private:
-  struct Page {
-    PageFormat format;
-    TiffPages::StripPlace place;  // of the coded data in the spool
-  };
-  QPDFObjectHandle MakeImage(QPDF& document, const Page& page) const;
-  void AddPage(QPDF& document, const Page& page) const;
-  void WriteDocument(QPDF& document);
-
   std::unique_ptr<OutputFile> file_;
   FileDescriptor spool_;
   std::unique_ptr<TiffPages> coded_;
   PageFormat current_;
-  std::vector<Page> ended_;
+  std::vector<PdfPage> ended_;
 };
 
 }  // namespace vox::cli

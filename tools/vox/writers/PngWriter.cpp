@@ -5,6 +5,7 @@
 #include <new>
 
 #include "tools/vox/Failure.h"
+#include "tools/vox/writers/DeflateLevel.h"
 
 namespace vox::cli {
 
@@ -65,6 +66,7 @@ void PngWriter::WriteHeader(const PageFormat& page) {
   Guarded([&] {
     // Scans are noisy: the filters that look at one neighbour gain nearly all of the five.
     png_set_filter(png_, 0, page.bits == 1 ? PNG_FILTER_NONE : PNG_FILTER_SUB | PNG_FILTER_UP);
+    if (page.bits != 1) png_set_compression_level(png_, kDeflateLevel);
     png_set_user_limits(png_, 0x7FFFFFFF, 0x7FFFFFFF);
     png_set_IHDR(png_, info_, page.width, page.height, depth, color, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);

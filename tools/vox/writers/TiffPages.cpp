@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "tools/vox/Failure.h"
+#include "tools/vox/writers/DeflateLevel.h"
 #include "tools/vox/writers/InvertBits.h"
 #include "tools/vox/writers/OutputFile.h"
 
@@ -59,7 +60,10 @@ void TiffPages::SetTags(const PageFormat& page) {
   set(TIFFTAG_SAMPLESPERPIXEL, page.bits == 24 ? 3 : 1);
   set(TIFFTAG_PHOTOMETRIC, photometric);
   set(TIFFTAG_COMPRESSION, bilevel ? COMPRESSION_CCITTFAX4 : COMPRESSION_ADOBE_DEFLATE);
-  if (!bilevel) set(TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+  if (!bilevel) {
+    set(TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    set(TIFFTAG_ZIPQUALITY, kDeflateLevel);
+  }
   set(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   set(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
   set(TIFFTAG_ROWSPERSTRIP, page.height);

@@ -1,0 +1,44 @@
+// The vox program as a child process: what it was told, what it said, how it ended.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "tests/unit/cli/ReadBack.h"
+
+namespace vox::cli::test {
+
+struct Outcome {
+  int status = -1;  // exit status; -1: ended by a signal or not at all
+  std::string out, err;
+  std::chrono::milliseconds took{0};
+};
+
+// VoxProgram runs in a folder of its own, which is its current folder and its TMPDIR in one, so
+// that whatever it leaves behind is seen.
+class VoxProgram {
+ public:
+  // Arguments are split at blanks. Output is read when Wait is called; it must fit into memory.
+  Outcome Run(const std::string& arguments);
+
+  void Start(const std::string& arguments);
+  void Signal(int signal) const;
+  bool IsRunning() const;
+  Outcome Wait();
+
+  // WaitForLeaf waits until a file whose name begins so lies in the folder; false after 10 s.
+  bool WaitForLeaf(const std::string& beginning) const;
+
+  const TestFolder& Folder() const { return folder_; }
+  std::string File(const std::string& leaf) const { return folder_.File(leaf); }
+
+ private:
+  TestFolder folder_, output_;
+  pid_t child_ = -1;
+  std::chrono::steady_clock::time_point begun_;
+};
+
+}  // namespace vox::cli::test

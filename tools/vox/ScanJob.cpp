@@ -1,0 +1,159 @@
+#include "tools/vox/ScanJob.h"
+
+#include <chrono>
+#include <cstdio>
+
+#include <unistd.h>
+
+#include "tools/vox/LineReducer.h"
+#include "tools/voxjobd/Starter.h"
+
+namespace vox::cli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void Note(const std::string& line) {
+  std::fprintf(stderr, "vox: note: %s\n", line.c_str());
+}
+
+}  // namespace
+
+ScanJob::ScanJob(const ScanOptions& options, OpenedDevice& device, CancelWatch& watch)
+    : options_(options),
+      device_(device),
+      interface_(device.Interface()),
+      watch_(watch),
+      plan_(PlanScan(options, device.What())),
+      files_(options, watch.Fd()),
+      progress_(::isatty(STDERR_FILENO) == 1) {}
+
+void ScanJob::Run() {
+  for (const std::string& note : plan_.notes) Note(note);
+  CancelWatch::Attachment attachment(watch_, [this] { interface_.Abort(); });
+  try {
+    ScanPages();
+  } catch (const Failure& failure) {
+    StopJob(attachment);
+    GiveUp(failure);
+  } catch (...) {
+    StopJob(attachment);
+    throw;
+  }
+}
+
+void ScanJob::StopJob(CancelWatch::Attachment& attachment) {
+  progress_.Clear();
+  if (!watch_.Requested()) interface_.Abort();
+  attachment.Detach();
+}
+
+// The job is stopped on the device; now only whole pages stay.
+void ScanJob::GiveUp(const Failure& failure) {
+  if (watch_.Requested()) throw CancelledFailure();
+  const unsigned kept = files_.PagesKept();
+  if (!device_failed_ || kept == 0) throw failure;
+  const std::string path = files_.Path();
+  files_.Drop();
+  files_.Finish();
+  PrintReports();
+  throw Failure(failure.Status(), std::string(failure.what()) + "; the " + std::to_string(kept) +
+                                      " page(s) before are in " + CleanText(path));
+}
+
+void ScanJob::ScanPages() {
+  for (unsigned page = 1;; ++page) {
+    files_.Open(page);
+    ScanPage(page);
+    if (!interface_.IsNextPageExist()) break;
+    if (!options_.batch) {
+      StopAtOnePage();
+      break;
+    }
+  }
+  // A cancel that came behind the last page is too late, unless that page's file is still to come.
+  if (files_.PagesKept() > 0 && watch_.Requested()) throw CancelledFailure();
+  files_.Finish();
+  watch_.Finish();
+  PrintReports();
+}
+
+void ScanJob::StopAtOnePage() {
+  Note("more pages wait on the device; --batch takes them all");
+  interface_.Abort();
+}
+
+void ScanJob::ScanPage(unsigned page) {
+  const Clock::time_point start = Clock::now();
+  StartPage(page);
+  ReadPage(page);
+  interface_.EndScan();
+  if (watch_.Requested() || interface_.GetIfErrorStatus() != IF_ERR_STS_NONE) FailPage(page);
+  progress_.Clear();
+  const std::string path = files_.Path();
+  files_.End();
+  finished_.push_back({page, path, options_.format, options_.turned,
+                       std::chrono::duration<double>(Clock::now() - start).count()});
+  if (files_.PagesKept() == 0) PrintReports();
+}
+
+void ScanJob::StartPage(unsigned page) {
+  plan_.request.dwPageNumber = page;
+  if (!interface_.PrepareScan(plan_.request, page == 1, options_.preview)) FailPage(page);
+  interface_.GetScanParam();
+  if (!device_.IsVirtual()) {
+    const JobServerPresence server = EnsureJobServer();
+    if (!server.running) throw Failure(ExitStatus::kIoError, CleanText(server.error));
+  }
+  if (!interface_.StartScan(options_.preview)) FailPage(page);
+}
+
+void ScanJob::ReadPage(unsigned page) {
+  ImageWriter& writer = files_.Writer();
+  writer.BeginPage(plan_.page);
+  LineReducer reducer(plan_.reduction, plan_.threshold, plan_.page.width);
+  std::vector<std::uint8_t> line(plan_.request.dwLineSize);
+  for (std::uint32_t y = 0; y < plan_.page.height; ++y) {
+    // A status beside a line means that the line was made up: the device is lost.
+    if (interface_.ReadLine(line.data()) != 0 || interface_.GetIfErrorStatus() != IF_ERR_STS_NONE)
+      FailPage(page);
+    writer.WriteLine(reducer.Reduce(line));
+    progress_.Show(page, y + 1, plan_.page.height);
+  }
+}
+
+void ScanJob::FailPage(unsigned page) {
+  if (watch_.Requested()) throw CancelledFailure();
+  device_failed_ = true;
+  const std::string what = page == 1 ? "scan" : "scan page " + std::to_string(page);
+  throw DeviceFailure(what, device_.Label(), interface_.GetIfErrorStatus());
+}
+
+void ScanJob::PrintReports() {
+  for (const PageReport& page : finished_) {
+    if (options_.output != "-")
+      PrintOut(options_.json ? PageJson(page, plan_) : PageWords(page, plan_));
+  }
+  finished_.clear();
+}
+
+void RunScan(const ScanOptions& options) {
+  CancelWatch watch;
+  OpenedDevice device(options.device, options.duplex, watch);
+  ScanJob(options, device, watch).Run();
+}
+
+void RunInfo(const InfoOptions& options) {
+  CancelWatch watch;
+  OpenedDevice device(options.device, false, watch);
+  const DeviceReport report{device.Name(), device.Address(), device.IsVirtual(), device.What()};
+  PrintOut(options.json ? DeviceJson(report) : DeviceWords(report));
+}
+
+void PrintOut(const std::string& text) {
+  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+    throw Failure(ExitStatus::kIoError, "cannot write to standard output");
+}
+
+}  // namespace vox::cli

@@ -1,0 +1,53 @@
+#include "tools/vox/VirtualSetup.h"
+
+#include <cstdlib>
+
+#include "sim/PaperTray.h"
+#include "tools/vox/Failure.h"
+#include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
+#include "vox/drivers/net/NetworkComm/tvr302udp.h"
+
+namespace vox::cli {
+
+namespace {
+
+constexpr char kTemporary[] = "var/tmp";  // in the private folder; the lock file lies there too
+
+Failure CannotStart(const std::string& what, const std::string& error) {
+  return Failure(ExitStatus::kIoError, "cannot start " + what + ": " + CleanText(error));
+}
+
+// A device with a flatbed and a feeder that turns sheets, and the paper that was asked for.
+sim::DeviceOptions Describe(const VirtualOptions& options, bool both_sides) {
+  sim::DeviceOptions device;
+  device.duplex = 1;
+  device.feeder = sim::UnitOptions{};
+  if (!options.faults.empty()) {
+    const std::string wrong = sim::ParseFault(options.faults, device.faults);
+    if (!wrong.empty()) throw UsageFailure("--virtual-fault: " + wrong);
+  }
+  sim::PaperWish wish{options.page_files, {}, {}, both_sides};
+  if (options.feeder) wish.sheets = *options.feeder;
+  const std::string wrong = sim::LayPaper(wish, device);
+  if (!wrong.empty())
+    throw Failure(ExitStatus::kIoError, "cannot read a page: " + CleanText(wrong));
+  return device;
+}
+
+}  // namespace
+
+VirtualSetup::VirtualSetup(const VirtualOptions& options, bool both_sides, CancelWatch& watch)
+    : root_(kTemporary, watch), device_(Describe(options, both_sides)) {
+  ::setenv("VOX_ROOT", root_.Path().c_str(), 1);
+  ::setenv("TMPDIR", (root_.Path() + "/" + kTemporary).c_str(), 1);
+  JobServerOptions doors;
+  doors.device_port = 0;
+  doors.device_address = device_.Address();
+  if (!job_server_.Start(doors)) throw CannotStart("the virtual job server", job_server_.Error());
+  device_.SetJobServerPort(job_server_.Ports().device);
+  if (!device_.Start()) throw CannotStart("the virtual device", device_.Error());
+  snmpPort = device_.SnmpPort();
+  SetUdpCommandPort(device_.CommandPort());
+}
+
+}  // namespace vox::cli

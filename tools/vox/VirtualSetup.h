@@ -1,0 +1,34 @@
+// VirtualSetup is what --virtual stands for: a virtual device and a job server in threads of this
+// process, on free ports of loopback, and a private folder as VOX_ROOT and TMPDIR. Any number run
+// at once beside a real job server, as any user.
+//
+// Thread rule: constructed before other threads use the library; destroyed after them.
+#pragma once
+
+#include <string>
+
+#include "sim/VirtualDevice.h"
+#include "tools/vox/Options.h"
+#include "tools/vox/PrivateFolder.h"
+#include "tools/voxjobd/JobServer.h"
+
+namespace vox::cli {
+
+class CancelWatch;
+
+class VirtualSetup {
+ public:
+  // Sets VOX_ROOT, TMPDIR and the library's two ports. `both_sides` makes the pages fronts and
+  // backs of sheets in turn. Throws Failure: 9 for a page file that cannot be read or a device that
+  // cannot start, 64 for a fault that is none.
+  VirtualSetup(const VirtualOptions& options, bool both_sides, CancelWatch& watch);
+
+  const std::string& Address() const { return device_.Address(); }
+
+ private:
+  PrivateFolder root_;
+  JobServer job_server_;
+  sim::VirtualDevice device_;  // stops before the job server, and both before the folder goes
+};
+
+}  // namespace vox::cli

@@ -1,0 +1,50 @@
+// vox: scans from the command line. See docs/vox.md.
+#include <csignal>
+#include <cstdio>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "tools/vox/Failure.h"
+#include "tools/vox/Options.h"
+#include "tools/vox/ScanJob.h"
+
+namespace {
+
+using namespace vox::cli;
+
+void Execute(const ScanOptions& options) {
+  RunScan(options);
+}
+void Execute(const InfoOptions& options) {
+  RunInfo(options);
+}
+void Execute(const TextAnswer& answer) {
+  PrintOut(answer.text);
+}
+
+int Say(ExitStatus status, const std::string& line) {
+  std::fprintf(stderr, "vox: %s\n", line.c_str());
+  return static_cast<int>(status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is an error of the write
+  try {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+    std::visit([](const auto& command) { Execute(command); },
+               ParseCommandLine(arguments, terminal));
+    return static_cast<int>(ExitStatus::kDone);
+  } catch (const Failure& failure) {
+    return Say(failure.Status(), failure.what());
+  } catch (const std::bad_alloc&) {
+    return Say(ExitStatus::kNoMemory, "not enough memory; ask for a smaller area or resolution");
+  } catch (const std::exception& error) {
+    return Say(ExitStatus::kIoError, CleanText(error.what()));
+  }
+}
