@@ -151,6 +151,7 @@ void data_thread(CTwainImageIF* dev) {
     dev->SetIfErrorStatus(IF_ERR_STS_MEMORY);
     attempt([dev] { dev->Abort(); });  // before the page's end, which may forget the job
     attempt([dev, &ending] { ending.run(dev->m_semaphore); });
+    dev->multipage = 0;  // the page's end may have found another page
     dev->settle();
   }
 }

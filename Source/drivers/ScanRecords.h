@@ -97,7 +97,7 @@ struct tagSCANDEVINFO {
   std::uint32_t dwXResMin, dwYResMin, dwXResMax, dwYResMax;              // dpi
   std::uint32_t dwXResMinCmn, dwYResMinCmn, dwXResMaxCmn, dwYResMaxCmn;  // dpi, all modes
   std::uint8_t byImageTypes;    // bit 0x01 bilevel, 0x02 grey, 0x04 colour
-  std::uint8_t byPaperSources;  // bit 1 flatbed, bit 2 feeder
+  std::uint8_t byPaperSources;  // bits: 1 flatbed, 2 feeder
   std::uint8_t byAdfPaper;      // 1: paper lies in the feeder
   std::uint8_t byAutoFeed;
   std::uint8_t byAutoScan;

@@ -197,6 +197,7 @@ void CTwainImageIF::StopSession() {
 
 // The page that was there when the call began is the page it reads of: one that another client
 // starts meanwhile is left alone. A page that is neither ended nor out of lines keeps its session.
+// Two threads may both wait for the last line: who finds none left wakes the other.
 int CTwainImageIF::ReadLine(unsigned char* pBuf) {
   std::int32_t semid = kNoSemaphores;
   {
@@ -219,12 +220,15 @@ int CTwainImageIF::hand_out_line(unsigned char* pBuf, std::int32_t semid) {
     MutexLock lock(data_mutex);
     if (!m_pSession || m_pSession->semid != semid) return fail_line(IF_ERR_STS_DEVICE_COMM_ERR);
     line = m_pSession->client_lines.take(static_cast<std::uint32_t>(nLineOut.load()));
-    if (!line) return fail_line(IF_ERR_STS_MEMORY);
-    size = m_pSession->proc.sparam.dwLineSize;
-    ++nLineOut;
-    ++m_pSession->taken;
-    m_pSession->lead_moved();
+    if (line) {
+      size = m_pSession->proc.sparam.dwLineSize;
+      ++nLineOut;
+      ++m_pSession->taken;
+      m_pSession->lead_moved();
+    }
+    if (lines_given()) post_semaphore(semid, kSemClientLine);
   }
+  if (!line) return fail_line(IF_ERR_STS_MEMORY);
   std::memcpy(pBuf, line.get(), size);
   return 0;
 }

@@ -36,22 +36,20 @@
 //
 // What a transport does, so that every wait ends
 //
-//   StartScan(b)     if (!BeginPage()) return false;     first, before its own mutex and any
-//   exchange
+//   StartScan(b)     if (!BeginPage()) return false;     first, before its mutex and any exchange
 //                    ... exchanges; every wait also polls m_wakeAbort ...
 //                    return CTwainImageIF::StartScan(b);
 //                    When this gives false no thread runs and no DeviceEndScan will: tidy up there.
 //   ReadScanData     reader. Waits poll m_wakeAbort and m_wakePage; a raised one fails the call at
 //                    once, without a status. After an error below, fail at once ever after.
-//   DeviceEndScan    reader, exactly once for each page that started. Waits poll m_wakeAbort only:
-//   the
-//                    notice is still exchanged when the client ended the page early. PageStop() ==
-//                    PAGE_ABORT: no exchange. It calls m_semaphore.Up() exactly once on every way
-//                    out; a thread of its own that feeds ReadScanData is stopped (eventfds,
-//                    shutdown) and joined here, before its descriptor is closed.
-//   SendCmdStandby   reader. Bounded by its own time-outs.
-//   Abort            SignalAbort();                      first, takes no lock that is held in a
-//   wait
+//   DeviceEndScan    reader, exactly once for each page that started. Waits poll m_wakeAbort only;
+//                    the notice is still exchanged when the client ended the page early.
+//                    PageStop() == PAGE_ABORT: no exchange. It calls m_semaphore.Up() exactly once
+//                    on every way out; a thread of its own that feeds ReadScanData is stopped
+//                    (eventfds, shutdown) and joined here, before its descriptor is closed.
+//   SendCmdStandby   reader. What it waits for, an Abort waits for too: keep it short, or poll
+//                    m_wakeAbort.
+//   Abort            SignalAbort();                      first, takes no lock that a wait holds
 //                    ... cancel the job on the device; these exchanges do not poll the eventfds ...
 //                    return CTwainImageIF::Abort();      joins the page's threads
 //                    It may also run on the reader, after an exception there; the base sees that.
@@ -60,7 +58,7 @@
 //
 //   No transport thread ever calls EndScan, StartScan or stopStandBy, and none holds a mutex of its
 //   own while it calls into the base, SetIfErrorStatus and the job id apart.
-//   Lock order: m_life, then data_mutex; the transport's mutexes are released before m_life.
+//   Lock order: m_life, data_mutex, m_ka; the transport's mutexes are released before m_life.
 #pragma once
 
 #include <atomic>
@@ -99,7 +97,9 @@ class VOX_EXPORT CTwainImageIF {
   // The slots, in order. The destructor ends what is left of a session; a derived class must have
   // called StopSession() before.
   virtual ~CTwainImageIF();
-  virtual bool IsOnLine(unsigned short wTimeout) = 0;
+
+  // IsOnLine asks whether the scanner answers now, without opening it. No transport uses wUnused.
+  virtual bool IsOnLine(unsigned short wUnused) = 0;
 
   // GetDevInfo copies the capabilities that are known; a transport asks the device.
   virtual bool GetDevInfo(tagSCANDEVINFO* pDevInf);
@@ -115,17 +115,23 @@ class VOX_EXPORT CTwainImageIF {
   // Abort came first.
   virtual bool StartScan(bool bPrescan);
 
+  // DeviceEndScan, reader: ends the page on the device and raises m_semaphore.
   virtual bool DeviceEndScan() = 0;
 
   // Abort ends the page, its threads and a multipage session, in any state; true. Twice is
   // harmless.
   virtual bool Abort();
+
+  // EjectADF empties the feeder; false here, where there is none.
   virtual bool EjectADF();
+
+  // SendCmdStandby, reader: keeps the device from its standby. Returns: false when it was not sent.
   virtual bool SendCmdStandby() = 0;
+
   virtual DeviceType GetDeviceType() const = 0;
 
-  // ReadScanData reads one device line of len bytes and says in *rlen how many were read. Returns:
-  // 0 on success, positive or negative on failure.
+  // ReadScanData, reader: reads one device line of len bytes and says in *rlen how many were read.
+  // Returns: 0 on success, positive or negative on failure.
   virtual int ReadScanData(unsigned char* buf, unsigned int len, unsigned int* rlen) = 0;
 
   // GetScanParam fills the device parameters from the request of the last PrepareScan. It does not

@@ -21,15 +21,9 @@ bool CTwainImageIF::PrepareScan(const tagTWSCANPARAM& Param, bool /*bFirst*/, bo
   MutexLock life(m_life);
   ClearIfErrorStatus();
   rParam = Param;
-  DS_LogText("%s %d: rParam.dwDuplex= %d\n", __func__, __LINE__, static_cast<int>(Param.dwDuplex));
   ScanParam.bPrescan = bPrescan;
   if (!prepare_scan_info(scan_info, rParam, m_DevInfo, bPrescan)) return false;
   nLineOut = 0;
-  DS_LogText("!!! User XRes = %d, Dev Xres = %d\n", static_cast<int>(round32(rParam.fXResolution)),
-             static_cast<int>(scan_info.Xresolution));
-  DS_LogText("!!! xExtent = %d\n", static_cast<int>(scan_info.Window.xExtent));
-  DS_LogText("!!! yExtent = %d\n", static_cast<int>(scan_info.Window.yExtent));
-  DS_LogText("!!! dwScanUnitMode = %x\n", scan_info.dwScanUnitMode);
   return true;
 }
 

@@ -2,7 +2,10 @@
 // moment that its name says, so the interleaving happens every time.
 #include <chrono>
 
+#include <sys/sem.h>
+
 #include "tests/unit/session/SessionTest.h"
+#include "vox/drivers/SemaphoreSet.h"
 
 namespace vox::test {
 namespace {
@@ -300,11 +303,15 @@ TEST_F(InterleavingTest, StopStandByWhileTheReaderWaitsForTheClientDoesNotHang) 
 TEST_F(InterleavingTest, ReadLineThatOverlapsTheNextPageFails) {
   HoldAtLine(0);
   ASSERT_TRUE(Start(SmallPage()));
+  const int semid = device_->ScanData.semid;
   auto read = Aside([this] { return ReadOneLine(); });
-  ASSERT_TRUE(moment_.AwaitReached());
-  moment_.Let();
+  ASSERT_TRUE(Eventually([semid] { return ::semctl(semid, kSemClientLine, GETNCNT) == 1; }));
+  ASSERT_TRUE(device_->StartScan(false)) << "ends the page before";
   ASSERT_TRUE(Ends(read));
-  PageComesThrough();  // ends the page before
+  EXPECT_EQ(read.get(), 1);
+  EXPECT_EQ(device_->GetYOffset(), 0) << "no line of the new page is gone";
+  moment_.Let();
+  EXPECT_TRUE(SamePage(device_->ReadPage(40), device_->PageByTheRules()));
 }
 
 // A worker that calls what only clients may call is turned away, not joined with itself.

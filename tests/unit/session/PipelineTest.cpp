@@ -137,7 +137,8 @@ TEST_F(PipelineTest, TableOfRequestsThatAskForMoreLinesThanTheDeviceSends) {
 TEST_F(PipelineTest, OneClientLine) {
   PageShape shape = SmallPage();
   shape.length = 1;
-  EXPECT_EQ(Scan(shape).size(), 1u);
+  const std::vector<Line> page = Scan(shape);
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
 }
 
 TEST_F(PipelineTest, AllDeviceLinesShrunkToOne) {
@@ -160,6 +161,11 @@ TEST_F(PipelineTest, OneDeviceLineEnlargedTo5) {
 
 TEST_F(PipelineTest, NoDeviceLinesMakeAWhitePage) {
   device_->Answers([](_SCANINFO& info) { info.Window.yExtent = 0; });
+  EXPECT_EQ(Scan(SmallPage()), std::vector<Line>(40, Line(30, 0xFF)));
+}
+
+TEST_F(PipelineTest, DeviceThatReportedNoResolutionsGivesAWhitePage) {
+  device_->Ranges(0, 0);
   EXPECT_EQ(Scan(SmallPage()), std::vector<Line>(40, Line(30, 0xFF)));
 }
 
@@ -190,6 +196,27 @@ TEST_F(PipelineTest, OneReadLineTooManyIsStatus2) {
   EXPECT_EQ(device_->GetIfErrorStatus(), 2u);
   EXPECT_EQ(device_->GetYOffset(), 40);
   EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, TwoThreadsThatWaitForTheLastLineBothReturn) {
+  PageShape shape = SmallPage();
+  shape.length = 1;
+  HoldAtLine(0);
+  ASSERT_TRUE(Start(shape));
+  const int semid = device_->ScanData.semid;
+  const auto read = [this] {
+    Line line(30);
+    return device_->ReadLine(line.data());
+  };
+  auto one = Aside(read);
+  auto two = Aside(read);
+  EXPECT_TRUE(Eventually([semid] { return ::semctl(semid, kSemClientLine, GETNCNT) == 2; }));
+  moment_.Let();
+  EXPECT_TRUE(Ends(one));
+  EXPECT_TRUE(Ends(two));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 2u) << "there was one line only";
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(one.get() + two.get(), 1);
 }
 
 // 40,000 lines are more than a semaphore counts to.
@@ -282,6 +309,60 @@ TEST_F(PipelineTest, ReaderExceptionIsStatus2AndAVirtualAbort) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "data_thread: exception\n");
   EXPECT_EQ(device_->aborts, 1);
   EXPECT_EQ(device_->ends, 1);
+}
+
+TEST_F(PipelineTest, ReaderExceptionEndsTheWholeJob) {
+  testing::internal::CaptureStderr();
+  device_->HasMorePages(1).AtLine(3, Throws());
+  EXPECT_EQ(ScanThatFails(SmallPage()), 2u);
+  testing::internal::GetCapturedStderr();
+  EXPECT_FALSE(device_->IsNextPageExist());
+}
+
+// DummyRead in place of the reader's own loop, which the test then ends with a failure.
+class DummyReadTest : public PipelineTest {
+ protected:
+  DummyReadTest() {
+    device_->Scans(1000);  // 24 lines at 300 dpi
+    device_->AtLine(0, [this](FakeTransport& device) {
+      read_all_ = device.DummyRead();
+      moment_.Reach({device.m_wakePage.Get()});
+      return -1;
+    });
+  }
+  std::atomic<bool> read_all_{false};
+};
+
+TEST_F(DummyReadTest, SendsThePageFromTheTransport) {
+  ASSERT_TRUE(Start(SmallPage()));
+  const std::vector<Line> page = device_->ReadPage(40);
+  ASSERT_TRUE(moment_.AwaitReached());
+  EXPECT_TRUE(read_all_);
+  EXPECT_EQ(device_->reads, 41);
+  ASSERT_EQ(page.size(), 40u);
+  for (std::uint32_t k = 0; k < 30; ++k) EXPECT_EQ(page[39][k], PatternByte(40, k)) << k;
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(DummyReadTest, ReadErrorIsNeverWhite) {
+  device_->AtLine(36, Fails(1));
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  EXPECT_FALSE(read_all_);
+  EXPECT_EQ(device_->reads, 37);
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(DummyReadTest, PostThatFailsEndsItWithALogLine) {
+  device_->AtLine(6, [](FakeTransport& device) {
+    ::semctl(device.ScanData.semid, 0, IPC_RMID);
+    return 0;
+  });
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  EXPECT_FALSE(read_all_);
+  EXPECT_GE(LinesLogged("Sem post fail!\n"), 1);
+  EXPECT_TRUE(device_->EndScan());
 }
 
 TEST_F(PipelineTest, ExceptionAtThePagesEndRaisesInItsPlace) {
@@ -422,9 +503,8 @@ TEST_F(PipelineTest, RecordsRewrittenMidPageDoNotTouchIt) {
   device_->rParam.dwImageLength = 3;
   device_->GetScanParam();
   moment_.Let();
-  EXPECT_EQ(device_->ReadPage(40).size(), 40u);
+  EXPECT_TRUE(SamePage(device_->ReadPage(40), expected));
   EXPECT_TRUE(device_->EndScan());
-  EXPECT_EQ(expected.size(), 40u);
 }
 
 TEST_F(PipelineTest, TwoScannersAtOnce) {
