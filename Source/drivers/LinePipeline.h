@@ -49,13 +49,13 @@ using ImageProc = __ImageProc;
 // data_thread reads the page (ReadDataAll), then always lets the transport end it (DeviceEndScan,
 // once), then keeps a feeder awake until the next page while the session has more of them.
 // An exception sets status 2 if there is none and calls the virtual Abort.
-void data_thread(CTwainImageIF* dev);
+VOX_EXPORT void data_thread(CTwainImageIF* dev);
 
 // imageprocX_thread trims each device line to the client's frame and rescales it to its width.
 // imageprocY_thread makes the client's lines of them. An exception, a set that is gone or a data
 // type that is none of 0, 2 and 3 ends the thread and removes the set, so that nobody waits for it.
-void imageprocX_thread(__ImageProc* proc);
-void imageprocY_thread(__ImageProc* proc);
+VOX_EXPORT void imageprocX_thread(__ImageProc* proc);
+VOX_EXPORT void imageprocY_thread(__ImageProc* proc);
 
 // waitLine waits until device line `line` has passed the horizontal stage.
 // Returns: false when the semaphore set is gone.

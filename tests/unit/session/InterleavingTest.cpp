@@ -74,7 +74,27 @@ TEST_F(InterleavingTest, AbortBetweenBeginPageAndTheExchanges) {
   ASSERT_TRUE(device_->Prepare(SmallPage()));
   EXPECT_FALSE(device_->StartScan(false));
   EXPECT_EQ(device_->ends, 0);
+  EXPECT_EQ(footprint_.SetsMade(), 0u);
   device_->AtStart(nullptr);
+  PageComesThrough();
+}
+
+FakeTransport* aborted_at_its_set = nullptr;
+int SetAfterAnAbort(key_t key, int semaphores, int flags) {
+  aborted_at_its_set->SignalAbort();
+  return ::semget(key, semaphores, flags);
+}
+
+// The Abort has removed what set there was; the one that is made next must not be forgotten.
+TEST_F(InterleavingTest, AbortWhileTheSetIsMade) {
+  ASSERT_TRUE(device_->Prepare(SmallPage()));
+  aborted_at_its_set = device_.get();
+  const SessionSystem before = CurrentSessionSystem();
+  WithSystem([](SessionSystem& system) { system.make_set = &SetAfterAnAbort; });
+  EXPECT_FALSE(device_->StartScan(false));
+  SetSessionSystem(before);
+  EXPECT_EQ(device_->ScanData.semid, -1);
+  EXPECT_EQ(device_->ends, 0);
   PageComesThrough();
 }
 

@@ -268,12 +268,12 @@ TEST_F(PipelineTest, SurplusDeviceLinesCountAsAhead) {
 }
 
 TEST_F(PipelineTest, ReadErrorAboveTheScannableHeightIsWhite) {
-  device_->Scans(1000).AtLine(32, Fails(1)).AtLine(39, Fails(-1));  // 24 lines at 300 dpi
+  device_->Scans(1000).AtLine(24, Fails(1)).AtLine(39, Fails(-1));  // 24 lines at 300 dpi
   const std::vector<Line> page = Scan(SmallPage());
   ASSERT_EQ(page.size(), 40u);
-  EXPECT_EQ(page[31], device_->DeviceLines()[31]);
-  EXPECT_EQ(page[32], Line(30, 0xFF));
-  EXPECT_EQ(page[33], device_->DeviceLines()[33]);
+  EXPECT_EQ(page[23], device_->DeviceLines()[23]);
+  EXPECT_EQ(page[24], Line(30, 0xFF));
+  EXPECT_EQ(page[25], device_->DeviceLines()[25]);
   EXPECT_EQ(page[39], Line(30, 0xFF));
   EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
 }
@@ -492,6 +492,33 @@ TEST_F(PipelineTest, StormOfSignalsIsNoFailure) {
   ::sigaction(SIGALRM, &before, nullptr);
   EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
   EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+}
+
+// DummyRead takes the place of the reader's own loop: it runs on the reader, from line 0.
+TEST_F(PipelineTest, DummyReadReadsThePageFromTheTransport) {
+  device_->AtLine(0, [this](FakeTransport& device) {
+    EXPECT_TRUE(device.DummyRead());
+    moment_.Reach({device.m_wakePage.Get()});
+    return -1;
+  });
+  ASSERT_TRUE(Start(SmallPage()));
+  const std::vector<Line> page = device_->ReadPage(40);
+  ASSERT_EQ(page.size(), 40u);
+  EXPECT_EQ(page[0][5], PatternByte(1, 5)) << "line 0 was asked for by the loop outside";
+  EXPECT_EQ(page[39][5], PatternByte(40, 5));
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(PipelineTest, DummyReadHasNoWhiteLines) {
+  bool read = true;
+  device_->Scans(1).AtLine(7, Fails(1)).AtLine(0, [&read](FakeTransport& device) {
+    read = device.DummyRead();
+    return -1;
+  });
+  ASSERT_TRUE(Start(SmallPage()));
+  EXPECT_TRUE(Eventually([this] { return device_->reads >= 8; }));
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_FALSE(read);
 }
 
 TEST_F(PipelineTest, RecordsRewrittenMidPageDoNotTouchIt) {

@@ -68,6 +68,7 @@ void DestroyWithAWaiter() {
 }
 
 TEST(SemaphoreDeathTest, ConditionThatIsWaitedForIsLeftAlone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(DestroyWithAWaiter(), testing::ExitedWithCode(0),
               "^Semaphore: condition is locked by another thread\n$");
 }
@@ -87,6 +88,7 @@ void DestroyWhileLocked() {
 }
 
 TEST(SemaphoreDeathTest, MutexThatIsLockedIsLeftAlone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(DestroyWhileLocked(), testing::ExitedWithCode(0),
               "^Semaphore: mutex is locked by another thread\n$");
 }
