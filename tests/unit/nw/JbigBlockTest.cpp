@@ -1,7 +1,6 @@
 // Receiving one block: what is accepted, what is refused, and how a stream that ends is judged.
 #include "vox/drivers/net/JbigBlock.h"
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <ostream>
@@ -9,32 +8,10 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Hex.h"
+#include "tests/support/MemorySource.h"
 
 namespace vox::test {
 namespace {
-
-// MemorySource gives bytes in pieces and then says `end` for ever.
-class MemorySource final : public JbigSource {
- public:
-  explicit MemorySource(Bytes bytes, std::size_t piece = 7, int end = SOURCE_ENDED)
-      : bytes_(std::move(bytes)), piece_(piece), end_(end) {}
-  int read(BYTE* buf, std::size_t size, bool bHeader) override {
-    waits.push_back(bHeader);
-    const std::size_t count = std::min({size, piece_, bytes_.size() - at_});
-    if (count == 0) return end_;
-    std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at_), count, buf);
-    at_ += count;
-    return static_cast<int>(count);
-  }
-  std::size_t Left() const { return bytes_.size() - at_; }
-  std::vector<bool> waits;  // of each read: the header's or the data's
-
- private:
-  const Bytes bytes_;
-  const std::size_t piece_;
-  const int end_;
-  std::size_t at_ = 0;
-};
 
 Bytes Header(std::uint16_t width, std::uint16_t lines, std::uint32_t length) {
   const auto byte = [](std::uint32_t value, int shift) {
