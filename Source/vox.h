@@ -6,4 +6,6 @@
 #include "vox/drivers/TwainImageIF.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/drivers/net/NetworkComm/tvr302udpsnmp.h"
+#include "vox/drivers/net/TwImgIFNW.h"
+#include "vox/drivers/net/bonjour.h"
 #include "vox/drivers/net/search.h"

@@ -114,7 +114,7 @@ JobServer::FailureReport JobServer::Loop::Open() {
 JobServer::FailureReport JobServer::Loop::OpenDoors() {
   if (!client_door_.Open(kLoopback, 0)) return ReportOf(errno, "cannot listen on 127.0.0.1");
   if (device_door_.Open(options_.device_address, options_.device_port)) return {};
-  const FailureReport report = ReportOf(
+  FailureReport report = ReportOf(
       errno, "cannot listen on port " + std::to_string(options_.device_port) + " for devices");
   unsigned short other = 0;
   if (bonjour_resolve(kServerName, kScannerServiceType, &other) != 0) return report;

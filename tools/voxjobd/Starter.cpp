@@ -90,6 +90,7 @@ void BecomeServer(const char* program, char* const* arguments, int error_pipe) {
 bool Launch(const std::string& program, std::vector<std::string> arguments, int error_pipe) {
   arguments.insert(arguments.begin(), {program, "--exit-when-idle"});
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   const pid_t child = ::fork();

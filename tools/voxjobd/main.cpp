@@ -2,6 +2,7 @@
 // SIGHUP, or when it is idle and was asked to.
 #include <csignal>
 #include <cstdio>
+#include <exception>
 
 #include <sys/resource.h>
 #include <CLI/CLI.hpp>
@@ -12,6 +13,7 @@ namespace vox {
 namespace {
 
 constexpr int kUsageError = 64;
+constexpr int kOutOfMemory = 10;  // what else is thrown here
 
 JobServer* running_server = nullptr;  // for the signal handler; set before it is installed
 
@@ -68,13 +70,10 @@ int Serve(const JobServerOptions& options) {
   return 0;
 }
 
-}  // namespace
-}  // namespace vox
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app{
       "The job server of Vox: brings network scans and the devices that answer them together."};
-  vox::JobServerOptions options;
+  JobServerOptions options;
   app.set_version_flag("--version", "voxjobd " VOX_VERSION);
   app.add_option("--device-port", options.device_port,
                  "TCP port that devices connect to; 0 takes a free one and prints it")
@@ -84,7 +83,19 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : vox::kUsageError;
+    return app.exit(error) == 0 ? 0 : kUsageError;
   }
-  return vox::Serve(options);
+  return Serve(options);
+}
+
+}  // namespace
+}  // namespace vox
+
+int main(int argc, char** argv) {
+  try {
+    return vox::Run(argc, argv);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "voxjobd: %s\n", exception.what());
+    return vox::kOutOfMemory;
+  }
 }
