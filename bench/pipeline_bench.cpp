@@ -12,12 +12,13 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/MemoryScanner.h"
 #include "vox/drivers/SemaphoreSet.h"
-#include "vox/drivers/TwainImageIF.h"
 
 namespace {
 
 using vox::tagTWSCANPARAM;
+using vox::bench::MemoryScanner;
 
 constexpr unsigned kWidth = 4960;   // pixels: 210 mm at 600 dpi
 constexpr unsigned kLength = 7016;  // lines: 297 mm
@@ -35,38 +36,6 @@ const std::vector<unsigned char>& Page(unsigned bits) {
   }
   return page;
 }
-
-// A device that has its page in memory.
-class MemoryScanner : public vox::CTwainImageIF {
- public:
-  explicit MemoryScanner(unsigned bits) : CTwainImageIF("memory"), bits_(bits) {
-    m_DevInfo.dwXResMin = m_DevInfo.dwYResMin = 75;
-    m_DevInfo.dwXResMax = m_DevInfo.dwYResMax = 600;
-  }
-  ~MemoryScanner() override { StopSession(); }
-
-  bool IsOnLine(unsigned short) override { return true; }
-  bool StartScan(bool prescan) override {
-    next_ = Page(bits_).data();
-    return BeginPage() && CTwainImageIF::StartScan(prescan);
-  }
-  bool DeviceEndScan() override {
-    m_semaphore.Up();
-    return true;
-  }
-  bool SendCmdStandby() override { return true; }
-  DeviceType GetDeviceType() const override { return dtFILE; }
-  int ReadScanData(unsigned char* buf, unsigned int len, unsigned int* rlen) override {
-    std::memcpy(buf, next_, len);
-    next_ += len;
-    *rlen = len;
-    return 0;
-  }
-
- private:
-  const unsigned bits_;
-  const unsigned char* next_ = nullptr;
-};
 
 tagTWSCANPARAM Request(unsigned bits, float resolution) {
   tagTWSCANPARAM request{};
@@ -100,7 +69,7 @@ bool ScanPage(MemoryScanner& scanner, const tagTWSCANPARAM& request,
 void BM_PageThroughThePipeline(benchmark::State& state) {
   const auto bits = static_cast<unsigned>(state.range(0));
   const tagTWSCANPARAM request = Request(bits, 600);
-  MemoryScanner scanner(bits);
+  MemoryScanner scanner(Page(bits));
   if (!ScanPage(scanner, request, Page(bits).data())) return state.SkipWithError("wrong lines");
   for (auto _ : state) ScanPage(scanner, request, nullptr);
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(Page(bits).size()));

@@ -2,6 +2,7 @@
 // its data is in TwImgIFNWData.cpp, its end in TwImgIFNWEnd.cpp.
 #include "vox/drivers/net/TwImgIFNW.h"
 
+#include <cstring>
 #include <new>
 
 #include <sys/socket.h>
@@ -11,6 +12,7 @@
 #include "vox/drivers/SessionSystem.h"
 #include "vox/drivers/net/DeviceCommand.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
+#include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/ScanNotice.h"
 #include "vox/drivers/net/bonjour.h"
 
@@ -20,6 +22,12 @@ namespace {
 constexpr std::uint32_t ENCODE_TYPE_NETWORK = 1;
 constexpr unsigned char REGISTRATION_SCAN = 0;
 constexpr std::uint8_t NOTICE_TAKEN = 0x01;
+
+std::uint64_t bytes_of(const _SCANJOBID& job) {
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, &job, sizeof bytes);
+  return bytes;
+}
 
 void* run_reader(void* pIF) {
   jbigRead_thread(static_cast<CTwImgIFNW*>(pIF));
@@ -51,6 +59,7 @@ bool CTwImgIFNW::StartScan(bool bPrescan) {
 // not an error of the device's.
 bool CTwImgIFNW::fail_start() {
   if (!is_aborted()) SetIfErrorStatus(IF_ERR_STS_DEVICE_COMM_ERR);
+  cancel_left_job();
   stop_data();
   close_channel(&end_sock);
   return false;
@@ -80,22 +89,20 @@ bool CTwImgIFNW::find_job_server() {
   return true;
 }
 
-// A job that the device accepted while the client aborted is nobody's: the Abort found no job yet.
 bool CTwImgIFNW::start_job(bool bPrescan) {
   ClearJobId();
   _SCANINFO wire{};
   scaninfo2le(&wire, &scan_info);
-  if (!cmd_scan(&wire, bPrescan)) return false;
-  if (!is_aborted()) return true;
-  send_cancel(ip.c_str(), GetJobId(), m_waits.nCancel, -1);
-  return false;
+  return cmd_scan(&wire, bPrescan) && !is_aborted();
 }
 
 bool CTwImgIFNW::cmd_scan(_SCANINFO* wire, bool /*bPrescan*/) {
   _SCANJOBID job{};
+  // An abort leaves the device as long to answer as a cancelled job's, so that its job gets known.
+  const NetInterrupt interrupt(m_wakeAbort.Get(), m_waits.nCancel);
   const IfErrorStatus status = send_scan(ip.c_str(), wire, &job);
   if (status != IF_ERR_STS_NONE) {
-    SetIfErrorStatus(status);
+    if (!is_aborted()) SetIfErrorStatus(status);
     return false;
   }
   SetJobId(job);
@@ -178,14 +185,27 @@ void CTwImgIFNW::close_channel(std::int32_t* soc) {
 bool CTwImgIFNW::Abort() {
   m_abort = 1;
   const _SCANJOBID job = GetJobId();
+  m_cancelled = bytes_of(job);
   m_ejectWake.Raise();
   SignalAbort();
-  if (job.dwJobNo == 0) return CTwainImageIF::Abort();
-  send_req_page(ip.c_str(), job, 0);
-  const IfErrorStatus status = send_cancel(ip.c_str(), job, m_waits.nCancel, -1);
-  if (status != IF_ERR_STS_NONE) SetIfErrorStatus(status);
-  CTwainImageIF::Abort();
-  return false;
+  if (job.dwJobNo != 0) {
+    send_req_page(ip.c_str(), job, 0);
+    const IfErrorStatus status = send_cancel(ip.c_str(), job, m_waits.nCancel, -1);
+    if (status != IF_ERR_STS_NONE) SetIfErrorStatus(status);
+  }
+  const bool ended = CTwainImageIF::Abort();
+  cancel_left_job();
+  return job.dwJobNo == 0 && ended;
+}
+
+// A job that StartScan got from the device while an abort was under way is nobody's: the abort
+// found no job yet, or the one before. The id is read first: while the page is still an aborted
+// one, no later StartScan can have set it.
+void CTwImgIFNW::cancel_left_job() {
+  const _SCANJOBID job = GetJobId();
+  if (PageStop() != PAGE_ABORT || job.dwJobNo == 0) return;
+  if (m_cancelled.exchange(bytes_of(job)) == bytes_of(job)) return;
+  send_cancel(ip.c_str(), job, m_waits.nCancel, -1);
 }
 
 // The channel and the information are its own: a page may be running until the base ends it.
@@ -194,6 +214,7 @@ bool CTwImgIFNW::EjectADF() {
   m_abort = 1;
   const tagNWWAKE wake{m_ejectWake.Get(), -1};
   const _SCANJOBID job = GetJobId();
+  m_cancelled = bytes_of(job);
   int soc = -1;
   _SCANINFO info{};
   const bool ejected = (m_port != 0 || find_job_server()) &&
@@ -205,6 +226,7 @@ bool CTwImgIFNW::EjectADF() {
   if (status != IF_ERR_STS_NONE) SetIfErrorStatus(status);
   close_channel(&soc);
   CTwainImageIF::Abort();
+  cancel_left_job();
   return false;
 }
 

@@ -135,6 +135,7 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   bool open_page(bool bPrescan);
   bool find_job_server();
   bool start_job(bool bPrescan);
+  void cancel_left_job();
   bool open_registered(int* soc, const _SCANJOBID& job, unsigned short sequenceId,
                        const tagNWWAKE& wake);
   bool open_data_channel(int* soc, const _SCANJOBID& job, unsigned short sequenceId,
@@ -195,13 +196,14 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   tagJBIGRULE m_rule;  // the reader thread's: m_bFirstHeader and m_JbigDataHeaderBackup
 
   const std::string ip;
-  std::uint16_t m_port = 0;                // of the job server, from StartScan
-  std::uint16_t m_sequence = 0;            // of the page request; the standby command's too
-  pthread_t m_reader = 0;                  // jbigRead_thread, 0 none
-  std::unique_ptr<CJbigDataCtrl> m_pJbig;  // present for a page of JBIG blocks
-  std::atomic<std::int32_t> m_abort{0};    // set by Abort and EjectADF, cleared by StartScan
-  bool m_bReadFailed = false;              // the reader's: this page reads no more
-  std::atomic<bool> m_bDataBroke{false};   // the data did not end where data may end
+  std::uint16_t m_port = 0;                   // of the job server, from StartScan
+  std::uint16_t m_sequence = 0;               // of the page request; the standby command's too
+  pthread_t m_reader = 0;                     // jbigRead_thread, 0 none
+  std::unique_ptr<CJbigDataCtrl> m_pJbig;     // present for a page of JBIG blocks
+  std::atomic<std::int32_t> m_abort{0};       // set by Abort and EjectADF, cleared by StartScan
+  std::atomic<std::uint64_t> m_cancelled{0};  // the job that was cancelled last, its eight bytes
+  bool m_bReadFailed = false;                 // the reader's: this page reads no more
+  std::atomic<bool> m_bDataBroke{false};      // the data did not end where data may end
 
   EventFd m_blockEvent;                    // a block was queued, or the reader thread has ended
   EventFd m_roomEvent;                     // a block was taken, or the reader thread is to end

@@ -53,8 +53,8 @@ VOX_EXPORT std::int32_t SnmpMemoryFree(_tagMIBNEXTREQ* req);
 //          memory.
 VOX_EXPORT std::int32_t SnmpSet(const char* host, const char* community, const _tagMIBREQ* req);
 
-// random_sequence gives a sequence id that cannot be guessed from outside; never 0, which stands for
-// "none" where a caller names one. Inside the library only.
+// random_sequence gives a sequence id that cannot be guessed from outside; never 0, which stands
+// for "none" where a caller names one. Inside the library only.
 std::uint16_t random_sequence();
 
 // UdpCommandSend sends one command to a device and awaits nothing.

@@ -34,15 +34,27 @@ milliseconds in_time(std::int64_t seconds) {
   return milliseconds(std::min(seconds, LONGEST_WAIT) * netMsPerSecond.load());
 }
 
+// The thread's NetInterrupt.
+thread_local int interrupt_fd = -1;
+thread_local milliseconds interrupt_grace{0};
+
 // wait_until waits for a readable socket as readable_timeo does. A signal does not move the
 // deadline.
 int wait_until(int sock, steady::time_point deadline) {
+  int hurry_fd = interrupt_fd;
   for (;;) {
     const auto left = std::chrono::ceil<milliseconds>(deadline - steady::now());
-    pollfd entry{sock, POLLIN, 0};
-    const int ready = ::poll(&entry, 1, static_cast<int>(std::max(left, milliseconds(0)).count()));
+    pollfd entries[] = {{sock, POLLIN, 0}, {hurry_fd, POLLIN, 0}};
+    const int ready = ::poll(entries, 2, static_cast<int>(std::max(left, milliseconds(0)).count()));
     if (ready < 0 && errno == EINTR) continue;
-    return entry.revents & POLLNVAL ? -1 : ready;
+    if (ready < 0 || entries[0].revents & POLLNVAL) return -1;
+    if (entries[0].revents != 0) return 1;
+    if (entries[1].revents != 0) {
+      hurry_fd = -1;
+      deadline = std::min(deadline, steady::now() + interrupt_grace);
+      continue;
+    }
+    return hurry_fd == interrupt_fd ? 0 : -1;
   }
 }
 
@@ -176,6 +188,15 @@ packet_data_list* collect(int sock, in_addr address, milliseconds wait) {
 }
 
 }  // namespace
+
+NetInterrupt::NetInterrupt(int fd, int nGraceMs) {
+  interrupt_fd = fd;
+  interrupt_grace = milliseconds(nGraceMs);
+}
+
+NetInterrupt::~NetInterrupt() {
+  interrupt_fd = -1;
+}
 
 void free_packet_data_list(packet_data_list* list) {
   while (list) {

@@ -29,6 +29,17 @@ VOX_EXPORT extern std::atomic<std::uint16_t> snmpPort;
 // shorten it.
 extern std::atomic<std::uint32_t> netMsPerSecond;
 
+// NetInterrupt lets another thread hurry this thread's exchanges while it lives: once the
+// descriptor is readable, a wait ends after nGraceMs at the latest, and fails then (-1), so that no
+// further attempt is made. Inside the library only.
+class NetInterrupt {
+ public:
+  NetInterrupt(int fd, int nGraceMs);
+  ~NetInterrupt();
+  NetInterrupt(const NetInterrupt&) = delete;
+  NetInterrupt& operator=(const NetInterrupt&) = delete;
+};
+
 // packet_data is one received datagram.
 struct packet_data {
   snmp_ip_address IPAddress;  // sender

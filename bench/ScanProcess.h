@@ -1,0 +1,33 @@
+// ScanProcess is a scanning program in a process of its own: this program started again, so that
+// what is measured is the library's memory and time and not the device's. The device, the job
+// server and the private folder are those of the process that starts it.
+//
+// Thread rule: one at a time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "sim/VirtualDevice.h"
+
+namespace vox::bench {
+
+struct Usage {
+  bool done = false;     // the scan went as it should
+  double lines = 0;      // client lines read
+  double peak_mib = 0;   // greatest resident memory so far (VmHWM)
+  double cpu_share = 0;  // of one core, while it ran or waited
+  double seconds = 0;    // that took
+};
+
+// ReadSlowly scans the whole bed in colour at 1200 dpi and takes a line every `pause_us`.
+Usage ReadSlowly(const sim::VirtualDevice& device, unsigned pause_us);
+// WaitFor starts a page of 8 bits or 1 bit, waits `seconds` for lines that come slowly or never,
+// and aborts.
+Usage WaitFor(const sim::VirtualDevice& device, unsigned bits, double seconds);
+
+// RunScanProcess is the other side: when the program was started by one of the above it scans and
+// gives the exit status; else a negative number.
+int RunScanProcess(int argc, char** argv);
+
+}  // namespace vox::bench
