@@ -32,7 +32,7 @@ TEST_F(BrokenOff, RawPagesAreWhiteFromAnyByteOn) {
   for (std::size_t bytes = 0; bytes <= size; bytes += bytes < 130 ? 1 : 97) {
     SCOPED_TRACE(bytes);
     road.FirstDevice().SetFaults({.close_after = bytes});
-    const Page page = road.Scan(request);
+    const Page page = ScanWhenFree(road, request);
     EXPECT_EQ(page.status, bytes % request.dwLineSize == 0 ? 0u : kBroken);
     EXPECT_TRUE(SameLines(page.lines, ExpectedUpTo(request, bytes)));
   }
@@ -84,16 +84,16 @@ TEST_F(BrokenOff, AShortStartNoticeOrScanInfoStartsNothing) {
   Device({});
   for (const std::uint32_t bytes : {0u, 1u, 64u, 127u}) {
     road.FirstDevice().SetFaults({.scan_info_bytes = bytes});
-    const Page page = road.Scan(Ask::Grey());
+    const Page page = ScanWhenFree(road, Ask::Grey());
     EXPECT_FALSE(page.started) << bytes;
     EXPECT_EQ(page.status, IF_ERR_STS_DEVICE_COMM_ERR) << bytes;
   }
   for (const std::uint32_t bytes : {0u, 1u, 27u}) {
     road.FirstDevice().SetFaults({.start_notice_bytes = bytes});
-    EXPECT_FALSE(road.Scan(Ask::Grey()).started) << bytes;
+    EXPECT_FALSE(ScanWhenFree(road, Ask::Grey()).started) << bytes;
   }
   road.FirstDevice().SetFaults({.bad_start_notice = true});
-  EXPECT_FALSE(road.Scan(Ask::Grey()).started);
+  EXPECT_FALSE(ScanWhenFree(road, Ask::Grey()).started);
   ExpectGoodScan();
 }
 
@@ -101,7 +101,7 @@ TEST_F(BrokenOff, AnEndNoticeInPiecesIsReadWhole) {
   Device({});
   for (std::uint32_t at = 1; at < 28; ++at) {
     road.FirstDevice().SetFaults({.end_split = at});
-    EXPECT_EQ(road.Scan(Ask::Grey()).status, 0u) << at;
+    EXPECT_EQ(ScanWhenFree(road, Ask::Grey()).status, 0u) << at;
   }
   ExpectGoodScan();
 }
@@ -111,7 +111,7 @@ TEST_F(BrokenOff, AnEndNoticeThatStopsIsACommunicationErrorBelowItsCode) {
   Device({});
   for (const std::uint32_t bytes : {0u, 1u, 15u}) {
     road.FirstDevice().SetFaults({.end_notice_bytes = bytes});
-    const Page page = road.Scan(Ask::Grey());
+    const Page page = ScanWhenFree(road, Ask::Grey());
     EXPECT_EQ(page.status, IF_ERR_STS_DEVICE_COMM_ERR) << bytes;
     EXPECT_TRUE(SameLines(page.lines, road.Expected(Ask::Grey()))) << bytes;
   }

@@ -1,9 +1,13 @@
-// Replies to commands that come late, twice, cut, too long or from somebody else; and two clients
-// that scan at the same time.
+// Replies to commands that come late, twice, cut, too long or from somebody else; strangers at the
+// job server; and two clients that scan at the same time.
+#include <future>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "tests/e2e/Trouble.h"
+#include "tests/support/FakeJobServer.h"
+#include "tests/support/TcpPeer.h"
 
 namespace vox::test {
 namespace {
@@ -56,6 +60,44 @@ TEST_F(Replies, OfTheGreatestSizeAreNoOverflow) {
 
 TEST_F(Replies, ThatComeTooLateAreNotTakenForLaterOnes) {
   ExpectScan({.delays = {.reply = 100ms}}, false);
+}
+
+class Strangers : public Trouble {
+ protected:
+  static Bytes Notice(std::uint16_t sequence_id, const Bytes& job) {
+    FakeChannel channel;
+    channel.registration.resize(5);
+    for (const std::uint8_t byte : job) channel.registration.push_back(byte);
+    channel.registration.push_back(static_cast<std::uint8_t>(sequence_id >> 8));
+    channel.registration.push_back(static_cast<std::uint8_t>(sequence_id));
+    return channel.Notice(0x80);
+  }
+};
+
+// Others who connect to the device door, from the device's own address even, with another job, with
+// another sequence id or with no notice at all, do not come between a scan and its device.
+TEST_F(Strangers, AtTheDeviceDoorDoNotDisturbAScan) {
+  Device({.delays = {.start_notice = 100ms}});
+  road.Scanner();
+  auto scan = std::async(std::launch::async, [&] { return road.Scan(Ask::Lineart()); });
+  ASSERT_TRUE(road.Events().WaitFor(EventKind::kDataChannel, 1, 5s));
+  const sim::Event asked = road.Events().Last(EventKind::kPageRequest);
+  const Bytes job(asked.bytes.begin() + 20, asked.bytes.end());
+  Bytes other_job = job;
+  other_job.back() ^= 1;
+  std::vector<TcpPeer> strangers;
+  const auto send = [&](const Bytes& bytes) {
+    strangers.push_back(TcpPeer::Connect(road.DevicePort()));
+    EXPECT_TRUE(strangers.back().Send(bytes));
+  };
+  send(Notice(asked.sequence_id, other_job));
+  send(Notice(static_cast<std::uint16_t>(asked.sequence_id + 1), job));
+  send(Notice(0, Bytes(8)));
+  send(Bytes(28, 0xFF));
+  send(Bytes(5, 'M'));
+  const Page page = scan.get();
+  EXPECT_EQ(page.status, 0u);
+  EXPECT_TRUE(SameLines(page.lines, road.Expected(Ask::Lineart())));
 }
 
 class TwoClients : public RoadTest {};

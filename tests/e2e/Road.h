@@ -94,6 +94,7 @@ class Road {
   bool StartServer(const JobServerTimes& times = {});
   // SetWaits is for the scanner and the clients that come after.
   void SetWaits(const tagNWWAITS& waits);
+  std::uint16_t DevicePort() const { return device_port_; }  // where devices connect to
   // PointDevicesAt makes the devices connect to another job server.
   void PointDevicesAt(std::uint16_t port);
   std::string Folder() const { return scratch_.Path(""); }
@@ -107,7 +108,7 @@ class Road {
   Variable root_;
   Variable temporary_;
   std::optional<JobServer> server_;
-  std::uint16_t device_port_ = 0;  // that devices connect to; 0 none yet
+  std::uint16_t device_port_ = 0;  // 0 none yet
   std::vector<std::unique_ptr<sim::VirtualDevice>> devices_;
   std::unique_ptr<Client> scanner_;
   tagNWWAITS waits_;

@@ -76,15 +76,6 @@ TEST_P(SilentAt, AbortReturnsWithinHalfASecond) {
   ExpectGoodScan();
 }
 
-TEST_P(SilentAt, DeletingTheInterfaceEndsTheScan) {
-  if (!GetParam().starts) return;
-  ASSERT_TRUE(road.Scanner().Start(request_));
-  ASSERT_TRUE(AwaitSilence());
-  const auto start = std::chrono::steady_clock::now();
-  road.Scanner().Drop();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
-}
-
 TEST_P(SilentAt, TheScanEndsByItselfWithACommunicationError) {
   const ShortWaits waits(road);
   const Page page = road.Scan(request_);
@@ -97,8 +88,29 @@ TEST_P(SilentAt, TheScanEndsByItselfWithACommunicationError) {
   ExpectGoodScan();
 }
 
-INSTANTIATE_TEST_SUITE_P(Moments, SilentAt, testing::ValuesIn(kMoments),
-                         [](const auto& param) { return std::string(param.param.name); });
+std::string MomentName(const testing::TestParamInfo<Moment>& info) {
+  return info.param.name;
+}
+INSTANTIATE_TEST_SUITE_P(Moments, SilentAt, testing::ValuesIn(kMoments), MomentName);
+
+class SilentPage : public SilentAt {};
+
+TEST_P(SilentPage, DeletingTheInterfaceEndsTheScan) {
+  ASSERT_TRUE(road.Scanner().Start(request_));
+  ASSERT_TRUE(AwaitSilence());
+  const auto start = std::chrono::steady_clock::now();
+  road.Scanner().Drop();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+}
+
+std::vector<Moment> MomentsOfAPage() {
+  std::vector<Moment> moments;
+  for (const Moment& moment : kMoments) {
+    if (moment.starts) moments.push_back(moment);
+  }
+  return moments;
+}
+INSTANTIATE_TEST_SUITE_P(Moments, SilentPage, testing::ValuesIn(MomentsOfAPage()), MomentName);
 
 class SilentDevice : public Trouble {};
 
@@ -126,6 +138,22 @@ TEST_F(SilentDevice, ToTheCancelCommandIsLeftBehind) {
   const auto start = std::chrono::steady_clock::now();
   road.Scanner().Interface().Abort();
   EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+}
+
+// The abort finds no job yet; the one that the answer names is cancelled all the same.
+TEST_F(SilentDevice, ThatIsAboutToAcceptAJobIsToldThatItIsOver) {
+  Device({.delays = {.reply = 100ms}});
+  road.Scanner();
+  auto scan = std::async(std::launch::async, [&] { return road.Scan(Ask::Grey()); });
+  ASSERT_TRUE(road.Events().WaitFor(EventKind::kJobStarted, 1, 5s));
+  const auto start = std::chrono::steady_clock::now();
+  road.Scanner().Interface().Abort();
+  const Page page = scan.get();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+  EXPECT_FALSE(page.started);
+  EXPECT_EQ(page.status, 0u);
+  EXPECT_TRUE(road.Events().WaitFor(EventKind::kJobCancelled, 1, 5s));
+  ExpectGoodScan();
 }
 
 TEST_F(SilentDevice, ForAWhileIsWaitedFor) {

@@ -139,8 +139,8 @@ TEST_F(ScanInfoFault, OfAnyKindEndsThePage) {
       SCOPED_TRACE(std::string(name) + " at " + std::to_string(bits) + " bits");
       Road road_of_case;
       sim::DeviceOptions options = Trouble::Options();
-      options.edit_scan_info = [&](std::uint32_t page, sim::ScanInfo& info) {
-        if (page == 1) edit(info);
+      options.edit_scan_info = [&spoil = edit](std::uint32_t page, sim::ScanInfo& info) {
+        if (page == 1) spoil(info);
       };
       road_of_case.Device(options);
       const ShortWaits waits(road_of_case);

@@ -47,6 +47,7 @@ CTwImgIFNW::~CTwImgIFNW() {
 }
 
 bool CTwImgIFNW::StartScan(bool bPrescan) {
+  cancel_left_job();
   if (!BeginPage()) return false;
   m_abort = 0;
   if (!open_page(bPrescan)) return fail_start();

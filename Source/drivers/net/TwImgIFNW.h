@@ -91,7 +91,8 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   // Returns: false with status 3 when no notice came.
   bool DeviceEndScan() override;
 
-  // Abort ends the page and cancels the job. Returns: the base's result without a job; false with
+  // Abort ends the page and cancels the job, also one that a StartScan on another thread is just
+  // getting from the device. Returns: the base's result without a job; false with
   // one, whose status becomes 5 when the device answers with an error and 3 when it does not. It
   // waits 0.3 s for that answer.
   bool Abort() override;

@@ -102,7 +102,7 @@ TEST(FreshNamespace, EverySessionTestPassesThereAndLeavesNoSet) {
   const int code = InFreshNamespace([] {
     const pid_t tests = ::fork();
     if (tests == 0) {
-      ::execl("/proc/self/exe", "session_test", "--gtest_filter=-FreshNamespace.*",
+      ::execl("/proc/self/exe", "/proc/self/exe", "--gtest_filter=-FreshNamespace.*",
               "--gtest_brief=1", nullptr);
       std::_Exit(126);
     }

@@ -494,33 +494,6 @@ TEST_F(PipelineTest, StormOfSignalsIsNoFailure) {
   EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
 }
 
-// DummyRead takes the place of the reader's own loop: it runs on the reader, from line 0.
-TEST_F(PipelineTest, DummyReadReadsThePageFromTheTransport) {
-  device_->AtLine(0, [this](FakeTransport& device) {
-    EXPECT_TRUE(device.DummyRead());
-    moment_.Reach({device.m_wakePage.Get()});
-    return -1;
-  });
-  ASSERT_TRUE(Start(SmallPage()));
-  const std::vector<Line> page = device_->ReadPage(40);
-  ASSERT_EQ(page.size(), 40u);
-  EXPECT_EQ(page[0][5], PatternByte(1, 5)) << "line 0 was asked for by the loop outside";
-  EXPECT_EQ(page[39][5], PatternByte(40, 5));
-  EXPECT_TRUE(device_->EndScan());
-}
-
-TEST_F(PipelineTest, DummyReadHasNoWhiteLines) {
-  bool read = true;
-  device_->Scans(1).AtLine(7, Fails(1)).AtLine(0, [&read](FakeTransport& device) {
-    read = device.DummyRead();
-    return -1;
-  });
-  ASSERT_TRUE(Start(SmallPage()));
-  EXPECT_TRUE(Eventually([this] { return device_->reads >= 8; }));
-  EXPECT_TRUE(device_->EndScan());
-  EXPECT_FALSE(read);
-}
-
 TEST_F(PipelineTest, RecordsRewrittenMidPageDoNotTouchIt) {
   HoldAtLine(10);
   ASSERT_TRUE(Start(SmallPage()));
