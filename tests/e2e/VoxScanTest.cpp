@@ -444,19 +444,21 @@ TEST_F(VoxScan, CtrlCInABatchKeepsTheFilesThatWereFinished) {
 TEST_F(VoxScan, CtrlCAtAnyMomentLeavesAllOrNothing) {
   int cancelled = 0;
   for (int moment = 0; moment < 40; ++moment) {
-    vox_.Start("scan --virtual --resolution 100 -o a.png");
+    vox_.Start("scan --virtual --resolution 100 --mode gray --virtual-feeder 3 --batch p%d.png");
     std::this_thread::sleep_for(std::chrono::milliseconds(moment * 4));  // a place to hit, no wait
     vox_.Signal(SIGINT);
     const Outcome outcome = vox_.Wait();
+    // Before the program has looked at signals at all, the system ends it.
+    EXPECT_THAT(outcome.status, AnyOf(0, 2, -1)) << outcome.err;
+    cancelled += outcome.status == 2;
+    const std::vector<std::string> files = vox_.Folder().Leaves();
     if (outcome.status == 0) {
-      EXPECT_EQ(ReadPng(vox_.File("a.png")).height, 1170U);
-      std::filesystem::remove(vox_.File("a.png"));
-    } else {
-      // Before the program has looked at signals at all, the system ends it.
-      EXPECT_THAT(outcome.status, AnyOf(2, -1)) << outcome.err;
-      cancelled += outcome.status == 2;
+      EXPECT_THAT(files, ElementsAre("p1.png", "p2.png", "p3.png"));
     }
-    EXPECT_THAT(vox_.Folder().Leaves(), IsEmpty()) << "moment " << moment;
+    for (const std::string& file : files) {
+      EXPECT_EQ(ReadPng(vox_.File(file)).height, 1170U) << file << ", moment " << moment;
+      std::filesystem::remove(vox_.File(file));
+    }
   }
   EXPECT_GT(cancelled, 0);
 }

@@ -54,24 +54,17 @@ void ScanJob::GiveUp(const Failure& failure) {
   if (watch_.Requested()) throw CancelledFailure();
   const unsigned kept = files_.PagesKept();
   if (!device_failed_ || kept == 0) throw failure;
-  const std::string path = files_.Path();
+  const std::string path = files_.Path() == "-" ? "standard output" : CleanText(files_.Path());
   files_.Drop();
   files_.Finish();
   PrintReports();
   throw Failure(failure.Status(), std::string(failure.what()) + "; the " + std::to_string(kept) +
-                                      " page(s) before are in " + CleanText(path));
+                                      " page(s) before are in " + path);
 }
 
 void ScanJob::ScanPages() {
-  for (unsigned page = 1;; ++page) {
-    files_.Open(page);
-    ScanPage(page);
-    if (!interface_.IsNextPageExist()) break;
-    if (!options_.batch) {
-      StopAtOnePage();
-      break;
-    }
-  }
+  unsigned page = 1;
+  while (ScanPage(page) && options_.batch) ++page;
   // A cancel that came behind the last page is too late, unless that page's file is still to come.
   if (files_.PagesKept() > 0 && watch_.Requested()) throw CancelledFailure();
   files_.Finish();
@@ -80,15 +73,20 @@ void ScanJob::ScanPages() {
 }
 
 void ScanJob::StopAtOnePage() {
+  progress_.Clear();
   Note("more pages wait on the device; --batch takes them all");
   interface_.Abort();
 }
 
-void ScanJob::ScanPage(unsigned page) {
+bool ScanJob::ScanPage(unsigned page) {
+  if (watch_.Requested()) throw CancelledFailure();
+  files_.Open(page);
   const Clock::time_point start = Clock::now();
   StartPage(page);
   ReadPage(page);
   interface_.EndScan();
+  // Asked before the cancel is: an abort says that no page follows.
+  const bool more = interface_.IsNextPageExist();
   if (watch_.Requested() || interface_.GetIfErrorStatus() != IF_ERR_STS_NONE) FailPage(page);
   progress_.Clear();
   const std::string path = files_.Path();
@@ -96,6 +94,8 @@ void ScanJob::ScanPage(unsigned page) {
   finished_.push_back({page, path, options_.format, options_.turned,
                        std::chrono::duration<double>(Clock::now() - start).count()});
   if (files_.PagesKept() == 0) PrintReports();
+  if (more && !options_.batch) StopAtOnePage();
+  return more;
 }
 
 void ScanJob::StartPage(unsigned page) {

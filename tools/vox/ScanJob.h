@@ -33,7 +33,7 @@ class ScanJob {
 
  private:
   void ScanPages();
-  void ScanPage(unsigned page);
+  bool ScanPage(unsigned page);  // whether another page follows
   void StartPage(unsigned page);
   void ReadPage(unsigned page);
   void StopAtOnePage();
