@@ -1,10 +1,12 @@
 // One visitor at a door of the job server, without any network: what it sends comes through a
-// socket pair, in pieces of a chosen size.
+// socket pair, in pieces of a chosen size. An input is the size of the pieces, less one, and then
+// what the visitor sends.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -17,6 +19,17 @@
 namespace vox {
 
 inline constexpr std::uint32_t kVisitorAddress = 0xC0A80005;  // 192.168.0.5
+
+struct DoorInput {
+  std::span<const std::uint8_t> sent;
+  std::size_t piece = 1;
+
+  // Nothing for an input without a piece size, or longer than a visitor ever needs.
+  static std::optional<DoorInput> From(const std::uint8_t* data, std::size_t size) {
+    if (size < 1 || size > 256) return std::nullopt;
+    return DoorInput{{data + 1, size - 1}, std::size_t{data[0]} + 1};
+  }
+};
 
 class DoorHarness {
  public:

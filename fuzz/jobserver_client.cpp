@@ -1,6 +1,5 @@
 // Bytes to the job server's client door. Property: the answer depends on the first 15 bytes alone,
 // however they are cut into pieces; what is read builds again to the same bytes.
-// Input: the piece size, then what the client sends.
 #include <algorithm>
 #include <cstdlib>
 
@@ -23,13 +22,12 @@ std::string ExpectedAnswer(std::span<const std::uint8_t> sent) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 1 || size > 256) return 0;
-  const std::span<const std::uint8_t> sent(data + 1, size - 1);
-  const std::size_t piece = std::size_t{data[0]} + 1;
+  const auto input = DoorInput::From(data, size);
+  if (!input) return 0;
   DoorHarness harness;
   const FileDescriptor client = harness.Visit(Visitor::Kind::kClient);
   if (!client) return 0;
-  harness.Send(client, sent, piece);
-  if (DoorHarness::Answer(client) != ExpectedAnswer(sent)) std::abort();
+  harness.Send(client, input->sent, input->piece);
+  if (DoorHarness::Answer(client) != ExpectedAnswer(input->sent)) std::abort();
   return 0;
 }

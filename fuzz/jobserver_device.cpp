@@ -1,7 +1,7 @@
 // Bytes to the job server's device door, where a registration waits. Property: they meet exactly
 // when the first 28 bytes are a notice of that job, however they are cut into pieces; what follows
 // the notice stays for the relay; what is read builds again to the same bytes, the unread ones
-// zero. Input: the piece size, then what the device sends.
+// zero.
 #include <algorithm>
 #include <cstdlib>
 
@@ -30,19 +30,18 @@ bool ShouldMeet(std::span<const std::uint8_t> sent) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 1 || size > 256) return 0;
-  const std::span<const std::uint8_t> sent(data + 1, size - 1);
-  const std::size_t piece = std::size_t{data[0]} + 1;
+  const auto input = DoorInput::From(data, size);
+  if (!input) return 0;
   DoorHarness harness;
   const FileDescriptor client = harness.Visit(Visitor::Kind::kClient);
   const FileDescriptor device = harness.Visit(Visitor::Kind::kDevice);
   if (!client || !device) return 0;
   harness.Send(client, BuildRegistration({kScanRegistration, kWaiting}), kRegistrationSize);
-  harness.Send(device, sent, piece);
-  if ((harness.meetings == 1) != ShouldMeet(sent)) std::abort();
+  harness.Send(device, input->sent, input->piece);
+  if ((harness.meetings == 1) != ShouldMeet(input->sent)) std::abort();
   if (harness.meetings == 0) return 0;
   const std::string rest = DoorHarness::Answer(harness.last.device);
-  const auto behind = sent.subspan(kNoticeSize);
+  const auto behind = input->sent.subspan(kNoticeSize);
   if (rest.size() != std::min<std::size_t>(behind.size(), 64)) std::abort();
   if (!std::equal(rest.begin(), rest.end(), behind.begin(),
                   [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; })) {

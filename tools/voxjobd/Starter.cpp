@@ -9,15 +9,13 @@
 #include <optional>
 #include <system_error>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "vox/drivers/net/JobChannel.h"
 #include "vox/drivers/net/bonjour.h"
 #include "vox/platform/FileDescriptor.h"
 
@@ -35,18 +33,14 @@ constexpr std::chrono::milliseconds kAfterItsEnd{1'000};  // for the server that
 bool Knock() {
   unsigned short port = 0;
   if (bonjour_resolve(kProgram, kScannerServiceType, &port) != 0) return false;
-  const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in place{};
-  place.sin_family = AF_INET;
-  place.sin_port = htons(port);
-  place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return socket &&
-         ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) == 0;
+  return static_cast<bool>(FileDescriptor(get_lpd_soc(port)));
 }
 
+// What lies in the working folder is never run.
 bool IsProgram(const std::filesystem::path& path) {
   std::error_code ignored;
-  return std::filesystem::is_regular_file(path, ignored) && ::access(path.c_str(), X_OK) == 0;
+  return path.is_absolute() && std::filesystem::is_regular_file(path, ignored) &&
+         ::access(path.c_str(), X_OK) == 0;
 }
 
 std::string FindInPath() {
@@ -55,7 +49,7 @@ std::string FindInPath() {
   for (std::size_t begin = 0; begin < folders.size();) {
     const std::size_t end = std::min(folders.find(':', begin), folders.size());
     const std::filesystem::path folder = folders.substr(begin, end - begin);
-    if (folder.is_absolute() && IsProgram(folder / kProgram)) return folder / kProgram;
+    if (IsProgram(folder / kProgram)) return folder / kProgram;
     begin = end + 1;
   }
   return {};
@@ -166,18 +160,18 @@ JobServerPresence AwaitServer(StartedServer server, Clock::time_point deadline) 
 
 }  // namespace
 
-std::string FindJobServer() {
-  std::error_code error;
-  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (!error) {
-    const auto folder = self.parent_path();
-    if (IsProgram(folder / kProgram)) return folder / kProgram;
-    // The build tree has a folder for each program.
-    const auto neighbour = folder.parent_path() / kProgram / kProgram;
-    if (IsProgram(neighbour)) return neighbour;
+std::string FindJobServerFrom(const std::filesystem::path& program) {
+  const auto folder = program.parent_path();
+  for (const auto& place :
+       {folder, folder.parent_path() / kProgram, std::filesystem::path(VOX_INSTALL_BINDIR)}) {
+    if (IsProgram(place / kProgram)) return place / kProgram;
   }
-  const auto installed = std::filesystem::path(VOX_INSTALL_BINDIR) / kProgram;
-  return IsProgram(installed) ? installed.string() : FindInPath();
+  return FindInPath();
+}
+
+std::string FindJobServer() {
+  std::error_code ignored;  // without that link there is no folder to begin with
+  return FindJobServerFrom(std::filesystem::read_symlink("/proc/self/exe", ignored));
 }
 
 JobServerPresence EnsureJobServer(const JobServerStarterOptions& options) {

@@ -10,7 +10,7 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -32,8 +32,12 @@ struct JobServerPresence {
 // ten seconds. Otherwise it starts voxjobd and waits until the server can be found.
 JobServerPresence EnsureJobServer(const JobServerStarterOptions& options = {});
 
-// FindJobServer gives the path of voxjobd: beside the running program, else where it was installed,
-// else in the folders of PATH. Empty: nowhere.
+// FindJobServer gives the path of voxjobd, as it is found from the running program: beside it; in
+// the folder voxjobd/ beside its own, as in a build tree, where every program has a folder; where
+// it was installed; in the absolute folders of PATH. Empty: nowhere.
 std::string FindJobServer();
+
+// FindJobServerFrom does the same for the program at `program`, an absolute path.
+std::string FindJobServerFrom(const std::filesystem::path& program);
 
 }  // namespace vox

@@ -147,13 +147,52 @@ TEST_F(Starter, ServerEndsByItselfWhenAsked) {
   EXPECT_EQ(line, "--exit-when-idle --device-port 0");
 }
 
-TEST_F(Starter, IsFoundInPath) {
-  const std::string folder = scratch_.Path("bin");
-  fs::create_directory(folder);
-  fs::copy_file(Script("exit 0"), folder + "/voxjobd");
-  const Variable path("PATH", "relative:" + scratch_.Path("empty") + ":" + folder);
-  const std::string installed = VOX_INSTALL_BINDIR "/voxjobd";
-  EXPECT_EQ(FindJobServer(), fs::exists(installed) ? installed : folder + "/voxjobd");
+// Where a server may lie as it is seen from a program in bin/vox/, which is no server.
+class FoundServer : public Starter {
+ protected:
+  std::string Put(const std::string& folder) const {
+    fs::create_directories(scratch_.Path(folder));
+    fs::copy_file(Script("exit 0"), scratch_.Path(folder) + "/voxjobd");
+    return scratch_.Path(folder) + "/voxjobd";
+  }
+  std::string Found() const { return FindJobServerFrom(scratch_.Path("bin/vox/vox")); }
+
+  // An installed server would come before the one in PATH.
+  const std::string installed_ = VOX_INSTALL_BINDIR "/voxjobd";
+  const Variable path_{"PATH", "relative:" + scratch_.Path("empty") + ":" + scratch_.Path("path")};
+};
+
+TEST_F(FoundServer, IsTheOneBesideTheProgram) {
+  Put("path");
+  Put("bin/voxjobd");
+  const std::string beside = Put("bin/vox");
+  EXPECT_EQ(Found(), beside);
+}
+
+TEST_F(FoundServer, IsTheOneInTheFolderBesideTheProgramsOwn) {
+  Put("path");
+  const std::string neighbour = Put("bin/voxjobd");
+  EXPECT_EQ(Found(), neighbour);
+}
+
+TEST_F(FoundServer, IsTheOneInPath) {
+  const std::string in_path = Put("path");
+  EXPECT_EQ(Found(), fs::exists(installed_) ? installed_ : in_path);
+  EXPECT_EQ(FindJobServer(), Found()) << "this test's own folder has none";
+}
+
+TEST_F(FoundServer, IsNeverTheOneInTheWorkingFolder) {
+  Put("here");
+  const fs::path before = fs::current_path();
+  fs::current_path(scratch_.Path("here"));
+  EXPECT_EQ(FindJobServerFrom({}), fs::exists(installed_) ? installed_ : "");
+  fs::current_path(before);
+}
+
+TEST_F(FoundServer, IsAProgramAndNoFolderOrText) {
+  fs::create_directories(scratch_.Path("bin/vox/voxjobd"));
+  fs::permissions(Put("bin/voxjobd"), fs::perms::owner_read);
+  EXPECT_EQ(Found(), fs::exists(installed_) ? installed_ : "");
 }
 
 }  // namespace
