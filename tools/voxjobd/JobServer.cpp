@@ -123,7 +123,8 @@ JobServer::FailureReport JobServer::Loop::OpenDoors() {
 
 JobServer::FailureReport JobServer::Loop::TakeLock() {
   lock_ = bonjour_register(kServerName, kScannerServiceType, client_door_.Port());
-  return lock_ >= 0 ? FailureReport{} : ReportOf(errno, "cannot take the lock file");
+  const int error = errno;
+  return lock_ >= 0 ? FailureReport{} : ReportOf(error, "cannot lock " + bonjour_lock_file());
 }
 
 void JobServer::Loop::OnReady(std::uint32_t /*events*/) {

@@ -15,6 +15,8 @@ namespace {
 constexpr int kUsageError = 64;
 constexpr int kOutOfMemory = 10;  // what else is thrown here
 
+constexpr int kStopSignals[] = {SIGTERM, SIGINT, SIGHUP};
+
 JobServer* running_server = nullptr;  // for the signal handler; set before it is installed
 
 void OnStopSignal(int /*signal*/) {
@@ -25,8 +27,13 @@ void ListenToSignals(JobServer& server) {
   running_server = &server;
   struct sigaction action {};
   action.sa_handler = OnStopSignal;
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::sigaction(signal, &action, nullptr);
+  for (const int signal : kStopSignals) ::sigaction(signal, &action, nullptr);
   ::signal(SIGPIPE, SIG_IGN);
+}
+
+// A server that has ended is not asked to end: in a moment it is not there to be asked.
+void IgnoreStopSignals() {
+  for (const int signal : kStopSignals) ::signal(signal, SIG_IGN);
 }
 
 // 256 relays need two descriptors each; the usual soft limit of 1,024 leaves too few for the rest.
@@ -67,6 +74,7 @@ int Serve(const JobServerOptions& options) {
     std::fflush(stdout);
   }
   server.Run();
+  IgnoreStopSignals();
   return 0;
 }
 

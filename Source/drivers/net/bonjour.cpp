@@ -78,7 +78,7 @@ bool is_locked_by_another(int fd) {
 }  // namespace
 
 int bonjour_register(const char* /*name*/, const char* /*type*/, unsigned short port) {
-  FileDescriptor file(open_or_create(MachinePath(kLockFile)));
+  FileDescriptor file(open_or_create(bonjour_lock_file()));
   if (!file || !is_own_kind(file.Get()) || !take_lock(file.Get())) return -1;
   // Only the owner may change the mode; another user's file was opened all the same.
   [[maybe_unused]] const int changed = ::fchmod(file.Get(), kEveryUser);
@@ -86,7 +86,7 @@ int bonjour_register(const char* /*name*/, const char* /*type*/, unsigned short 
 }
 
 int bonjour_resolve(const char* /*name*/, const char* /*type*/, unsigned short* port) {
-  const FileDescriptor file(open_in_place(MachinePath(kLockFile)));
+  const FileDescriptor file(open_in_place(bonjour_lock_file()));
   if (!file || !is_locked_by_another(file.Get())) return -1;
   char text[kPortTextSize + 1] = {};
   if (::pread(file.Get(), text, kPortTextSize, 0) <= 0) return -1;
@@ -95,6 +95,10 @@ int bonjour_resolve(const char* /*name*/, const char* /*type*/, unsigned short* 
   if (end == text || number < 1 || number > 0xFFFF) return -1;
   *port = static_cast<unsigned short>(number);
   return 0;
+}
+
+std::string bonjour_lock_file() {
+  return MachinePath(kLockFile);
 }
 
 void bonjour_unregister(int descriptor) {

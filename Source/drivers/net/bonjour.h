@@ -9,6 +9,8 @@
 // Thread rule: any thread; nothing is shared but the file.
 #pragma once
 
+#include <string>
+
 #include "vox/platform/Export.h"
 
 namespace vox {
@@ -28,6 +30,9 @@ VOX_EXPORT int bonjour_register(const char* name, const char* type, unsigned sho
 // look at the same time do not see each other. `name` and `type` are not used.
 // Returns: 0 with *port 1 to 65535; -1 when no server holds the lock or the file holds no port.
 VOX_EXPORT int bonjour_resolve(const char* name, const char* type, unsigned short* port);
+
+// bonjour_lock_file names the file, for messages.
+std::string bonjour_lock_file();
 
 // bonjour_unregister closes the descriptor, which releases the lock. -1 is left alone.
 VOX_EXPORT void bonjour_unregister(int descriptor);

@@ -28,6 +28,22 @@ TEST_F(Life, LockFileNamesTheClientDoor) {
   EXPECT_EQ(Resolve(), 0u);
 }
 
+// What users and devices may rely on; the other tests shorten most of it.
+TEST(JobServerOptions, AreTheDocumentedOnes) {
+  const JobServerOptions usual;
+  EXPECT_EQ(usual.device_port, 3893);
+  EXPECT_EQ(usual.device_address, "0.0.0.0");
+  EXPECT_FALSE(usual.exit_when_idle);
+  EXPECT_EQ(usual.times.registration, 10s);
+  EXPECT_EQ(usual.times.notice, 10s);
+  EXPECT_EQ(usual.times.meeting, 10s);
+  EXPECT_EQ(usual.times.idle, 10s);
+  EXPECT_EQ(usual.times.drain, 2s);
+  EXPECT_EQ(usual.limits.waiting_registrations, 64u);
+  EXPECT_EQ(usual.limits.waiting_devices, 256u);
+  EXPECT_EQ(usual.limits.relays, 256u);
+}
+
 TEST_F(Life, SecondServerSaysThatOneRuns) {
   Start();
   JobServer second;
@@ -84,6 +100,7 @@ TEST_F(Life, StopPassesOnWhatItHolds) {
   const Bytes got = pair.client.ReceiveAll();
   EXPECT_EQ(got.size(), sent);
   EXPECT_TRUE(std::equal(got.begin(), got.end(), page.begin()));
+  pair.client.Close();
   server_.Stop();
 }
 

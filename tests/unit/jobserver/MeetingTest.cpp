@@ -1,4 +1,8 @@
 // Registrations and notices: who is accepted, who meets whom, who is sent away and when.
+#include <algorithm>
+
+#include <sys/resource.h>
+
 #include "tests/unit/jobserver/JobServerFixture.h"
 
 namespace vox::test {
@@ -227,6 +231,39 @@ TEST_F(Meeting, PairWaitsWhileAllRelaysAreTaken) {
   EXPECT_TRUE(client.HasNothing(30ms));
   first.client.Close();
   first.device.Close();
+  EXPECT_TRUE(HasMet(client, device));
+}
+
+// 256 relays and the pair that waits have four descriptors each in this process.
+class FullHouse : public Meeting {
+ protected:
+  FullHouse() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    rlimit more = before_;
+    more.rlim_cur = std::max<rlim_t>(before_.rlim_cur, std::min<rlim_t>(before_.rlim_max, 2'000));
+    ::setrlimit(RLIMIT_NOFILE, &more);
+  }
+  ~FullHouse() override { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+  static JobKey Numbered(int i) {
+    return {kLoopbackAddress, kJob.job_id, static_cast<std::uint16_t>(i)};
+  }
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(FullHouse, TwoHundredAndFiftySeventhPairWaitsForTheEndOfAnother) {
+  Start();
+  std::vector<Pair> pairs;
+  for (int i = 0; i < 256; ++i) pairs.push_back(Met(Numbered(i)));
+  TcpPeer client = Registered(Numbered(256));
+  TcpPeer device = Announced(Numbered(256));
+  EXPECT_TRUE(client.HasNothing(30ms));
+  for (Pair& pair : pairs) ASSERT_TRUE(pair.device.SendByte(7));
+  for (Pair& pair : pairs) ASSERT_EQ(pair.client.Receive(1), Bytes{7});
+  EXPECT_TRUE(client.HasNothing(0ms));
+  pairs.erase(pairs.begin() + 100);
   EXPECT_TRUE(HasMet(client, device));
 }
 

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,11 @@ class Program {
   }
 
   void Signal(int signal) const { ::kill(pid_, signal); }
+  bool HasEnded() const {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == pid_;
+  }
   int Wait() {
     int status = -1;
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
@@ -91,6 +97,7 @@ TEST_F(VoxJobd, HelpNamesItsOptions) {
   const std::string text = program.ReadAll();
   EXPECT_NE(text.find("--device-port"), std::string::npos);
   EXPECT_NE(text.find("--exit-when-idle"), std::string::npos);
+  EXPECT_NE(text.find("3893"), std::string::npos) << "where devices look for it";
   EXPECT_EQ(program.Wait(), 0);
 }
 
@@ -135,6 +142,27 @@ TEST_F(VoxJobd, TakenPortIsNamedInOneLine) {
   EXPECT_NE(text.find(std::to_string(other.Port())), std::string::npos) << text;
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
   EXPECT_EQ(program.Wait(), 3);
+}
+
+TEST_F(VoxJobd, LockFileThatCannotBeHadIsNamedInOneLine) {
+  std::filesystem::create_directories(scratch_.Path("var/tmp"));
+  const std::string lock = scratch_.Path("var/tmp") + "/com.veltronix.vox.lpd.lock";
+  std::filesystem::create_symlink("elsewhere", lock);
+  Program program({"--device-port", "0"});
+  const std::string text = program.ReadAll();
+  EXPECT_NE(text.find("com.veltronix.vox.lpd.lock: "), std::string::npos) << text;
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+  EXPECT_EQ(program.Wait(), 9);
+}
+
+// Whoever stops it may go on doing so until it has ended.
+TEST_F(VoxJobd, StormOfStopSignalsIsAsGoodAsOne) {
+  for (int i = 0; i < 20; ++i) {
+    Program program({"--device-port", "0"});
+    program.ReadLine();
+    while (!program.HasEnded()) program.Signal(SIGTERM);
+    EXPECT_EQ(program.Wait(), 0);
+  }
 }
 
 }  // namespace
