@@ -48,6 +48,13 @@ function(vox_stage_headers)
   endforeach()
 endfunction()
 
+# vox_stage_resources lays the resource tables out below the build folder as they are installed, so that a library finds
+# them from where it lies.
+function(vox_stage_resources)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/share)
+  file(CREATE_LINK ${CMAKE_SOURCE_DIR}/Resources ${CMAKE_BINARY_DIR}/share/vox SYMBOLIC)
+endfunction()
+
 # vox_add_test(NAME SOURCES... [LIBS ...] [THREADED] [SERIAL] [TIMEOUT s]): one GoogleTest program; each case is a
 # ctest. THREADED programs are also run under ThreadSanitizer; the thread build leaves the others out.
 function(vox_add_test name)
@@ -103,12 +110,12 @@ function(vox_add_library)
   add_library(vox_jbig_objs OBJECT)
   add_library(vox_objs OBJECT)
   target_link_libraries(vox_jbig_objs PUBLIC vox_options)
-  target_link_libraries(vox_objs PUBLIC vox_options)
+  target_link_libraries(vox_objs PUBLIC vox_options PRIVATE PkgConfig::PLIST)
 
   add_library(vox SHARED $<TARGET_OBJECTS:vox_jbig_objs> $<TARGET_OBJECTS:vox_objs>)
   add_library(Vox::vox ALIAS vox)
   set_target_properties(vox PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  target_link_libraries(vox PRIVATE $<BUILD_INTERFACE:vox_options>)
+  target_link_libraries(vox PRIVATE $<BUILD_INTERFACE:vox_options> $<BUILD_INTERFACE:PkgConfig::PLIST>)
   target_compile_features(vox INTERFACE cxx_std_20)
   target_include_directories(vox INTERFACE $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>
                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
@@ -116,5 +123,5 @@ function(vox_add_library)
   add_library(vox_jbig STATIC $<TARGET_OBJECTS:vox_jbig_objs>)
   target_link_libraries(vox_jbig PUBLIC vox_options)
   add_library(vox_static STATIC $<TARGET_OBJECTS:vox_objs>)
-  target_link_libraries(vox_static PUBLIC vox_options vox_jbig)
+  target_link_libraries(vox_static PUBLIC vox_options vox_jbig PRIVATE PkgConfig::PLIST)
 endfunction()

@@ -8,8 +8,9 @@
 // nothing; of the same key the last one to synchronise wins.
 //
 // The lock is advisory, on the file PATH.lock beside the (real) file, and waited for at most
-// kPreferencesLockWait. A damaged file is kept aside (KeepDamagedFile) and reported to the system
-// log before it is replaced; one that cannot be read is never written over.
+// kPreferencesLockWait; a file system that knows no locks goes without. A damaged file is kept
+// aside (KeepDamagedFile) and reported to the system log before it is replaced; one that cannot be
+// read is never written over.
 //
 // Thread rule: any thread.
 #pragma once
@@ -60,6 +61,7 @@ class VOX_EXPORT PreferencesStore {
   using Changes =
       std::map<std::string, std::optional<PropertyValue>, std::less<>>;  // none: removed
 
+  Dictionary Changed(Dictionary values) const VOX_REQUIRES(mutex_);
   void ReadFirst() const VOX_REQUIRES(mutex_);
   int Load() const VOX_REQUIRES(mutex_);
   int Store() VOX_REQUIRES(mutex_);

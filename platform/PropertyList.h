@@ -3,8 +3,8 @@
 // What comes in may be hostile. Before libplist sees it, its size, the depth of its nesting and
 // the size that it unfolds to (binary lists may name one object many times) are held to the limits
 // below. Text is made fit for XML: what is no UTF-8, and characters that XML cannot hold (NUL and
-// most control characters), become U+FFFD, in keys too; so what was read can always be written and
-// reads back equal.
+// most control characters), become U+FFFD, in keys too; in binary lists text ends at a NUL. So what
+// was read, written and read again is equal.
 //
 // Thread rule: pure functions; any thread, any locale.
 #pragma once

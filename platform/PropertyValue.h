@@ -39,7 +39,7 @@ concept PropertyInteger = std::integral<T> && !std::same_as<T, bool>;
 
 class VOX_EXPORT PropertyValue {
  public:
-  enum class Type { String, Integer, Real, Boolean, Data, Date, Array, Dictionary };
+  enum class Type { kString, kInteger, kReal, kBoolean, kData, kDate, kArray, kDictionary };
 
   PropertyValue(std::string value) : value_(std::move(value)) {}
   PropertyValue(std::string_view value) : value_(std::string(value)) {}
@@ -55,6 +55,13 @@ class VOX_EXPORT PropertyValue {
   PropertyValue(vox::Date value) : value_(value) {}
   PropertyValue(vox::Array value);
   PropertyValue(vox::Dictionary value);
+
+  PropertyValue(const PropertyValue&) = default;
+  PropertyValue(PropertyValue&&) = default;
+  ~PropertyValue() = default;
+  // A value may be set to a part of itself; the copy is made before the former content goes.
+  PropertyValue& operator=(const PropertyValue& other) { return *this = PropertyValue(other); }
+  PropertyValue& operator=(PropertyValue&&) = default;
 
   Type GetType() const;
 
@@ -73,9 +80,10 @@ class VOX_EXPORT PropertyValue {
   // Truth reads a truth value, or a number as different from zero.
   std::optional<bool> Truth() const;
 
-  // The text, array or dictionary in place; null for another type. It lives as long as this value
-  // keeps it.
+  // The text, data, array or dictionary in place; null for another type. It lives until this value
+  // is set or destroyed.
   const std::string* AsString() const { return std::get_if<std::string>(&value_); }
+  const vox::Data* AsData() const { return std::get_if<vox::Data>(&value_); }
   const vox::Array* AsArray() const;
   const vox::Dictionary* AsDictionary() const;
 
