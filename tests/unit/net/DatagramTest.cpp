@@ -13,8 +13,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/UdpPeer.h"
 #include "tests/unit/net/Allocations.h"
+#include "tests/unit/net/Exchange.h"
 
 namespace vox {
 namespace {
@@ -23,38 +23,7 @@ using namespace test;
 
 using std::chrono::milliseconds;
 
-constexpr const char* kHost = "127.0.0.1";
-constexpr const char* kOther = "127.0.0.2";
 constexpr std::uint32_t kShort = 20;  // ms that a second lasts where a time-out is awaited
-
-struct FreePackets {
-  void operator()(packet_data_list* list) const { free_packet_data_list(list); }
-};
-using Packets = std::unique_ptr<packet_data_list, FreePackets>;
-
-const Bytes kQuestion = Hex("01 02 03");
-const Bytes kAnswer = Hex("0A 0B 0C 0D");
-
-Packets Ask(const char* host, std::int32_t seconds = 3) {
-  return Packets(net_send_rev(host, seconds, kQuestion.data(), Size(kQuestion)));
-}
-Packets AskAll(const char* address, std::int32_t seconds = 3) {
-  return Packets(multi_net_send_rev(address, seconds, kQuestion.data(), Size(kQuestion)));
-}
-
-std::vector<Bytes> BytesOf(const Packets& packets) {
-  std::vector<Bytes> all;
-  for (const packet_data_list* at = packets.get(); at; at = at->lpPacketDataListNext) {
-    all.emplace_back(at->lpPacketData->buf, at->lpPacketData->buf + at->lpPacketData->nLen);
-  }
-  return all;
-}
-
-std::string SenderOf(const packet_data& packet) {
-  char text[INET_ADDRSTRLEN];
-  inet_ntop(AF_INET, packet.IPAddress.byAddress, text, sizeof text);
-  return text;
-}
 
 // A pair of sockets: one sends to the other.
 class Line {
@@ -361,87 +330,6 @@ TEST(SendReceive, WithoutMemoryGivesNone) {
   for (const int spared : {0, 1}) {
     const FailingAllocation failing(spared);
     EXPECT_FALSE(Ask(kHost));
-    EXPECT_TRUE(failing.HasFailed());
-  }
-}
-
-// ---- broadcast collection
-
-TEST(Collect, EndsOneQuietTimeOutAfterTheLastAnswer) {
-  const UdpPeer peer([](const Bytes&) {
-    Answers answers;
-    for (std::uint8_t i = 0; i < 5; ++i) {
-      answers.push_back(Answer({i}).From(kOther).After(milliseconds(i == 0 ? 0 : 120)));
-    }
-    return answers;
-  });
-  const NetSettings settings(peer, 400);
-  const Stopwatch watch;
-  const Packets packets = AskAll(kHost, 1);
-  EXPECT_EQ(BytesOf(packets), (std::vector<Bytes>{{0}, {1}, {2}, {3}, {4}}));
-  EXPECT_GE(watch.Elapsed(), milliseconds(4 * 120 + 400));
-}
-
-TEST(Collect, EndsAtTheAnswerOfTheAddressedHost) {
-  const UdpPeer peer([](const Bytes&) {
-    return Answers{Answer(Hex("01")).From(kOther), Answer(kAnswer), Answer(Hex("02")).From(kOther)};
-  });
-  const NetSettings settings(peer, 60000);
-  EXPECT_EQ(BytesOf(AskAll(kHost)), (std::vector<Bytes>{Hex("01"), kAnswer}));
-}
-
-TEST(Collect, BroadcastReachesEverybody) {
-  UdpPeer peer(Always(kAnswer), "0.0.0.0");
-  const NetSettings settings(peer, kShort);
-  const Packets packets = AskAll("127.255.255.255");
-  EXPECT_EQ(BytesOf(packets), std::vector<Bytes>{kAnswer});
-  EXPECT_EQ(peer.Requests(), std::vector<Bytes>{kQuestion});
-}
-
-TEST(Collect, NobodyAnsweringGivesNone) {
-  UdpPeer peer(Silent());
-  const NetSettings settings(peer, kShort);
-  EXPECT_FALSE(AskAll(kHost));
-  EXPECT_EQ(peer.Requests().size(), 1u);
-  EXPECT_FALSE(AskAll(kHost, -1));
-}
-
-TEST(Collect, NamesAreNotLookedUp) {
-  UdpPeer peer(Always(kAnswer));
-  const NetSettings settings(peer, kShort);
-  EXPECT_FALSE(AskAll("localhost"));
-  EXPECT_FALSE(AskAll(nullptr));
-  EXPECT_TRUE(peer.Requests().empty());
-}
-
-TEST(Collect, FailedSendGivesNone) {
-  const NetSettings settings(1, kShort);
-  EXPECT_FALSE(Packets(multi_net_send_rev(kHost, 1, nullptr, 3)));
-}
-
-TEST(Collect, FloodEndsAt4096Datagrams) {
-  const UdpPeer peer([](const Bytes&) { return Answers(64, Answer({7}).From(kOther)); }, kHost, 0,
-                     true);
-  const NetSettings settings(peer);
-  EXPECT_EQ(BytesOf(AskAll(kHost, 1)).size(), 4096u);
-}
-
-TEST(Collect, DripEndsAfter60TimeOuts) {
-  const UdpPeer peer(
-      [](const Bytes&) { return Answers{Answer({7}).From(kOther).After(milliseconds(2))}; }, kHost,
-      0, true);
-  const NetSettings settings(peer, 10);
-  const Stopwatch watch;
-  EXPECT_TRUE(AskAll(kHost, 1));
-  EXPECT_LT(watch.Elapsed(), milliseconds(60 * 10 + 3000));
-}
-
-TEST(Collect, FailedAllocationKeepsWhatWasGathered) {
-  const UdpPeer peer([](const Bytes&) { return Answers(3, Answer({7}).From(kOther)); });
-  const NetSettings settings(peer, 300);
-  for (const int spared : {2, 3}) {
-    const FailingAllocation failing(spared);
-    EXPECT_EQ(BytesOf(AskAll(kHost)).size(), 1u);
     EXPECT_TRUE(failing.HasFailed());
   }
 }

@@ -22,6 +22,7 @@ namespace vox {
 std::atomic<std::uint16_t> udpCommandPort{UDPCMD_PORT};
 std::atomic<std::uint16_t> snmpPort{WNXSNMP_PORT};
 std::atomic<std::uint32_t> netMsPerSecond{1000};
+std::atomic<net_clock> netClock{&std::chrono::steady_clock::now};
 
 namespace {
 
@@ -29,6 +30,10 @@ using steady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::int64_t LONGEST_WAIT = 86400;  // seconds; keeps sums of deadlines far from overflow
+
+steady::time_point now() {
+  return netClock.load()();
+}
 
 milliseconds in_time(std::int64_t seconds) {
   return milliseconds(std::min(seconds, LONGEST_WAIT) * netMsPerSecond.load());
@@ -43,7 +48,7 @@ thread_local milliseconds interrupt_grace{0};
 int wait_until(int sock, steady::time_point deadline) {
   int hurry_fd = interrupt_fd;
   for (;;) {
-    const auto left = std::chrono::ceil<milliseconds>(deadline - steady::now());
+    const auto left = std::chrono::ceil<milliseconds>(deadline - now());
     pollfd entries[] = {{sock, POLLIN, 0}, {hurry_fd, POLLIN, 0}};
     const int ready = ::poll(entries, 2, static_cast<int>(std::max(left, milliseconds(0)).count()));
     if (ready < 0 && errno == EINTR) continue;
@@ -51,7 +56,7 @@ int wait_until(int sock, steady::time_point deadline) {
     if (entries[0].revents != 0) return 1;
     if (entries[1].revents != 0) {
       hurry_fd = -1;
-      deadline = std::min(deadline, steady::now() + interrupt_grace);
+      deadline = std::min(deadline, now() + interrupt_grace);
       continue;
     }
     return hurry_fd == interrupt_fd ? 0 : -1;
@@ -177,9 +182,9 @@ list_owner receive_element(int sock, steady::time_point deadline) {
 packet_data_list* collect(int sock, in_addr address, milliseconds wait) {
   packet_data_list* list = nullptr;
   packet_data_list** tail = &list;
-  const auto last = steady::now() + wait * NET_COLLECT_TIMEOUTS;
-  for (std::int32_t count = 0; count < NET_COLLECT_MAX && steady::now() <= last; ++count) {
-    *tail = receive_element(sock, steady::now() + wait).release();
+  const auto last = now() + wait * NET_COLLECT_TIMEOUTS;
+  for (std::int32_t count = 0; count < NET_COLLECT_MAX && now() <= last; ++count) {
+    *tail = receive_element(sock, now() + wait).release();
     if (!*tail) break;
     if ((*tail)->lpPacketData->IPAddress.ulAddress == address.s_addr) break;
     tail = &(*tail)->lpPacketDataListNext;
@@ -230,7 +235,7 @@ std::int32_t net_select(int sock, std::int32_t seconds) {
 
 std::int32_t readable_timeo(int sock, std::int32_t seconds) {
   if (sock < 0 || seconds < 0) return -1;
-  return wait_until(sock, steady::now() + in_time(seconds));
+  return wait_until(sock, now() + in_time(seconds));
 }
 
 std::int32_t recvfrom_timeo(int sock, void* buffer, std::int32_t length, int flags,
@@ -238,7 +243,7 @@ std::int32_t recvfrom_timeo(int sock, void* buffer, std::int32_t length, int fla
                             void* /*reserved*/) {
   if (sock < 0 || length < 0 || seconds < 0) return NET_FAILED;
   const receive_buffer to{buffer, length, flags, sender, sender_length};
-  if (seconds > 0) return receive_until(sock, to, steady::now() + in_time(seconds));
+  if (seconds > 0) return receive_until(sock, to, now() + in_time(seconds));
   for (;;) {
     const std::int32_t got = receive(sock, to, 0);
     if (got >= 0 || errno != EINTR) return got;
@@ -271,7 +276,7 @@ packet_data_list* net_send_rev(const char* host, std::int32_t seconds, const std
   if (seconds < 0) return nullptr;
   const FileDescriptor sock = send_request(host, snmpPort, bytes, length);
   if (!sock) return nullptr;
-  return receive_element(sock.Get(), steady::now() + in_time(seconds)).release();
+  return receive_element(sock.Get(), now() + in_time(seconds)).release();
 }
 
 packet_data_list* multi_net_send_rev(const char* address, std::int32_t seconds,

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -28,6 +29,10 @@ VOX_EXPORT extern std::atomic<std::uint16_t> snmpPort;
 // How long a second of this layer lasts, in milliseconds, initially 1000. Only tests of time-outs
 // shorten it.
 extern std::atomic<std::uint32_t> netMsPerSecond;
+
+// The clock that time-outs are counted on, initially steady_clock's. Only tests of them replace it.
+using net_clock = std::chrono::steady_clock::time_point (*)();
+extern std::atomic<net_clock> netClock;
 
 // NetInterrupt lets another thread hurry this thread's exchanges while it lives: once the
 // descriptor is readable, a wait ends after nGraceMs at the latest, and fails then (-1), so that no
