@@ -21,6 +21,12 @@ using PduOwner = std::unique_ptr<snmp_pdu, FreePdu>;
 using Arcs = std::vector<std::uint32_t>;
 
 inline const Arcs kSysName = {1, 3, 6, 1, 2, 1, 1, 5, 0};
+inline const Arcs kIso3 = {1, 3};  // one octet on the wire
+
+// GetRequest of sysName, community "public", request-id 1.
+inline const Bytes kGetRequest =
+    Hex("30 82 00 28 02 01 00 04 06 70 75 62 6C 69 63 A0 1B 02 01 01 02 01 00 02 01 00 "
+        "30 10 30 82 00 0C 06 08 2B 06 01 02 01 01 05 00 05 00");
 
 inline PduOwner Parse(const Bytes& message, std::uint32_t sender = 0) {
   // An exact-size heap block lets the sanitizers see any read past the message.
@@ -97,6 +103,21 @@ class Message {
   std::deque<snmp_val_list> bindings_;
 };
 
+struct FreeSimple {
+  void operator()(snmp_simple_pdu* pdu) const { WNXSNMP_FreeSnmpSimplePdu(1, pdu); }
+};
+using SimpleOwner = std::unique_ptr<snmp_simple_pdu, FreeSimple>;
+
+// Asking gives a flat record of one value.
+inline SimpleOwner Asking(const std::string& oid, const std::string& community = "",
+                          std::uint8_t command = 0xA0) {
+  SimpleOwner simple(WNXSNMP_MallocSnmpSimplePdu(1, 1));
+  simple->byCommand = command;
+  std::strcpy(simple->szComName, community.c_str());
+  std::strcpy(simple->lpSnmpSimpleVal[0].szOid, oid.c_str());
+  return simple;
+}
+
 // ---- by hand
 
 inline Bytes Item(std::uint8_t tag, const Bytes& contents) {
@@ -129,5 +150,8 @@ inline Bytes Response(const Bytes& bindings, std::uint8_t status = 0, std::uint8
 inline Bytes NameResponse(const std::string& name) {
   return Response(BindingItem(kSysNameItem, Item(0x04, Text(name))));
 }
+// An answer whose OID, as text, is longer than a flat record holds.
+inline const Bytes kLongOidResponse =
+    Response(BindingItem(Item(0x06, Bytes{0x2B} + Bytes(130, 0x7F)), Hex("04 01 61")));
 
 }  // namespace vox::test

@@ -133,15 +133,12 @@ TEST_F(NetSnmpAgent, TellsItsName) {
 }
 
 TEST_F(NetSnmpAgent, AnswersTheCollection) {
-  snmp_simple_pdu* const request = WNXSNMP_MallocSnmpSimplePdu(1, 1);
+  const SimpleOwner request = Asking(kObjects + ".3", "", WNXSNMP_PDU_GETNEXT);
   snmp_simple_pdu* const answers = WNXSNMP_MallocSnmpSimplePdu(4, 1);
-  request->byCommand = WNXSNMP_PDU_GETNEXT;
-  std::strcpy(request->lpSnmpSimpleVal[0].szOid, (kObjects + ".3").c_str());
   std::int32_t count = 0;
-  EXPECT_EQ(multi_snmp_request_simple(kHost, 1, request, answers, 4, &count), 0);
+  EXPECT_EQ(multi_snmp_request_simple(kHost, 1, request.get(), answers, 4, &count), 0);
   EXPECT_EQ(count, 1);
   EXPECT_EQ(answers[0].lpSnmpSimpleVal[0].szOid, kObjects + ".3.0");
-  WNXSNMP_FreeSnmpSimplePdu(1, request);
   WNXSNMP_FreeSnmpSimplePdu(4, answers);
 }
 

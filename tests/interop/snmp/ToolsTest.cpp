@@ -46,17 +46,13 @@ const char* const kWalk =
 // OurMessage builds the request that a tool sent from a flat record, with the tool's request-id.
 Bytes OurMessage(std::uint8_t command, const std::string& community, const std::string& oid,
                  std::uint8_t tag, const Bytes& value, std::int32_t id) {
-  snmp_simple_pdu* const simple = WNXSNMP_MallocSnmpSimplePdu(1, 1);
-  simple->byCommand = command;
-  std::strcpy(simple->szComName, community.c_str());
-  std::strcpy(simple->lpSnmpSimpleVal[0].szOid, oid.c_str());
+  const SimpleOwner simple = Asking(oid, community, command);
   simple->lpSnmpSimpleVal[0].byDataType = tag;
   simple->lpSnmpSimpleVal[0].nValSize = Size(value);
   if (!value.empty()) {
     std::memcpy(simple->lpSnmpSimpleVal[0].SnmpValBuf, value.data(), value.size());
   }
-  const PduOwner pdu(snmp_simple2standard(simple));
-  WNXSNMP_FreeSnmpSimplePdu(1, simple);
+  const PduOwner pdu(snmp_simple2standard(simple.get()));
   Bytes message(1536);
   std::int32_t length = Size(message);
   if (!pdu) return {};

@@ -320,7 +320,7 @@ TEST(SendReceive, SilenceGivesNoneWithoutRetry) {
   const Stopwatch watch;
   EXPECT_FALSE(Ask(kHost));
   EXPECT_GE(watch.Elapsed(), milliseconds(3 * kShort));
-  EXPECT_EQ(peer.Requests().size(), 1u);
+  EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
   EXPECT_FALSE(Ask(kHost, -1));
 }
 

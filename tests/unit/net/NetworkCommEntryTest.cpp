@@ -18,9 +18,6 @@ constexpr const char* kHost = "127.0.0.1";
 constexpr const char* kNameOid = "1.3.6.1.2.1.1.5.0";
 constexpr std::uint32_t kShort = 30;
 
-const Bytes kLongOidResponse =
-    Response(BindingItem(Item(0x06, Bytes{0x2B} + Bytes(130, 0x7F)), Hex("04 01 61")));
-
 // Request is a get or set record with a heap block of exactly `capacity` bytes.
 struct Request {
   explicit Request(std::size_t capacity, const char* oid = kNameOid) : data(capacity, 0xEE) {
@@ -146,7 +143,7 @@ TEST(Get, SilenceFailsAfterOneTimeOutWithoutRetry) {
   const Stopwatch watch;
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), -1);
   EXPECT_GE(watch.Elapsed(), std::chrono::milliseconds(3 * kShort));
-  EXPECT_EQ(peer.Requests().size(), 1u);
+  EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
 }
 
 TEST(Get, TextsThatDoNotFitAreRefusedUnsent) {

@@ -15,20 +15,6 @@ namespace {
 
 using namespace test;
 
-struct FreeSimple {
-  void operator()(snmp_simple_pdu* pdu) const { WNXSNMP_FreeSnmpSimplePdu(1, pdu); }
-};
-using SimpleOwner = std::unique_ptr<snmp_simple_pdu, FreeSimple>;
-
-// Asking gives a GetRequest record of one value.
-SimpleOwner Asking(const std::string& oid, const std::string& community = "") {
-  SimpleOwner simple(WNXSNMP_MallocSnmpSimplePdu(1, 1));
-  simple->byCommand = 0xA0;
-  std::strcpy(simple->szComName, community.c_str());
-  std::strcpy(simple->lpSnmpSimpleVal[0].szOid, oid.c_str());
-  return simple;
-}
-
 PduOwner ToStandard(const SimpleOwner& simple) {
   return PduOwner(snmp_simple2standard(simple.get()));
 }

@@ -13,20 +13,13 @@ namespace {
 
 using namespace test;
 
-// GetRequest of sysName, community "public", request-id 1.
-const char* const kGetRequest =
-    "30 82 00 28 02 01 00 04 06 70 75 62 6C 69 63 A0 1B 02 01 01 02 01 00 02 01 00 "
-    "30 10 30 82 00 0C 06 08 2B 06 01 02 01 01 05 00 05 00";
-
-const Arcs kShort = {1, 3};  // one octet on the wire
-
 Bytes ValueOf(const snmp_val_list& binding) {
   const std::uint8_t* bytes = binding.uniVal.pbyData;
   return bytes ? Bytes(bytes, bytes + binding.nValSize) : Bytes{};
 }
 
 TEST(SnmpParse, GetRequest) {
-  const PduOwner pdu = Parse(Hex(kGetRequest), 0x0100007F);
+  const PduOwner pdu = Parse(kGetRequest, 0x0100007F);
   ASSERT_TRUE(pdu);
   EXPECT_EQ(pdu->nVersion, 0);
   EXPECT_EQ(pdu->IPAddress.ulAddress, 0x0100007Fu);
@@ -49,13 +42,13 @@ TEST(SnmpParse, WhatWasBuiltComesBack) {
   built.Id(-70000)
       .Binding(kSysName, 0x04, Text("a name"))
       .Binding({1, 3, 127, 4294967295u}, 0x02, Memory<std::int32_t>(-5))
-      .Binding(kShort, 0x06, MemoryOf({1, 3, 6, 1, 32473}))
-      .Binding(kShort, 0x40, {10, 1, 2, 3})
-      .Binding(kShort, 0x41, Memory<std::uint32_t>(0xFF7FFFFF))
-      .Binding(kShort, 0x42, Memory<std::uint32_t>(0x80000000))
-      .Binding(kShort, 0x43, Memory<std::uint32_t>(0))
-      .Binding(kShort, 0x04)
-      .Binding(kShort, 0x05);
+      .Binding(kIso3, 0x06, MemoryOf({1, 3, 6, 1, 32473}))
+      .Binding(kIso3, 0x40, {10, 1, 2, 3})
+      .Binding(kIso3, 0x41, Memory<std::uint32_t>(0xFF7FFFFF))
+      .Binding(kIso3, 0x42, Memory<std::uint32_t>(0x80000000))
+      .Binding(kIso3, 0x43, Memory<std::uint32_t>(0))
+      .Binding(kIso3, 0x04)
+      .Binding(kIso3, 0x05);
   built.Record().nErrStat = 5;
   built.Record().nErrIndex = 2;
   const PduOwner pdu = Parse(built.Built());
@@ -147,7 +140,7 @@ TEST(SnmpParse, ArcsBeyond128AreDropped) {
 }
 
 TEST(SnmpParse, BytesBehindTheMessageAreIgnored) {
-  EXPECT_TRUE(Parse(Hex(kGetRequest) + Hex("DE AD")));
+  EXPECT_TRUE(Parse(kGetRequest + Hex("DE AD")));
 }
 
 TEST(SnmpParse, MalformedGivesNone) {
@@ -198,7 +191,7 @@ TEST(SnmpParse, MalformedGivesNone) {
 }
 
 TEST(SnmpParse, EveryTruncationGivesNone) {
-  const Bytes message = Hex(kGetRequest);
+  const Bytes message = kGetRequest;
   for (std::size_t length = 0; length < message.size(); ++length) {
     const Bytes cut(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(length));
     EXPECT_FALSE(Parse(cut)) << length;
@@ -207,7 +200,7 @@ TEST(SnmpParse, EveryTruncationGivesNone) {
 
 // Whatever one wrong byte does to a message, it is refused or makes a record that can be walked.
 TEST(SnmpParse, EveryChangeOfOneByteIsSafe) {
-  const Bytes message = Hex(kGetRequest);
+  const Bytes message = kGetRequest;
   int parsed = 0;
   for (std::size_t at = 0; at < message.size(); ++at) {
     for (int value = 0; value < 256; ++value) {
@@ -229,8 +222,8 @@ TEST(SnmpParse, EveryChangeOfOneByteIsSafe) {
 TEST(SnmpParse, EveryFailedAllocationGivesNone) {
   Message built(0xA2);
   built.Binding(kSysName, 0x04, Text("name"))
-      .Binding(kShort, 0x06, MemoryOf({1, 3, 6}))
-      .Binding(kShort, 0x42, Memory<std::uint32_t>(1));
+      .Binding(kIso3, 0x06, MemoryOf({1, 3, 6}))
+      .Binding(kIso3, 0x42, Memory<std::uint32_t>(1));
   const Bytes message = built.Built();
   int failures = 0;
   for (;; ++failures) {

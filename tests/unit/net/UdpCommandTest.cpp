@@ -73,14 +73,15 @@ struct ResponseRecord {
   _tagUDPCMD record{0, 0, 0, 0, param.data()};
 };
 
-// Ask sends an empty command to a peer with that script.
+// Ask sends an empty command to a peer with that script. *attempts: how many to wait for in, how
+// many there were out.
 std::int32_t Ask(UdpPeer::Script script, ResponseRecord* response, std::size_t* attempts = nullptr,
                  std::uint32_t ms_per_second = 1000) {
   UdpPeer peer(std::move(script));
   const NetSettings settings(peer, ms_per_second);
   const Command command;
   const std::int32_t result = UdpCommandSendResponse(kHost, &command.record, &response->record);
-  if (attempts) *attempts = peer.Requests().size();
+  if (attempts) *attempts = peer.AwaitRequests(*attempts).size();
   return result;
 }
 
@@ -254,7 +255,7 @@ TEST(CommandPort, ZeroMeans3892) {
 
 TEST(CommandResponse, AnswerWithTheSameIdIsTaken) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 1;
   EXPECT_EQ(Ask(Answering(28, 8), &response, &attempts), 0);
   EXPECT_EQ(attempts, 1u);
   EXPECT_EQ(response.record.command, kAccepted);
@@ -277,7 +278,7 @@ TEST(CommandResponse, ParametersWithoutABufferAreTooMuch) {
 
 TEST(CommandResponse, SilenceIsAskedThreeTimes) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 3;
   const Stopwatch watch;
   EXPECT_EQ(Ask(Silent(), &response, &attempts, kShort), -101);
   EXPECT_EQ(attempts, 3u);
@@ -299,14 +300,14 @@ TEST(CommandResponse, EveryAttemptIsTheSamePacket) {
 
 TEST(CommandResponse, LaterAttemptSucceeds) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 3;
   EXPECT_EQ(Ask(InTurn({Silent(), Silent(), Answering(20)}), &response, &attempts, 100), 0);
   EXPECT_EQ(attempts, 3u);
 }
 
 TEST(CommandResponse, StrayAnswersCountAsTimeOuts) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 3;
   EXPECT_EQ(Ask(Answering(20, 0, 1), &response, &attempts), -101);
   EXPECT_EQ(attempts, 3u);
 }
@@ -314,7 +315,7 @@ TEST(CommandResponse, StrayAnswersCountAsTimeOuts) {
 // The capacity is set once: a stray answer shrinks it for the attempts that follow.
 TEST(CommandResponse, AnswerLongerThanAStrayOneFails) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 2;
   EXPECT_EQ(Ask(InTurn({Answering(24, 0, 1), Answering(28)}), &response, &attempts), -1);
   EXPECT_EQ(attempts, 2u);
 }
@@ -327,21 +328,21 @@ TEST(CommandResponse, AnswerNoLongerThanAStrayOneIsTaken) {
 
 TEST(CommandResponse, EmptyStrayAnswerEndsTheAttempts) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 1;
   EXPECT_EQ(Ask(InTurn({Always({}), Answering(20)}), &response, &attempts), -1);
   EXPECT_EQ(attempts, 1u) << "the second attempt has no room for any answer";
 }
 
 TEST(CommandResponse, TooShortToCarryAnIdIsStray) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 3;
   EXPECT_EQ(Ask(Always(Hex("4D 46 50 50")), &response, &attempts), -101);
   EXPECT_EQ(attempts, 3u);
 }
 
 TEST(CommandResponse, AnswerThatEndsInItsHeaderIsMalformed) {
   ResponseRecord response;
-  std::size_t attempts = 0;
+  std::size_t attempts = 1;
   EXPECT_EQ(Ask(Answering(16), &response, &attempts), -1);
   EXPECT_EQ(attempts, 1u);
 }
