@@ -17,6 +17,7 @@ namespace vox {
 namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
+static_assert(sizeof(off_t) == 8, "a page may be larger than 2 GiB");
 
 std::string path_in(std::string folder, const char* leaf) {
   if (folder.empty() || folder.back() != '/') folder += '/';

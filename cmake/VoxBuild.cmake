@@ -12,6 +12,10 @@ target_compile_options(vox_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
   -Wcast-align -Wcast-qual -Wimplicit-fallthrough -Wunused -Wformat=2 -Werror
   -ffp-contract=off)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Kept pages pass 2 GiB; 64-bit hosts have no other size of offset.
+  target_compile_definitions(vox_options INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 target_include_directories(vox_options INTERFACE ${CMAKE_BINARY_DIR}/include ${CMAKE_SOURCE_DIR})
 target_link_libraries(vox_options INTERFACE Threads::Threads)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
