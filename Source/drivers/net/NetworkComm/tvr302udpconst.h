@@ -1,5 +1,5 @@
-// The numbers of the device's UDP command protocol, of the datagram layer's limits, and the result
-// codes of its calls.
+// The layout and numbers of the device's UDP command protocol, the datagram layer's limits, and the
+// result codes of its calls.
 #pragma once
 
 #include <cstddef>
@@ -7,16 +7,41 @@
 
 namespace vox {
 
-// The packet: a header of 20 bytes, then the parameters. Offsets in bytes.
+// tagUDPCMDPACKHEADER is the header of a packet as it lies on the wire, numbers with their high
+// byte first; the parameters follow. Packets are written and read byte by byte at its offsets.
+struct tagUDPCMDPACKHEADER {
+  char packetCode[4];    // "MFPP"
+  char majorVersion[2];  // "02"
+  char minorVersion[2];  // "00"
+  char modelCode[4];     // "ML01"
+  std::uint16_t sequenceId;
+  std::uint8_t appCode;
+  std::uint8_t cmdCode;    // command, or the code of an answer
+  std::uint8_t paramSize;  // low byte of the number of parameter bytes
+  std::uint8_t Clipher;
+  std::uint16_t Reserve;  // 0
+};
+static_assert(sizeof(tagUDPCMDPACKHEADER) == 20);
+static_assert(offsetof(tagUDPCMDPACKHEADER, majorVersion) == 4);
+static_assert(offsetof(tagUDPCMDPACKHEADER, minorVersion) == 6);
+static_assert(offsetof(tagUDPCMDPACKHEADER, modelCode) == 8);
+static_assert(offsetof(tagUDPCMDPACKHEADER, sequenceId) == 12);
+static_assert(offsetof(tagUDPCMDPACKHEADER, appCode) == 14);
+static_assert(offsetof(tagUDPCMDPACKHEADER, cmdCode) == 15);
+static_assert(offsetof(tagUDPCMDPACKHEADER, paramSize) == 16);
+static_assert(offsetof(tagUDPCMDPACKHEADER, Clipher) == 17);
+static_assert(offsetof(tagUDPCMDPACKHEADER, Reserve) == 18);
+
 constexpr char UDPCMD_SIGNATURE[] = "MFPP0200ML01";  // packetCode, versions and modelCode
-constexpr std::size_t UDPCMD_SIGNATURE_SIZE = 12;
-constexpr std::size_t UDPCMD_AT_SEQUENCE = 12;  // two bytes, high one first
-constexpr std::size_t UDPCMD_AT_APPCODE = 14;
-constexpr std::size_t UDPCMD_AT_COMMAND = 15;
-constexpr std::size_t UDPCMD_AT_PARAMSIZE = 16;  // low byte of the size
-constexpr std::size_t UDPCMD_AT_CLIPHER = 17;
-constexpr std::size_t UDPCMD_AT_RESERVE = 18;  // two zero bytes
-constexpr std::size_t UDPCMD_HEADER_SIZE = 20;
+constexpr std::size_t UDPCMD_SIGNATURE_SIZE = sizeof UDPCMD_SIGNATURE - 1;
+constexpr std::size_t UDPCMD_AT_SEQUENCE = offsetof(tagUDPCMDPACKHEADER, sequenceId);
+constexpr std::size_t UDPCMD_AT_APPCODE = offsetof(tagUDPCMDPACKHEADER, appCode);
+constexpr std::size_t UDPCMD_AT_COMMAND = offsetof(tagUDPCMDPACKHEADER, cmdCode);
+constexpr std::size_t UDPCMD_AT_PARAMSIZE = offsetof(tagUDPCMDPACKHEADER, paramSize);
+constexpr std::size_t UDPCMD_AT_CLIPHER = offsetof(tagUDPCMDPACKHEADER, Clipher);
+constexpr std::size_t UDPCMD_AT_RESERVE = offsetof(tagUDPCMDPACKHEADER, Reserve);
+constexpr std::size_t UDPCMD_HEADER_SIZE = sizeof(tagUDPCMDPACKHEADER);
+static_assert(UDPCMD_SIGNATURE_SIZE == UDPCMD_AT_SEQUENCE);
 
 constexpr std::uint16_t UDPCMD_PORT = 3892;
 constexpr int UDPCMD_ATTEMPTS = 3;
