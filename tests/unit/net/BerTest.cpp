@@ -157,6 +157,52 @@ TEST(Sequence, AlwaysFourBytes) {
   }
 }
 
+TEST(Sequence, LengthOutsideTwoOctetsIsRefused) {
+  Bytes buffer(8);
+  for (const std::int32_t length : {65536, -1}) {
+    std::int32_t left = Size(buffer);
+    EXPECT_EQ(asn_build_sequence(buffer.data(), &left, 0x30, length), nullptr) << length;
+    EXPECT_EQ(left, Size(buffer));
+    EXPECT_EQ(asn_build_header(buffer.data(), &left, 0x30, length), nullptr) << length;
+    EXPECT_EQ(left, Size(buffer));
+  }
+}
+
+// The tag is the caller's affair: a builder writes the one it is given, a parser tells what it met.
+TEST(Tag, IsWrittenAsGivenAndReadAsMet) {
+  const std::int32_t number = 5;
+  const std::uint32_t count = 5, arcs[] = {1, 3};
+  const std::uint8_t text[] = {0x41};
+  const std::pair<Builder, const char*> builders[] = {
+      {[&](auto* at, auto* left) { return asn_build_header(at, left, 0x87, 0); }, "87 00"},
+      {[&](auto* at, auto* left) { return asn_build_sequence(at, left, 0x87, 0); }, "87 82 00 00"},
+      {[&](auto* at, auto* left) { return asn_build_int(at, left, 0x87, &number, kInt); },
+       "87 01 05"},
+      {[&](auto* at, auto* left) { return asn_build_unsigned_int(at, left, 0x87, &count, kInt); },
+       "87 01 05"},
+      {[&](auto* at, auto* left) { return asn_build_string(at, left, 0x87, text, 1); }, "87 01 41"},
+      {[&](auto* at, auto* left) { return asn_build_oid(at, left, 0x87, arcs, 2); }, "87 01 2B"},
+      {[&](auto* at, auto* left) { return asn_build_null(at, left, 0x87); }, "87 00"},
+  };
+  for (const auto& [builder, hex] : builders) EXPECT_EQ(Built(builder), hex);
+
+  const Bytes item = Hex("87 01 05"), empty = Hex("87 00");
+  std::int32_t left = 0, value = 0, room = 1;
+  std::uint32_t large = 0;
+  std::uint8_t byte = 0, tag = 0;
+  const auto met = [&](const Bytes& from, const auto& parse) {
+    left = Size(from);
+    tag = 0;
+    EXPECT_EQ(parse(from.data()), from.data() + from.size());
+    EXPECT_EQ(tag, 0x87);
+  };
+  met(item, [&](auto* at) { return asn_parse_int(at, &left, &tag, &value, kInt); });
+  met(item, [&](auto* at) { return asn_parse_unsigned_int(at, &left, &tag, &large, kInt); });
+  met(item, [&](auto* at) { return asn_parse_string(at, &left, &tag, &byte, &room); });
+  met(item, [&](auto* at) { return asn_parse_oid(at, &left, &tag, &large, &room); });
+  met(empty, [&](auto* at) { return asn_parse_null(at, &left, &tag); });
+}
+
 // ---- numbers
 
 struct IntVector {

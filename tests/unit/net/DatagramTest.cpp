@@ -2,7 +2,8 @@
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 
 #include <cstring>
-#include <memory>
+#include <filesystem>
+#include <iterator>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -160,6 +161,19 @@ TEST(Wait, DescriptorsBeyond1024Work) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &was), 0);
 }
 
+TEST(Wait, LongestTimeOutIsNoShortOne) {
+  const Line line;
+  // In milliseconds, cut to 32 bits, this would be 8.
+  constexpr std::int32_t seconds = 115964117;
+  std::thread late([&] {
+    pollfd nothing{-1, 0, 0};
+    poll(&nothing, 1, 30);
+    line.Send(kAnswer);
+  });
+  EXPECT_EQ(readable_timeo(line.receiver, seconds), 1);
+  late.join();
+}
+
 TEST(Receive, GivesTheBytesAndTheSender) {
   const Line line;
   line.Send(kAnswer);
@@ -264,6 +278,16 @@ TEST(UdpSendReceive, LargerAnswerFailsWithAClearedBuffer) {
   EXPECT_EQ(ToHex(reply.buffer), "00 00 00");
 }
 
+TEST(UdpSendReceive, LongDatagramIsCutAt1536Bytes) {
+  const UdpPeer peer(Always(Bytes(2000, 0x55)));
+  const NetSettings settings(peer);
+  const Reply whole = SendReceive(1536);
+  EXPECT_EQ(whole.result, 0);
+  EXPECT_EQ(whole.length, 1536);
+  EXPECT_EQ(whole.buffer, Bytes(1536, 0x55));
+  EXPECT_EQ(SendReceive(1535).result, -1);
+}
+
 TEST(UdpSendReceive, SilenceIsATimeOutAndLeavesTheBuffer) {
   const UdpPeer peer(Silent());
   const NetSettings settings(peer, kShort);
@@ -332,6 +356,31 @@ TEST(SendReceive, WithoutMemoryGivesNone) {
     EXPECT_FALSE(Ask(kHost));
     EXPECT_TRUE(failing.HasFailed());
   }
+}
+
+// ---- what a call leaves behind
+
+std::ptrdiff_t OpenDescriptors() {
+  const std::filesystem::directory_iterator folder("/proc/self/fd");
+  return std::distance(begin(folder), end(folder));
+}
+
+TEST(Call, LeavesNoSocketOpen) {
+  const UdpPeer answering(Always(kAnswer)), silent(Silent());
+  std::uint8_t reply[2];
+  std::int32_t length = sizeof reply;
+  const std::ptrdiff_t before = OpenDescriptors();
+  for (const UdpPeer* peer : {&answering, &silent}) {
+    const NetSettings settings(*peer, 1);
+    for (const char* host : {kHost, "255.255.255.255", ""}) {
+      udp_send(host, 3, kQuestion.data(), Size(kQuestion));
+      udp_send_rev(host, 3, kQuestion.data(), Size(kQuestion), reply, &length);
+      Ask(host);
+    }
+    AskAll(kHost);
+    AskAll("");
+  }
+  EXPECT_EQ(OpenDescriptors(), before);
 }
 
 }  // namespace

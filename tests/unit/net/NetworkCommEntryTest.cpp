@@ -8,6 +8,7 @@
 #include "tests/support/SnmpMessage.h"
 #include "tests/support/UdpPeer.h"
 #include "tests/unit/net/Allocations.h"
+#include "vox/platform/SystemLog.h"
 
 namespace vox {
 namespace {
@@ -76,6 +77,22 @@ TEST(Get, CommunityIsSent) {
   EXPECT_STREQ(Asked(&peer)->pcComName, "private");
 }
 
+TEST(GetNext, CommunityIsSent) {
+  UdpPeer peer(Always(NameResponse("n")));
+  const NetSettings settings(peer);
+  NextRequest next;
+  EXPECT_EQ(SnmpGetNext(kHost, "private", &next.record), 0);
+  EXPECT_STREQ(Asked(&peer)->pcComName, "private");
+}
+
+TEST(Set, CommunityIsSent) {
+  UdpPeer peer(Always(Response({})));
+  const NetSettings settings(peer);
+  const Request request(0x04, Text("n"));
+  EXPECT_EQ(SnmpSet(kHost, "private", &request.record), 0);
+  EXPECT_STREQ(Asked(&peer)->pcComName, "private");
+}
+
 TEST(Get, EmptyCommunityIsTheDefault) {
   UdpPeer peer(Always(NameResponse("n")));
   const NetSettings settings(peer);
@@ -125,6 +142,16 @@ TEST(Get, ErrorStatusFails) {
   const NetSettings settings(peer);
   Request request(4);
   EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), -1);
+}
+
+TEST(Get, ErrorIndexAloneIsNoFailure) {
+  const Bytes value = Item(0x04, Text("n"));
+  const UdpPeer peer(Always(Response(BindingItem(kSysNameItem, value), 0, 1)));
+  const NetSettings settings(peer);
+  Request request(4);
+  EXPECT_EQ(SnmpGet(kHost, nullptr, &request.record), 0);
+  NextRequest next;
+  EXPECT_EQ(SnmpGetNext(kHost, nullptr, &next.record), 0);
 }
 
 TEST(Get, AnswerWithoutAValue) {
@@ -198,6 +225,49 @@ TEST(Get, FromSeveralThreadsAtOnce) {
     });
   }
   for (std::thread& thread : threads) thread.join();
+}
+
+// ---- every call
+
+// Silence keeps what the library prints and logs.
+class Silence {
+ public:
+  Silence() {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    before_ = SetSystemLogSink([this](const std::string& line) { logged_ += line; });
+  }
+  ~Silence() {
+    SetSystemLogSink(before_);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(logged_, "");
+  }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+
+ private:
+  std::string logged_;
+  SystemLogSink before_;
+};
+
+TEST(Calls, FailInSilence) {
+  for (const Bytes& answer :
+       {Bytes{}, Hex("30 03 02 01"), kLongOidResponse, Response({}), Response({}, 2, 1)}) {
+    const UdpPeer peer(answer.empty() ? Silent() : Always(answer));
+    const NetSettings settings(peer, 5);
+    const Silence silence;
+    Request request(4);
+    EXPECT_NE(SnmpGet(kHost, nullptr, &request.record), 0);
+    EXPECT_NE(SnmpGet("", nullptr, &request.record), 0);
+    NextRequest next(".1");
+    EXPECT_NE(SnmpGetNext(kHost, nullptr, &next.record), 0);
+    const Request number(0x02, Bytes(3));
+    EXPECT_NE(SnmpSet(kHost, nullptr, &number.record), 0);
+    _tagUDPCMD command{}, response{};
+    EXPECT_NE(UdpCommandSendResponse(kHost, &command, &response), 0);
+    EXPECT_NE(UdpCommandSend("", 0, &command), 0);
+  }
 }
 
 // ---- SnmpGetNext
@@ -300,6 +370,14 @@ TEST(Set, StatusAndIndexMustBothBeZero) {
     const Request request(0x02, Memory<std::int32_t>(1));
     EXPECT_EQ(SnmpSet(kHost, nullptr, &request.record), -1) << int{status} << " " << int{index};
   }
+}
+
+TEST(Set, SilenceFailsWithoutRetry) {
+  UdpPeer peer(Silent());
+  const NetSettings settings(peer, kShort);
+  const Request request(0x04, Text("n"));
+  EXPECT_EQ(SnmpSet(kHost, nullptr, &request.record), -1);
+  EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
 }
 
 TEST(Set, SizesThatCannotBeSentAreRefused) {

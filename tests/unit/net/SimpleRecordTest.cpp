@@ -174,9 +174,14 @@ TEST(ToStandard, SizeOutsideTheBufferIsRefused) {
 TEST(ToStandard, TextThatIsNoOidIsRefused) {
   EXPECT_FALSE(ToStandard(Asking("")));
   EXPECT_FALSE(ToStandard(Asking(".1.3")));
-  std::string arcs_129 = "1";
-  for (int i = 1; i < 129; ++i) arcs_129 += i < 127 ? ".1" : "";
-  EXPECT_TRUE(ToStandard(Asking(arcs_129))) << "127 arcs are 253 characters";
+}
+
+TEST(ToStandard, OidOf128ArcsIsTheLongest) {
+  std::string text = "1";
+  while (text.size() < 255) text += ".1";
+  const PduOwner pdu = ToStandard(Asking(text));
+  ASSERT_TRUE(pdu);
+  EXPECT_EQ(pdu->lpSnmpValList->nOidLen, 128);
 }
 
 TEST(ToStandard, OidWithoutItsNulEndsWithItsField) {
@@ -185,6 +190,19 @@ TEST(ToStandard, OidWithoutItsNulEndsWithItsField) {
   const PduOwner pdu = ToStandard(simple);
   ASSERT_TRUE(pdu);
   EXPECT_EQ(pdu->lpSnmpValList->nOidLen, 1);
+}
+
+// An empty community is built as "public", not only shown as that.
+TEST(ToStandard, EmptyCommunityIsBuiltAsTheDefault) {
+  const SimpleOwner simple = Asking("1.3.6.1.2.1.1.5.0");
+  const PduOwner pdu = ToStandard(simple);
+  ASSERT_TRUE(pdu);
+  pdu->nReqID = 1;
+  Bytes message(1536);
+  std::int32_t length = Size(message);
+  ASSERT_EQ(snmp_build(pdu.get(), message.data(), &length), 0);
+  EXPECT_EQ(ToHex(message.data(), static_cast<std::size_t>(length)), ToHex(kGetRequest));
+  EXPECT_STREQ(simple->szComName, "public");
 }
 
 TEST(ToStandard, EveryValueRecordBecomesABinding) {

@@ -134,13 +134,51 @@ TEST(SnmpParse, CommunityOf128BytesIsTheLongest) {
 }
 
 TEST(SnmpParse, ArcsBeyond128AreDropped) {
-  const PduOwner pdu = Parse(Response(BindingItem(Item(0x06, Bytes(200, 1)), Hex("05 00"))));
+  const Bytes oid = Item(0x06, Bytes(200, 1));
+  const PduOwner pdu = Parse(Response(BindingItem(oid, oid)));
   ASSERT_TRUE(pdu);
   EXPECT_EQ(pdu->lpSnmpValList->nOidLen, 128);
+  EXPECT_EQ(pdu->lpSnmpValList->nValSize, 4 * 128);
+  const PduOwner trap = Parse(MessageItem(
+      0xA4, oid + Hex("40 04 01 02 03 04 02 01 06 02 01 00 43 01 00") + Item(0x30, {})));
+  ASSERT_TRUE(trap);
+  EXPECT_EQ(trap->nEntOidLen, 128);
 }
 
-TEST(SnmpParse, BytesBehindTheMessageAreIgnored) {
-  EXPECT_TRUE(Parse(kGetRequest + Hex("DE AD")));
+// Each header bounds what it holds; what a sender leaves behind that is no part of the message.
+TEST(SnmpParse, BytesBehindAnItemAreIgnored) {
+  const Bytes more = Hex("DE AD"), null = Hex("05 00");
+  const Bytes fields = Integer(1) + Integer(0) + Integer(0);
+  const Bytes list = Item(0x30, BindingItem(kSysNameItem, null));
+  const Bytes front = Integer(0) + Item(0x04, Text("public"));
+  const std::pair<Bytes, const char*> rows[] = {
+      {kGetRequest + more, "the message"},
+      {Item(0x30, front + Item(0xA2, fields + list) + more), "the PDU"},
+      {MessageItem(0xA2, fields + list + more), "the binding list"},
+      {Response(BindingItem(kSysNameItem, null + more)), "a value in its binding"},
+  };
+  for (const auto& [message, behind] : rows) {
+    const PduOwner pdu = Parse(message);
+    ASSERT_TRUE(pdu) << behind;
+    ASSERT_TRUE(pdu->lpSnmpValList) << behind;
+    EXPECT_EQ(pdu->lpSnmpValList->byDataType, 0x05) << behind;
+    EXPECT_FALSE(pdu->lpSnmpValList->lpNextSnmpValList) << behind;
+  }
+}
+
+TEST(SnmpParse, BindingsKeepTheirOrder) {
+  Bytes bindings;
+  for (std::uint8_t i = 0; i < 5; ++i) {
+    bindings = bindings + BindingItem(Item(0x06, {0x2B, i}), Integer(i));
+  }
+  const PduOwner pdu = Parse(Response(bindings));
+  ASSERT_TRUE(pdu);
+  std::uint32_t next = 0;
+  for (const snmp_val_list* got = pdu->lpSnmpValList; got; got = got->lpNextSnmpValList) {
+    EXPECT_EQ(got->pdwOid[2], next);
+    EXPECT_EQ(*got->uniVal.pnInt, static_cast<std::int32_t>(next++));
+  }
+  EXPECT_EQ(next, 5u);
 }
 
 TEST(SnmpParse, MalformedGivesNone) {
