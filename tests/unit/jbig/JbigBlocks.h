@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include <gtest/gtest.h>
 
@@ -16,11 +17,11 @@ struct Block {
   WORD width = 0, lines = 0;
   Bytes data;
   BYTE header_size = 8;
-  DWORD length = 0xFFFFFFFF;  // dwLength; the data's unless set
+  std::optional<DWORD> length{};  // dwLength; the data's unless set
 
   Bytes Make() const {
-    const tagJBIGSCANDATAHEADER header{
-        width, lines, length == 0xFFFFFFFF ? static_cast<DWORD>(data.size()) : length};
+    const tagJBIGSCANDATAHEADER header{width, lines,
+                                       length.value_or(static_cast<DWORD>(data.size()))};
     Bytes bytes(std::max<std::size_t>(header_size, sizeof header));
     std::memcpy(bytes.data(), &header, sizeof header);
     bytes.resize(header_size);

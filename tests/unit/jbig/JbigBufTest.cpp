@@ -1,25 +1,12 @@
-// The blocks of a network scan: decoding and handing out.
+// The blocks of a network scan: decoding.
 #include <cstdlib>
 #include <cstring>
 
+#include "tests/unit/jbig/Allocations.h"
 #include "tests/unit/jbig/JbigBlocks.h"
-
-namespace {
-int allocations_until_failure = -1;  // -1: none fails
-}
-
-// The linker leads the library's allocations here.
-extern "C" void* __real_calloc(std::size_t count, std::size_t size);
-extern "C" void* __wrap_calloc(std::size_t count, std::size_t size) {
-  if (allocations_until_failure == 0) return nullptr;
-  if (allocations_until_failure > 0) --allocations_until_failure;
-  return __real_calloc(count, size);
-}
 
 namespace vox::test {
 namespace {
-
-// ---- decoding
 
 TEST_F(JbigData, DecodesABlockWithTheDevicesParameters) {
   for (const BYTE lines : {2, 3})
@@ -80,6 +67,23 @@ TEST_F(JbigData, FindsTheImageHeaderInTheHeader) {
   EXPECT_EQ(Drain(1000), picture.bits);
 }
 
+// Fewer than 20 bytes are no image header, however they begin.
+TEST_F(JbigData, TakesAShortBeginningForCode) {
+  Block block{160, 40, {0, 0, 1, 0, 0, 0, 0, 160, 0, 0, 0, 40, 0, 0, 0, 40, 0, 0, 0}};
+  ASSERT_TRUE(DecompressBlock(block));
+  EXPECT_EQ(Drain(1000), Decode({160, 40, 40, 2}, block.data));
+}
+
+// The height is the block's: a NEWLEN among the data says nothing.
+TEST_F(JbigData, IgnoresNewlen) {
+  const Picture picture = Blobs(160, 40, 1);
+  Block block = BlockOf(picture);
+  const Bytes newlen = {0xFF, 0x05, 0, 0, 0, 1};
+  block.data.insert(block.data.begin(), newlen.begin(), newlen.end());
+  ASSERT_TRUE(DecompressBlock(block));
+  EXPECT_EQ(Drain(1000), picture.bits);
+}
+
 TEST_F(JbigData, TakesOtherBeginningsForCode) {
   const Picture picture = Blobs(160, 40, 1);
   Bytes bie = Bie(picture);
@@ -112,7 +116,9 @@ TEST_F(JbigData, DecodesTheWidestBlocks) {
   for (const unsigned width : {65530u, 65531u, 65535u}) {
     const Picture picture = Blobs(width, 2, width);
     ASSERT_TRUE(DecompressBlock(BlockOf(picture))) << width;
-    EXPECT_EQ(Drain(100000).size(), width * 2 / 8);
+    const Bytes bitmap = Drain(100000);
+    EXPECT_EQ(bitmap.size(), width * 2 / 8);
+    EXPECT_TRUE(std::equal(picture.Line(0), picture.Line(0) + width / 8, bitmap.begin())) << width;
   }
 }
 
@@ -194,100 +200,14 @@ TEST_F(JbigData, ReportsFailedAllocations) {
   const Block block = BlockOf(Blobs(80, 10, 1));
   for (const auto& one : cases) {
     testing::internal::CaptureStderr();
-    allocations_until_failure = one.after;
-    EXPECT_FALSE(DecompressBlock(block)) << one.after;
-    allocations_until_failure = -1;
+    {
+      const ShortMemory memory(one.after);
+      EXPECT_FALSE(DecompressBlock(block)) << one.after;
+    }
     EXPECT_EQ(testing::internal::GetCapturedStderr().substr(0, std::strlen(one.text)), one.text);
     EXPECT_TRUE(Image().IsEmpty());
   }
   EXPECT_TRUE(DecompressBlock(block)) << "and goes on";
-}
-
-// ---- scratch
-
-TEST(JbigScratch, IsLargeEnoughWhateverTheWidth) {
-  for (const unsigned width : {0u, 1u, 65530u, 65531u, 65535u}) {
-    const CJbigTmpBuf scratch(static_cast<WORD>(width));
-    for (WORD* buffer : {scratch.GetABuff(), scratch.GetBBuff(), scratch.GetContextBuff()}) {
-      ASSERT_NE(buffer, nullptr);
-      std::memset(buffer, 0xFF, 8448);
-    }
-  }
-}
-
-TEST(JbigScratch, IsEmptyByDefault) {
-  const CJbigTmpBuf scratch;
-  EXPECT_EQ(scratch.GetABuff(), nullptr);
-  EXPECT_EQ(scratch.GetBBuff(), nullptr);
-  EXPECT_EQ(scratch.GetContextBuff(), nullptr);
-  JbigFree(nullptr);
-}
-
-TEST(JbigScratch, AllocatesWords) {
-  WORD* words = JbigAlloc(65535);
-  ASSERT_NE(words, nullptr);
-  words[65534] = 1;
-  JbigFree(words);
-}
-
-// ---- the bitmap
-
-class ImageData : public testing::Test {
- protected:
-  void Fill(ULONG size) {
-    ASSERT_TRUE(m_image.Alloc(size));
-    for (ULONG i = 0; i < size; ++i) m_image.GetDataPtr()[i] = static_cast<BYTE>(i);
-  }
-  CImageDataCtrl m_image;
-  BYTE m_out[20] = {};
-};
-
-TEST_F(ImageData, ComesOutInPieces) {
-  Fill(10);
-  EXPECT_EQ(m_image.SetImageData(m_out, 4), 4u);
-  EXPECT_EQ(m_image.SetImageData(m_out + 4, 4), 4u);
-  EXPECT_FALSE(m_image.IsEmpty());
-  EXPECT_EQ(m_image.SetImageData(m_out + 8, 4), 2u);
-  EXPECT_TRUE(m_image.IsEmpty());
-  for (BYTE i = 0; i < 10; ++i) EXPECT_EQ(m_out[i], i);
-  EXPECT_EQ(m_out[10], 0);
-}
-
-TEST_F(ImageData, IsEmptyAfterARequestForAllOfIt) {
-  Fill(10);
-  EXPECT_EQ(m_image.SetImageData(m_out, 10), 10u);
-  EXPECT_TRUE(m_image.IsEmpty());
-  EXPECT_EQ(m_image.GetDataPtr(), nullptr);
-}
-
-TEST_F(ImageData, IsEmptyAfterARequestForOneMore) {
-  Fill(10);
-  EXPECT_EQ(m_image.SetImageData(m_out, 11), 10u);
-  EXPECT_TRUE(m_image.IsEmpty());
-  EXPECT_EQ(m_image.GetDataPtr(), nullptr);
-}
-
-TEST_F(ImageData, KeepsAllWhenNothingIsAsked) {
-  Fill(10);
-  EXPECT_EQ(m_image.SetImageData(m_out, 0), 0u);
-  EXPECT_FALSE(m_image.IsEmpty());
-}
-
-TEST_F(ImageData, GoesWithANullBuffer) {
-  Fill(10);
-  EXPECT_EQ(m_image.SetImageData(nullptr, 5), 0u);
-  EXPECT_TRUE(m_image.IsEmpty());
-  EXPECT_EQ(m_image.GetDataPtr(), nullptr);
-  EXPECT_EQ(m_image.SetImageData(m_out, 5), 0u);
-}
-
-TEST_F(ImageData, IsNeverAllocatedOverAnother) {
-  Fill(10);
-  const LPBYTE data = m_image.GetDataPtr();
-  EXPECT_FALSE(m_image.Alloc(20));
-  EXPECT_EQ(m_image.GetDataPtr(), data);
-  EXPECT_EQ(m_image.SetImageData(m_out, 20), 10u);
-  EXPECT_TRUE(m_image.Alloc(20));
 }
 
 }  // namespace

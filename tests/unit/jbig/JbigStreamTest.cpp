@@ -76,6 +76,27 @@ TEST_F(Streaming, ByteByByteTheHeaderStopsAtSeven) {
   EXPECT_TRUE(m_control.IsAvail());
 }
 
+// Deliberate: seven bytes of a header are enough for the data step, which stores the piece as it
+// is. So a block that is cut there arrives whole, header byte and data one behind the other.
+TEST_F(Streaming, TheLastHeaderByteComesWithTheData) {
+  const Bytes bytes = Block{16, 4, {1, 2, 3}}.Make();
+  Room(static_cast<DWORD>(bytes.size()));
+  EXPECT_EQ(Copy(Bytes(bytes.begin(), bytes.begin() + 7)), 7u);
+  EXPECT_EQ(Copy(Bytes(bytes.begin() + 7, bytes.end())), 4u);
+  EXPECT_EQ(Gathered(11), bytes);
+  EXPECT_TRUE(m_control.IsAvail());
+}
+
+TEST_F(Streaming, TakesNoMoreThanTheBlock) {
+  const Bytes bytes = Block{16, 4, {1, 2, 3}}.Make();
+  Room(static_cast<DWORD>(bytes.size()));
+  Copy(Bytes(bytes.begin(), bytes.begin() + 8));
+  EXPECT_EQ(Copy({1, 2, 3, 4, 5}), 3u);
+  EXPECT_EQ(Copy({6, 7}), 0u);
+  EXPECT_EQ(Gathered(11), bytes);
+  EXPECT_TRUE(m_control.IsAvail());
+}
+
 TEST_F(Streaming, TakesNothingFromNowhereOrToNowhere) {
   Room(100);
   EXPECT_EQ(m_control.CopyJbigData(nullptr, 5), 0u);
@@ -86,9 +107,10 @@ TEST_F(Streaming, TakesNothingFromNowhereOrToNowhere) {
 
 TEST_F(Streaming, AcceptsTheFirstHeaderAsItIs) {
   Room(20);
-  EXPECT_EQ(CopyHeader(16, 4, 0xFFFFFF00), 8u);
-  EXPECT_EQ(Copy({1, 2}), 2u);
+  EXPECT_EQ(CopyHeader(16, 4, 0xFFFFFFFF), 8u);
+  EXPECT_EQ(Copy({1, 2}), 2u) << "header and length are more than 32 bits";
   EXPECT_FALSE(m_control.IsAvail());
+  EXPECT_EQ(Gathered(20)[8], 0) << "nothing was stored";
 }
 
 TEST_F(Streaming, AcceptsLaterBlocksWithFewerLines) {
@@ -121,6 +143,37 @@ TEST_F(Streaming, RejectsLaterHeadersThatDoNotMatch) {
   }
 }
 
+TEST_F(Streaming, SkipsToTheNextHeaderInTheSamePiece) {
+  Room(100);
+  Accept(16, 4, 3);
+  Block bad{17, 4, {9, 9, 9}};
+  Bytes piece = bad.Make();
+  const Bytes good = Block{16, 4, {1, 2, 3}}.Make();
+  piece.insert(piece.end(), good.begin(), good.end());
+  EXPECT_EQ(Copy(piece), 11u);
+}
+
+TEST_F(Streaming, KnowsTheNextHeaderByWidthLinesAndLength) {
+  const struct {
+    WORD width, lines;
+    DWORD length;
+    bool fits;
+    const char* reason;
+  } candidates[] = {{16, 4, 3, true, "like the first"}, {16, 1, 3, true, "fewer lines"},
+                    {16, 4, 100, true, "all the room"}, {17, 4, 3, false, "other width"},
+                    {16, 5, 3, false, "more lines"},    {16, 4, 101, false, "no room"},
+                    {16, 4, 1u << 31, false, "no room"}};
+  for (const auto& one : candidates) {
+    Room(100);
+    Accept(16, 4, 3);
+    CopyHeader(17, 4, 3);
+    Bytes junk(5, 9);
+    const Bytes header = Block{one.width, one.lines, {}, 8, one.length}.Make();
+    junk.insert(junk.end(), header.begin(), header.end());
+    EXPECT_EQ(Copy(junk), one.fits ? 5u : 13u) << one.reason;
+  }
+}
+
 TEST_F(Streaming, SkipsAllWhenNoHeaderFollows) {
   Room(100);
   Accept(16, 4, 3);
@@ -146,6 +199,30 @@ TEST_F(Streaming, CountsWhatItHasNoRoomFor) {
   EXPECT_TRUE(m_control.IsAvail());
   EXPECT_FALSE(m_control.Decompress()) << "what is not there is not decoded";
   EXPECT_TRUE(Image().IsEmpty());
+}
+
+TEST_F(Streaming, KeepsABlockForWhichThereIsNoBitmapYet) {
+  const Picture picture = Blobs(80, 10, 1);
+  const Bytes bytes = BlockOf(picture).Make();
+  Room(static_cast<DWORD>(bytes.size()));
+  ASSERT_TRUE(Image().Alloc(4));
+  Copy(Bytes(bytes.begin(), bytes.begin() + 8));
+  Copy(Bytes(bytes.begin() + 8, bytes.end()));
+  EXPECT_FALSE(m_control.Decompress());
+  EXPECT_TRUE(m_control.IsAvail());
+  EXPECT_EQ(Drain(10), Bytes(4, 0));
+  EXPECT_TRUE(m_control.Decompress());
+  EXPECT_EQ(Drain(1000), picture.bits);
+}
+
+TEST_F(Streaming, ForgetsABlockThatDoesNotDecode) {
+  const Bytes bytes = Block{16, 4, {0xFF, 0x06, 0, 0, 0, 0, 200, 0, 1, 2, 3}}.Make();
+  Room(static_cast<DWORD>(bytes.size()));
+  Copy(Bytes(bytes.begin(), bytes.begin() + 8));
+  Copy(Bytes(bytes.begin() + 8, bytes.end()));
+  EXPECT_TRUE(m_control.IsAvail());
+  EXPECT_FALSE(m_control.Decompress());
+  EXPECT_FALSE(m_control.IsAvail());
 }
 
 TEST_F(Streaming, StoresNothingWithoutRoom) {
