@@ -34,6 +34,31 @@ std::string CompareRegisters(const Decoding& decoding, const BYTEW& work,
   return "";
 }
 
+std::string CompareState(const BYTEW& work, const JbigOracle& oracle) {
+  const OracleState& wanted = oracle.State();
+  const int at = (wanted.at_waits ? kAtWaits : 0) | (wanted.at_moved ? kAtMoved : 0);
+  const bool looked = work.nlsd != kNewlenWaits;  // for a NEWLEN behind the stripe's end
+  const struct {
+    const char* what;
+    unsigned long long got, wanted;
+  } fields[] = {
+      {"Atmf", work.Atmf, static_cast<unsigned>(at)},
+      {"Atm", work.Atm, static_cast<unsigned>(wanted.tx)},
+      {"Atm2", work.Atm2, static_cast<unsigned>(wanted.waiting_tx)},
+      {"Yat", work.Yat, wanted.at_line},
+      {"Lntpc", work.Lntpc, static_cast<unsigned>(wanted.lntp)},
+      {"Stripc", work.Stripc, wanted.line_in_stripe},
+      {"Sdnm", work.Sdnm, wanted.stripe_ended},
+      {"Sdrst", work.Sdrst, wanted.reset},
+      {"Fend", work.Fend, looked ? wanted.at_end ? 1u : 0u : work.Fend},
+      {"Nwln", work.Nwln, looked ? wanted.newlen : work.Nwln},
+      {"Error of the state", work.Error, wanted.error || oracle.Excess() > 0},
+  };
+  for (const auto& field : fields)
+    if (field.got != field.wanted) return Differs(field.what, field.got, field.wanted);
+  return "";
+}
+
 std::string CompareContexts(const CODECCSTR& codec, const JbigOracle& oracle) {
   const auto* bytes = reinterpret_cast<const BYTE*>(codec.ContextBuff);
   for (std::size_t i = 0; i < oracle.Contexts().size(); ++i) {
@@ -81,6 +106,7 @@ std::string CompareWithOracle(const JbigShape& shape, std::span<const std::uint8
     std::string difference = CompareLines(decoding, shape, oracle);
     if (difference.empty() && status != CODEC_DATA_ERROR) {
       difference = CompareRegisters(decoding, decoding.Codec().work.bytew, oracle);
+      if (difference.empty()) difference = CompareState(decoding.Codec().work.bytew, oracle);
       if (difference.empty()) difference = CompareContexts(decoding.Codec(), oracle);
       if (difference.empty()) difference = CompareReferences(decoding.Codec(), shape, oracle);
     }

@@ -31,34 +31,23 @@ int JbigOracle::Decode(Context& context) {
   registers_.a -= lsz;
   if ((registers_.c >> 16) < registers_.a) {
     if (registers_.a >= 0x8000) return context.mps;
-    pixel = MpsExchange(context);
+    pixel = registers_.a < lsz ? LessProbable(context) : MoreProbable(context);
   } else {
     registers_.c -= registers_.a << 16;
-    pixel = LpsExchange(context);
+    pixel = registers_.a < lsz ? MoreProbable(context) : LessProbable(context);
     registers_.a = lsz;
   }
   RenormD();
   return pixel;
 }
 
-int JbigOracle::LpsExchange(Context& context) {
-  const JBIGTBL& row = JbigTbl[static_cast<std::size_t>(context.st)];
-  if (registers_.a < row.LSZ) {
-    context.st = row.NMPS;
-    return context.mps;
-  }
-  const int pixel = 1 - context.mps;
-  if (row.SWTCH == 1) context.mps = 1 - context.mps;
-  context.st = row.NLPS;
-  return pixel;
+int JbigOracle::MoreProbable(Context& context) {
+  context.st = JbigTbl[static_cast<std::size_t>(context.st)].NMPS;
+  return context.mps;
 }
 
-int JbigOracle::MpsExchange(Context& context) {
+int JbigOracle::LessProbable(Context& context) {
   const JBIGTBL& row = JbigTbl[static_cast<std::size_t>(context.st)];
-  if (registers_.a >= row.LSZ) {
-    context.st = row.NMPS;
-    return context.mps;
-  }
   const int pixel = 1 - context.mps;
   if (row.SWTCH == 1) context.mps = 1 - context.mps;
   context.st = row.NLPS;
@@ -80,14 +69,9 @@ void JbigOracle::RenormD() {
 
 void JbigOracle::ByteIn() {
   int byte = 0;
-  if (!stripe_ended_ && !at_end_) {
-    if (image_.vlength && registers_.prefix_taken) {
-      registers_.prefix_taken = false;
-      byte = Marker();
-    } else {
-      byte = Take();
-      if (byte == 0xFF) byte = Marker();
-    }
+  if (!state_.stripe_ended && !state_.at_end) {
+    byte = Take();
+    if (byte == 0xFF) byte = Marker();
   }
   registers_.last_byte = static_cast<std::uint8_t>(byte);
 }
@@ -95,7 +79,7 @@ void JbigOracle::ByteIn() {
 // ---- 6.2.6, coded bytes and markers
 
 int JbigOracle::Peek(std::size_t distance) const {
-  if (at_end_ || size_ - registers_.taken <= distance) return -1;
+  if (state_.at_end || size_ - registers_.taken <= distance) return -1;
   const int byte = data_[registers_.taken + distance];
   if (image_.msb_first) return byte;
   int reversed = 0;
@@ -107,7 +91,7 @@ int JbigOracle::Peek(std::size_t distance) const {
 int JbigOracle::Take() {
   const int byte = Peek(0);
   if (byte < 0) {
-    at_end_ = true;
+    state_.at_end = true;
     return 0;
   }
   ++registers_.taken;
@@ -125,72 +109,72 @@ int JbigOracle::Marker() {
   const int code = Take();
   if (code == 0x00) return 0xFF;       // STUFF
   if (code == 0x02 || code == 0x03) {  // SDNORM, SDRST
-    if (code == 0x03) reset_ = true;
+    if (code == 0x03) state_.reset = true;
     StripeEnd();
     return 0;
   }
   if (code == 0x04) {  // ABORT
-    at_end_ = reset_ = stripe_ended_ = true;
+    state_.at_end = state_.reset = state_.stripe_ended = true;
     return 0;
   }
-  if (code == 0x05) newlen_ = TakeFour();
+  if (code == 0x05) state_.newlen = TakeFour();
   if (code == 0x06) AtMove();
   if (code == 0x07) {  // COMMENT
-    for (std::uint32_t left = TakeFour(); left > 0 && !at_end_; --left) Take();
+    for (std::uint32_t left = TakeFour(); left > 0 && !state_.at_end; --left) Take();
   }
   const int next = Take();
   return next == 0xFF ? Marker() : next;
 }
 
 void JbigOracle::AtMove() {
-  at_line_ = TakeFour();
-  waiting_tx_ = Take();
+  state_.at_line = TakeFour();
+  state_.waiting_tx = Take();
   Take();  // ty
-  at_moved_ = at_moved_ || at_waits_;
-  at_waits_ = true;
-  if (waiting_tx_ >= 128) error_ = true;
+  state_.at_moved = state_.at_moved || state_.at_waits;
+  state_.at_waits = true;
+  if (state_.waiting_tx >= 128) state_.error = true;
 }
 
 void JbigOracle::StripeEnd() {
-  stripe_ended_ = true;
+  state_.stripe_ended = true;
   if (image_.vlength) LookForNewlen();
 }
 
-// A 0xFF that is the very last byte is used up by the look.
+// The look meets the end of the data, and uses up a 0xFF that is the very last byte.
 void JbigOracle::LookForNewlen() {
   if (Peek(0) == 0xFF && Peek(1) == 0x05) {
     registers_.taken += 2;
-    newlen_ = TakeFour();
+    state_.newlen = TakeFour();
     return;
   }
-  if (Peek(0) == 0xFF && Peek(1) < 0) {
+  if (Peek(0) < 0 || (Peek(0) == 0xFF && Peek(1) < 0)) {
     Take();
-    at_end_ = true;
+    state_.at_end = true;
   }
-  if (image_.strip == 0xFFFFFFFF) error_ = true;
+  if (image_.strip == 0xFFFFFFFF) state_.error = true;
 }
 
 // ---- lines
 
 void JbigOracle::StartStripe() {
   const std::size_t bytes = (image_.width + 7) / 8;
-  if (reset_) {
+  if (state_.reset) {
     above_.assign(bytes, 0);
     above2_.assign(bytes, 0);
     contexts_.fill({});
-    waiting_tx_ = tx_ = 0;
-    at_line_ = 0;
-    lntp_ = 1;
-    at_waits_ = at_moved_ = reset_ = false;
+    state_.waiting_tx = state_.tx = 0;
+    state_.at_line = 0;
+    state_.lntp = 1;
+    state_.at_waits = state_.at_moved = state_.reset = false;
   }
-  stripe_ended_ = error_ = false;
+  state_.stripe_ended = state_.error = false;
   InitDec();
-  line_in_stripe_ = 0;
+  state_.line_in_stripe = 0;
 }
 
 bool JbigOracle::NextStripe() {
-  if (!stripe_ended_) ByteIn();
-  if (!stripe_ended_) return false;
+  if (!state_.stripe_ended) ByteIn();
+  if (!state_.stripe_ended) return false;
   StartStripe();
   return true;
 }
@@ -198,8 +182,8 @@ bool JbigOracle::NextStripe() {
 bool JbigOracle::IsTypical() {
   if (!image_.tp) return false;
   const int sltp = Decode(contexts_[0x0E5]);
-  lntp_ = sltp == lntp_ ? 1 : 0;
-  return lntp_ == 0;
+  state_.lntp = sltp == state_.lntp ? 1 : 0;
+  return state_.lntp == 0;
 }
 
 int JbigOracle::Pixel(int x, int lines_above) const {
@@ -222,7 +206,7 @@ int JbigOracle::ContextOf(int x) const {
   int context = 0;
   for (int i = 0; i < 10; ++i) {
     Place place = image_.lines == 2 ? kTwoLines[i] : kThreeLines[i];
-    if (i == 7 && at_moved_ && tx_ > 0) place = {-tx_, 0};
+    if (i == 7 && state_.at_moved && state_.tx > 0) place = {-state_.tx, 0};
     context = context * 2 + Pixel(x + place.dx, place.up);
   }
   return context;
@@ -238,33 +222,33 @@ void JbigOracle::Pixels() {
 
 bool JbigOracle::Line() {
   if (status_ != 0) return false;
-  if (line_in_stripe_ >= image_.strip && !NextStripe()) {
+  if (state_.line_in_stripe >= image_.strip && !NextStripe()) {
     status_ = 201;
     return false;
   }
-  if (at_waits_ && line_in_stripe_ == at_line_) {
-    tx_ = waiting_tx_;
-    at_waits_ = false;
-    at_moved_ = tx_ != 0;
+  if (state_.at_waits && state_.line_in_stripe == state_.at_line) {
+    state_.tx = state_.waiting_tx;
+    state_.at_waits = false;
+    state_.at_moved = state_.tx != 0;
   }
   current_.assign((image_.width + 7) / 8, 0);
   if (IsTypical())
     current_ = above_;
   else
     Pixels();
-  if (error_) {
+  if (state_.error) {
     status_ = 201;
     return false;
   }
-  ++line_in_stripe_;
+  ++state_.line_in_stripe;
   lines_.push_back(current_);
   above2_ = above_;
   above_ = current_;
   const auto count = static_cast<std::uint32_t>(lines_.size());
   if (count == image_.height) {
     status_ = 192;
-  } else if (image_.vlength && count >= newlen_) {
-    excess_ = count - newlen_;
+  } else if (image_.vlength && count >= state_.newlen) {
+    excess_ = count - state_.newlen;
     status_ = 192;
   }
   return true;

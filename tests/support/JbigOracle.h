@@ -20,7 +20,22 @@ struct OracleRegisters {
   int ct = 0;
   std::uint8_t last_byte = 0;
   std::size_t taken = 0;
-  bool prefix_taken = false;  // the look-ahead for NEWLEN holds a 0xFF
+};
+
+// What is remembered from line to line besides.
+struct OracleState {
+  bool at_end = false;        // no more data: zeros are read
+  bool stripe_ended = false;  // its end marker has been read
+  bool reset = true;          // the next stripe starts afresh
+  bool error = false;
+  bool at_waits = false;  // an AT move waits for line at_line
+  bool at_moved = false;
+  std::uint32_t at_line = 0;
+  int waiting_tx = 0;
+  int tx = 0;
+  int lntp = 1;
+  std::uint32_t line_in_stripe = 0;
+  std::uint32_t newlen = 0xFFFFFFFF;
 };
 
 class JbigOracle {
@@ -36,7 +51,8 @@ class JbigOracle {
   const std::vector<std::vector<std::uint8_t>>& Lines() const { return lines_; }
   // Lines beyond the height that a NEWLEN announced.
   std::uint32_t Excess() const { return excess_; }
-  OracleRegisters Registers() const { return registers_; }
+  const OracleRegisters& Registers() const { return registers_; }
+  const OracleState& State() const { return state_; }
 
   // One context: T.82's MPS(CX) and ST(CX).
   struct Context {
@@ -51,8 +67,8 @@ class JbigOracle {
   // 6.8.3: the arithmetic decoder.
   void InitDec();
   int Decode(Context& context);
-  int LpsExchange(Context& context);
-  int MpsExchange(Context& context);
+  static int MoreProbable(Context& context);
+  static int LessProbable(Context& context);
   void RenormD();
   void ByteIn();
 
@@ -78,18 +94,7 @@ class JbigOracle {
   std::size_t size_;
   std::array<Context, 1024> contexts_{};
   OracleRegisters registers_;
-  bool at_end_ = false;        // no more data: zeros are read
-  bool stripe_ended_ = false;  // its end marker has been read
-  bool reset_ = true;          // the next stripe starts afresh
-  bool error_ = false;
-  bool at_waits_ = false;  // an AT move waits for line at_line_
-  bool at_moved_ = false;
-  std::uint32_t at_line_ = 0;
-  int waiting_tx_ = 0;
-  int tx_ = 0;
-  int lntp_ = 1;
-  std::uint32_t line_in_stripe_ = 0;
-  std::uint32_t newlen_ = 0xFFFFFFFF;
+  OracleState state_;
   std::uint32_t excess_ = 0;
   int status_ = 0;
   std::vector<std::uint8_t> current_, above_, above2_;

@@ -89,6 +89,36 @@ TEST_P(Decoder, AsksForNothingWhenTheImageIsThere) {
   EXPECT_EQ(decoding.Callbacks(), 0u);
 }
 
+TEST_P(Decoder, AsksForNothingWhateverEndsTheImage) {
+  for (const std::uint8_t marker : {0x02, 0x03, 0x04}) {  // SDNORM, SDRST, ABORT
+    m_code.back() = marker;
+    Decoding decoding(m_shape, m_code);
+    EXPECT_EQ(decoding.Run(Always(5)), CODEC_DONE);
+    EXPECT_EQ(decoding.Lines(), kPicture.bits);
+    EXPECT_EQ(decoding.Callbacks(), 0u) << "marker " << int{marker};
+  }
+}
+
+// Whatever the last image, or nothing at all, left in block, reference lines and contexts.
+TEST_P(Decoder, StartsAfreshInAUsedBlock) {
+  for (const int left : {0x01, 0xA5, 0xFF})
+    for (const bool vlength : {false, true}) {
+      m_shape.vlength = vlength;
+      Decoding decoding(m_shape, m_code);
+      CODECCSTR& codec = decoding.Codec();
+      std::memset(&codec.work, left, sizeof codec.work);
+      for (WORD* line : {codec.lpABuff, codec.lpBBuff})
+        std::memset(line, left, m_shape.LineBytes());
+      std::memset(codec.ContextBuff, left, kContexts * sizeof(CntxTbl));
+      codec.Error = codec.LineIBuff = 0xA5A5;
+      codec.OutputHeight = 0xA5A5A5A5;
+      EXPECT_EQ(decoding.Run(Always(5)), CODEC_DONE) << left;
+      EXPECT_EQ(decoding.Lines(), kPicture.bits) << left;
+      EXPECT_EQ(codec.Error, 0) << left;
+      EXPECT_EQ(codec.work.bytew.Error, 0) << left;
+    }
+}
+
 TEST_P(Decoder, IgnoresBit7OfTheMode) {
   Decoding decoding(m_shape, m_code);
   decoding.Codec().Mode = 0x81;
@@ -222,12 +252,39 @@ TEST_P(Decoder, KeepsItsReferenceLinesWhenThePitchIsShort) {
 }
 
 TEST_P(Decoder, CompletesTheImageWithZerosWhenDataEndEarly) {
-  for (const auto& ending : {Bytes{}, Bytes{0xFF, 0x04}, Bytes{0xFF}}) {
-    const Bytes cut = Join(Bytes(m_code.begin(), m_code.begin() + 10), ending);
-    Decoding decoding(m_shape, cut);
+  const Bytes start(m_code.begin(), m_code.begin() + 10);
+  Decoding zeros(m_shape, Join(start, Bytes(1000)));
+  EXPECT_EQ(zeros.Run(Always(5)), CODEC_DONE);
+  const struct {
+    Bytes ending;
+    unsigned callbacks;  // asked once, answered "no more"
+  } cases[] = {{{}, 1}, {{0xFF, 0x04}, 0}, {{0xFF, 0x02}, 0}};
+  for (const auto& one : cases) {
+    Decoding decoding(m_shape, Join(start, one.ending));
     EXPECT_EQ(decoding.Run(Always(5)), CODEC_DONE);
-    EXPECT_EQ(decoding.Lines().size(), kPicture.bits.size());
-    EXPECT_LE(decoding.Callbacks(), 1u);  // asked once, answered "no more"
+    EXPECT_EQ(decoding.Lines(), zeros.Lines());
+    EXPECT_EQ(decoding.Callbacks(), one.callbacks);
+  }
+}
+
+TEST_P(Decoder, TakesAnyAnswerButTheEndForMoreData) {
+  for (const int answer : {0, 130, 132, 192, 254}) {
+    Decoding decoding(m_shape, Bytes(m_code.begin(), m_code.begin() + 10));
+    Bytes rest(m_code.begin() + 10, m_code.end());
+    CODECCSTR& codec = decoding.Codec();
+    codec.user_p1 = &rest;
+    codec.user_i1 = static_cast<DWORD>(answer);
+    codec.CCallBack = [](CODECCSTR* asking) {
+      EXPECT_EQ(asking->Command, CODEC_NEXT_DATA);
+      auto* bytes = static_cast<Bytes*>(asking->user_p1);
+      asking->lpCBuff = bytes->data();
+      asking->szCBuff = static_cast<DWORD>(bytes->size());
+      asking->Command = static_cast<BYTE>(asking->user_i1);
+      ++asking->user_i2;
+    };
+    EXPECT_EQ(decoding.Run(Always(5)), CODEC_DONE) << answer;
+    EXPECT_EQ(decoding.Lines(), kPicture.bits) << answer;
+    EXPECT_EQ(codec.user_i2, 1u) << answer;
   }
 }
 
@@ -293,88 +350,6 @@ TEST(DecoderTemplate, IsTwoOrThreeLines) {
     EXPECT_EQ(decoding.Call(1), CODEC_BAD_PARAM);
     EXPECT_EQ(decoding.Codec().Command, CODEC_BAD_PARAM);
   }
-}
-
-// ---- the image header
-
-class ImageHeader : public testing::Test {
- protected:
-  // XD 0x00012345, YD 0x01020304, L0 0x80, options LRLTWO | VLENGTH | TPBON.
-  Bytes m_bih = {0, 0, 1, 0x99, 0, 1, 0x23, 0x45, 1, 2, 3, 4, 0, 0, 0, 0x80, 8, 9, 0, 0x68};
-
-  int Read(CODECCSTR& codec, BYTE mode = 1) {
-    codec.Mode = mode;
-    codec.lpCBuff = m_bih.data();
-    codec.szCBuff = static_cast<DWORD>(m_bih.size());
-    return Get_BIE(&codec);
-  }
-};
-
-TEST_F(ImageHeader, SetsTheParametersAndLeavesTheDataPointer) {
-  CODECCSTR codec{};
-  EXPECT_EQ(Read(codec), 0);
-  EXPECT_EQ(codec.ImageWidth, 0x2345);  // cut to 16 bits
-  EXPECT_EQ(codec.ImageHeight, 0x01020304u);
-  EXPECT_EQ(codec.Strip, 0x80u);
-  EXPECT_EQ(codec.Tpv, 2);
-  EXPECT_EQ(codec.Tpb, 1);
-  EXPECT_EQ(codec.Vln, 1);
-  EXPECT_EQ(codec.lpCBuff, m_bih.data());
-  EXPECT_EQ(codec.szCBuff, 20u);
-}
-
-TEST_F(ImageHeader, WithoutOptionsHasThreeLines) {
-  m_bih[19] = 0;
-  CODECCSTR codec{};
-  EXPECT_EQ(Read(codec), 0);
-  EXPECT_EQ(codec.Tpv, 3);
-  EXPECT_EQ(codec.Tpb, 0);
-  EXPECT_EQ(codec.Vln, 0);
-}
-
-TEST_F(ImageHeader, IsReadBitReversed) {
-  for (auto& byte : m_bih) {
-    unsigned reversed = 0;
-    for (int bit = 0; bit < 8; ++bit) reversed |= (byte >> bit & 1u) << (7 - bit);
-    byte = static_cast<std::uint8_t>(reversed);
-  }
-  CODECCSTR codec{};
-  EXPECT_EQ(Read(codec, 0), 0);
-  EXPECT_EQ(codec.ImageHeight, 0x01020304u);
-}
-
-TEST_F(ImageHeader, OutsideTheProfileIsRefused) {
-  const struct {
-    std::size_t at;
-    std::uint8_t value;
-    const char* reason;
-  } bad[] = {
-      {0, 1, "lowest layer is not the first"},
-      {1, 1, "more layers"},
-      {2, 0, "no plane"},
-      {2, 2, "two planes"},
-      {18, 1, "order SMID"},
-      {18, 8, "order HITOLO"},
-      {19, 0x80, "reserved"},
-      {19, 0x10, "TPDON"},
-      {19, 0x04, "DPON"},
-      {19, 0x02, "DPPRIV"},
-      {19, 0x01, "DPLAST"},
-  };
-  for (const auto& one : bad) {
-    const std::uint8_t good = m_bih[one.at];
-    m_bih[one.at] = one.value;
-    CODECCSTR codec{};
-    EXPECT_EQ(Read(codec), 1) << one.reason;
-    EXPECT_EQ(codec.ImageWidth, 0) << one.reason;
-    m_bih[one.at] = good;
-  }
-}
-
-TEST_F(ImageHeader, NeedsTwentyBytes) {
-  m_bih.pop_back();
-  CODECCSTR codec{};
-  EXPECT_EQ(Read(codec), 1);
 }
 
 }  // namespace

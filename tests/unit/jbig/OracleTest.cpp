@@ -109,6 +109,34 @@ TEST(OracleStart, AgreesOnCodeAtTheTopOfTheInterval) {
     }
 }
 
+// A stripe may end before, with or behind its last line, with any marker next, and with the end of
+// a piece anywhere.
+TEST(OracleStripes, AgreesOnEveryWayInWhichTheyEnd) {
+  const Bytes next[] = {{},
+                        {0xFF, 0x05, 0, 0, 0, 2},
+                        {0xFF, 0x05, 0, 0, 0, 200},
+                        {0xFF, 0x06, 0, 0, 0, 1, 3, 0},
+                        {0xFF, 0x07, 0, 0, 0, 2, 0xFF, 0xFF},
+                        {0xFF},
+                        {0x33, 0x44}};
+  const Bytes code = {0x12, 0x9A, 0x55, 0xE3, 0x07};
+  for (const int lines : {2, 3})
+    for (const std::uint32_t strip : {1u, 3u, 0xFFFFFFFFu})
+      for (std::size_t length = 0; length <= code.size(); ++length)
+        for (const std::uint8_t marker : {0x02, 0x03})
+          for (const Bytes& follows : next) {
+            Bytes all(code.begin(), code.begin() + static_cast<std::ptrdiff_t>(length));
+            all.insert(all.end(), {0xFF, marker});
+            all.insert(all.end(), follows.begin(), follows.end());
+            JbigShape shape{16, 4, strip, lines};
+            shape.vlength = true;
+            for (unsigned piece = 1; piece <= all.size(); ++piece)
+              EXPECT_EQ(CompareWithOracle(shape, all, Always(1), Always(piece)), "")
+                  << Text(shape) << ", " << length << " bytes, marker " << int{marker} << ", then "
+                  << follows.size() << " bytes, pieces of " << piece;
+          }
+}
+
 // Every AT offset on a picture where it matters.
 TEST(OracleAt, AgreesForEveryOffset) {
   for (unsigned tx = 0; tx < 128; ++tx)
