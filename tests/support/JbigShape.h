@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 
 namespace vox::test {
 
@@ -17,5 +18,11 @@ struct JbigShape {
 
   unsigned LineBytes() const { return (width + 7) / 8; }
 };
+
+inline std::ostream& operator<<(std::ostream& out, const JbigShape& shape) {
+  return out << shape.width << " x " << shape.height << ", strip " << shape.strip << ", "
+             << shape.lines << " lines, tp " << shape.tp << ", vlength " << shape.vlength << ", tx "
+             << shape.tx << ", msb first " << shape.msb_first;
+}
 
 }  // namespace vox::test

@@ -2,7 +2,10 @@
 
 extern "C" {
 #include <jbig.h>
+#include <jbig_ar.h>
 }
+
+#include <memory>
 
 namespace vox::test {
 namespace {
@@ -65,6 +68,20 @@ void PeerDecode(std::span<const std::uint8_t> bie, Bytes& lines) {
     lines.insert(lines.end(), image, image + jbg_dec_getsize(&state));
   }
   jbg_dec_free(&state);
+}
+
+Bytes PeerCode(int state, int mps, std::span<const int> pixels) {
+  Bytes out;
+  const auto coder = std::make_unique<jbg_arenc_state>();
+  coder->byte_out = [](int byte, void* bytes) {
+    static_cast<Bytes*>(bytes)->push_back(static_cast<std::uint8_t>(byte));
+  };
+  coder->file = &out;
+  arith_encode_init(coder.get(), 0);
+  coder->st[0] = static_cast<unsigned char>(state | mps << 7);
+  for (const int pixel : pixels) arith_encode(coder.get(), 0, pixel);
+  arith_encode_flush(coder.get());
+  return out;
 }
 
 bool PeerSettleHeight(Bytes& bie) {

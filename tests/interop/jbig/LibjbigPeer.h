@@ -30,6 +30,10 @@ Bytes PeerDecode(std::span<const std::uint8_t> bie);
 // The same, appended to `lines`.
 void PeerDecode(std::span<const std::uint8_t> bie, Bytes& lines);
 
+// PeerCode returns what libjbig's arithmetic coder writes for the pixels, all in one context that
+// starts in the given state, without the marker at the end.
+Bytes PeerCode(int state, int mps, std::span<const int> pixels);
+
 // PeerSettleHeight puts a NEWLEN's height into the BIH, which PeerDecode needs. False: no such.
 bool PeerSettleHeight(Bytes& bie);
 
