@@ -43,6 +43,15 @@ unsigned BitOf(const Bytes& bytes, std::size_t i) {
 
 class Arithmetic : public testing::TestWithParam<Sequence> {
  protected:
+  // Sets the state up to start a stripe in these bytes.
+  void Open(Bytes& bytes) {
+    m_work.codecstr = &m_codec;
+    m_work.fillorder = 1;
+    m_work.c_addr = bytes.data();
+    m_work.c_rsize = static_cast<DWORD>(bytes.size());
+    m_work.Sdrst = 1;
+  }
+
   // A block whose lines do not matter.
   CodecBlock m_block{JbigShape{8, 1, 1}};
   CODECCSTR& m_codec = m_block.codec;
@@ -54,11 +63,7 @@ class Arithmetic : public testing::TestWithParam<Sequence> {
 
 TEST_P(Arithmetic, Encodes) {
   Bytes out(100);
-  m_work.codecstr = &m_codec;
-  m_work.fillorder = 1;
-  m_work.c_addr = out.data();
-  m_work.c_rsize = 100;
-  m_work.Sdrst = 1;
+  Open(out);
   init_jbig_c(&m_work);
   ENCODER encoder;
   encoder.load(&m_work);
@@ -74,11 +79,7 @@ TEST_P(Arithmetic, Encodes) {
 TEST_P(Arithmetic, Decodes) {
   Bytes data = m_code;
   data.insert(data.end(), {0xFF, 0x02});
-  m_work.codecstr = &m_codec;
-  m_work.fillorder = 1;
-  m_work.c_addr = data.data();
-  m_work.c_rsize = static_cast<DWORD>(data.size());
-  m_work.Sdrst = 1;
+  Open(data);
   init_jbig_d(&m_work);
   DECODER decoder;
   decoder.load(&m_work);

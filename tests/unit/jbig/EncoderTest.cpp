@@ -1,5 +1,6 @@
 // The encoder's call protocol, its header and markers, and its limits.
 #include <algorithm>
+#include <cstring>
 
 #include <gtest/gtest.h>
 
@@ -305,10 +306,51 @@ TEST_F(Encoder, WritesStacksOfAnyHeight) {
   }
 }
 
-TEST_F(Encoder, LeavesTheMarksForCuttingAtRest) {
-  EXPECT_EQ(Call(CODEC_START), CODEC_DONE);
-  EXPECT_EQ(nag_Tbyte_dec, 3);
-  for (const auto* mark : {&nag_index, &nag_16_in, &nag_Tbyte_enc}) EXPECT_EQ(*mark, 0);
+// Whatever the last image left in block, reference lines and contexts.
+TEST_F(Encoder, StartsAfreshInAUsedBlock) {
+  const Bytes wanted = Encode(kPicture, ShapeOf(kPicture, 5));
+  m_codec.Strip = 5;
+  for (const int left : {0x01, 0xA5, 0xFF}) {
+    std::memset(&m_codec.work, left, sizeof m_codec.work);
+    for (WORD* line : {m_codec.lpABuff, m_codec.lpBBuff})
+      std::memset(line, left, kPicture.LineBytes());
+    std::memset(m_codec.ContextBuff, left, kContexts * sizeof(CntxTbl));
+    m_codec.OutputHeight = 0xA5A5A5A5;
+    EXPECT_EQ(Call(CODEC_START), CODEC_DONE) << left;
+    EXPECT_EQ(Written(), wanted) << left;
+  }
+}
+
+// With Sdrst contexts and reference lines are cleared, and Sdrst is; all else is set in either
+// case.
+TEST_F(Encoder, StartsStripes) {
+  for (const BYTE afresh : {0, 1}) {
+    BYTEW& work = m_codec.work.bytew;
+    std::memset(&m_codec.work, 0xA5, sizeof m_codec.work);
+    for (WORD* words : {m_codec.lpABuff, m_codec.lpBBuff, m_codec.ContextBuff})
+      std::memset(words, 0xA5, kPicture.LineBytes());
+    for (auto* mark : {&nag_Tbyte_dec, &nag_index, &nag_16_in, &nag_Tbyte_enc}) *mark = 77;
+    m_codec.Atm = 9;
+    work.codecstr = &m_codec;
+    work.Sdrst = afresh;
+    init_jbig_c(&work);
+    for (const WORD* words : {m_codec.lpABuff, m_codec.lpBBuff, m_codec.ContextBuff})
+      EXPECT_EQ(*words, afresh ? 0 : 0xA5A5);
+    EXPECT_EQ(work.Areg, 0x10000);
+    EXPECT_EQ(work.CTreg, 11);
+    EXPECT_EQ(work.Creg, 0u);
+    EXPECT_EQ(work.SCreg, 0);
+    EXPECT_EQ(work.First, 1);
+    for (const unsigned field : {+work.Sdrst, +work.Sdnm, +work.Error}) EXPECT_EQ(field, 0u);
+    EXPECT_EQ(work.Stripc, 0u);
+    EXPECT_EQ(work.Yat, 0u);
+    EXPECT_EQ(work.Atm, 9);
+    EXPECT_EQ(nag_Tbyte_dec, 3);
+    for (const auto* mark : {&nag_index, &nag_16_in, &nag_Tbyte_enc}) EXPECT_EQ(*mark, 0);
+  }
+}
+
+TEST_F(Encoder, KeepsRoomForTheMarksForCutting) {
   EXPECT_EQ(sizeof nag_KeepByte, 4096u);
   EXPECT_EQ(sizeof nag_KeepByte2, 4096u);
   EXPECT_EQ(sizeof nag_line, 4096u);

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tests/unit/jbig/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/unit/jbig/JbigBlocks.h"
 
 namespace vox::test {
@@ -201,7 +201,7 @@ TEST_F(JbigData, ReportsFailedAllocations) {
   for (const auto& one : cases) {
     testing::internal::CaptureStderr();
     {
-      const ShortMemory memory(one.after);
+      const FailingAllocation failing(one.after);
       EXPECT_FALSE(DecompressBlock(block)) << one.after;
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr().substr(0, std::strlen(one.text)), one.text);

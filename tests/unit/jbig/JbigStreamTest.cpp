@@ -97,6 +97,15 @@ TEST_F(Streaming, TakesNoMoreThanTheBlock) {
   EXPECT_TRUE(m_control.IsAvail());
 }
 
+// Data that overwrite their own header may shorten the block below what has been gathered.
+TEST_F(Streaming, TakesNoMoreThanABlockThatBecameShorter) {
+  Room(20, 0);
+  m_block[0] = 16, m_block[2] = 4, m_block[4] = 8;
+  EXPECT_EQ(Copy({16, 0, 4, 0, 2, 0, 0, 0}), 8u);
+  EXPECT_EQ(Copy({1, 2}), 0u);
+  EXPECT_TRUE(m_control.IsAvail());
+}
+
 TEST_F(Streaming, TakesNothingFromNowhereOrToNowhere) {
   Room(100);
   EXPECT_EQ(m_control.CopyJbigData(nullptr, 5), 0u);

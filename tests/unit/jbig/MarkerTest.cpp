@@ -1,4 +1,6 @@
 // Markers in whole images: what each does to the lines.
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/JbigDriver.h"
@@ -82,6 +84,25 @@ TEST_P(MarkersInImages, NewlenShortensTheImageOnlyWithVlength) {
   EXPECT_EQ(honouring.Codec().Error, 0);
   EXPECT_EQ(honouring.Codec().LineIBuff, 16);
   EXPECT_EQ(honouring.Callbacks(), 0u);
+  EXPECT_EQ(honouring.Call(10), CODEC_DONE) << "and stays complete";
+  EXPECT_EQ(honouring.Codec().LineIBuff, 0);
+}
+
+// Only the two bytes behind the end of a stripe are looked at: another marker hides the NEWLEN
+// until the next stripe, which is too late for its first lines.
+TEST_P(MarkersInImages, NewlenBehindAnotherMarkerIsReadWithTheNextStripe) {
+  const Bytes code = Join({Stripe(m_upper),
+                           m_sdnorm,
+                           {0xFF, 0x06, 0, 0, 0, 0, 9, 0},
+                           {0xFF, 0x05, 0, 0, 0, 16},
+                           m_sdnorm});
+  JbigShape shape = Shape(100, 16);
+  shape.vlength = true;
+  Decoding decoding(shape, code);
+  EXPECT_EQ(decoding.Run(Always(100)), CODEC_DONE);
+  EXPECT_EQ(decoding.Codec().OutputHeight, 17u);
+  EXPECT_EQ(decoding.Codec().Error, 1);
+  EXPECT_TRUE(std::equal(m_upper.bits.begin(), m_upper.bits.end(), decoding.Lines().begin()));
 }
 
 TEST_P(MarkersInImages, NewlenBelowTheLinesDecodedIsCountedAsError) {
