@@ -149,9 +149,11 @@ int IMAGEDEC<LINES>::finish(int status) {
   return status;
 }
 
-// The registers of a block in which no image was started, or which was overwritten, are refused.
+// The registers of a block in which no image was started, or which was overwritten, are refused:
+// the upper half of C is always below A.
 bool is_under_way(const BYTEW& work) {
-  return work.Areg >= 0x8000 && work.Areg <= 0x10000 && work.CTreg >= 0 && work.CTreg <= 8;
+  return work.Areg >= 0x8000 && work.Areg <= 0x10000 && work.CTreg >= 0 && work.CTreg <= 8 &&
+         work.Creg >> 16 < static_cast<DWORD>(work.Areg);
 }
 
 template <int LINES>

@@ -156,6 +156,30 @@ TEST_P(Decoder, RefusesToContinueWhatWasNeverStarted) {
   EXPECT_EQ(DECOMPRESS(&block.codec), CODEC_BAD_PARAM);
 }
 
+TEST_P(Decoder, RefusesToContinueWithRegistersThatCannotBe) {
+  const struct {
+    std::int32_t a;
+    DWORD c;
+    std::int32_t ct;
+    const char* reason;
+  } bad[] = {{0x7FFF, 0, 4, "A below its range"},
+             {0x10001, 0, 4, "A above its range"},
+             {-1, 0, 4, "A negative"},
+             {0x8000, 0x80000000, 4, "C at A"},
+             {0x8000, 0xFFFFFFFF, 4, "C above A"},
+             {0x8000, 0, -1, "CT negative"},
+             {0x8000, 0, 9, "more shifts than a byte has"}};
+  for (const auto& one : bad) {
+    Decoding decoding(m_shape, m_code);
+    EXPECT_EQ(decoding.Call(1), CODEC_NEXT_BUFFER);
+    BYTEW& work = decoding.Codec().work.bytew;
+    work.Areg = one.a;
+    work.Creg = one.c;
+    work.CTreg = one.ct;
+    EXPECT_EQ(decoding.Call(100), CODEC_BAD_PARAM) << one.reason;
+  }
+}
+
 TEST_P(Decoder, RefusesMissingBuffers) {
   const auto status_without = [&](auto&& forget) {
     Decoding decoding(m_shape, m_code);
