@@ -23,7 +23,7 @@ struct Frame {
 Frame ParseFrame(const std::string& text);
 
 // PaperFrame gives the area of a paper laid into the left upper corner; names in any case ("a4",
-// "Letter", "b5jis"). Nothing for a name that is not in the table.
+// "Letter", "B5-iso"). Nothing for a name that is not in the table.
 std::optional<Frame> PaperFrame(const std::string& name);
 
 // PaperNames gives the names in the table, for messages and help.

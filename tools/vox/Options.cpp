@@ -217,6 +217,17 @@ CLI::App* DeclareInfo(CLI::App& app, RawOptions& raw) {
   return info;
 }
 
+// An empty value comes from a script's empty variable; taking it for a missing option would, for
+// one, send the image to standard output.
+void RefuseEmptyValues(const CLI::App& app) {
+  for (const CLI::Option* option : app.get_options()) {
+    const std::vector<std::string>& values = option->results();
+    if (option->get_items_expected_max() > 0 &&
+        std::find(values.begin(), values.end(), "") != values.end())
+      throw UsageFailure(option->get_name() + " is empty; give a value, or leave it out");
+  }
+}
+
 Command FinishCommand(RawOptions& raw, bool is_scan, bool stdout_is_terminal) {
   DeviceOptions& device = is_scan ? raw.scan.device : raw.info.device;
   device.with = raw.with;
@@ -265,6 +276,8 @@ Command ParseCommandLine(const std::vector<std::string>& arguments, bool stdout_
     throw UsageFailure(OneLine(error.what()) + "; see vox --help");
   }
   if (app.get_subcommands().empty()) throw UsageFailure("say what to do: vox scan, or vox info");
+  RefuseEmptyValues(app);
+  RefuseEmptyValues(*app.get_subcommands().front());
   if (app.count("--virtual-feeder") > 0) raw.with.feeder = raw.feeder;
   return FinishCommand(raw, scan->parsed(), stdout_is_terminal);
 }

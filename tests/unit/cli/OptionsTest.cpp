@@ -2,6 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
 #include <sstream>
 
 #include "tools/vox/Failure.h"
@@ -112,6 +116,26 @@ TEST(OptionsTest, HelpAndVersionAreAnswers) {
   EXPECT_THAT(std::get<TextAnswer>(Parse("scan --help")).text, HasSubstr("--resolution"));
 }
 
+// The long options that a text names, but those that every program has.
+std::set<std::string> OptionsIn(const std::string& text) {
+  static const std::regex option("--[a-z][a-z-]*");
+  std::set<std::string> names;
+  for (std::sregex_iterator it(text.begin(), text.end(), option), end; it != end; ++it)
+    names.insert(it->str());
+  names.erase("--help");
+  names.erase("--version");
+  return names;
+}
+
+TEST(OptionsTest, TheManualTellsOfEveryOptionAndOfNoOther) {
+  std::ifstream stream(VOX_SOURCE_DIR "/docs/vox.md");
+  const std::string manual{std::istreambuf_iterator<char>(stream), {}};
+  std::string help;
+  for (const char* line : {"--help", "scan --help", "info --help"})
+    help += std::get<TextAnswer>(Parse(line)).text;
+  EXPECT_EQ(OptionsIn(manual), OptionsIn(help));
+}
+
 struct BadLine {
   const char* line;
   const char* words;  // that the refusal must hold
@@ -169,6 +193,24 @@ TEST(OptionsTest, ATerminalGetsNoImage) {
   EXPECT_THAT(Refusal("scan net:a", true), HasSubstr("Name a file"));
   EXPECT_THAT(Refusal("scan net:a -o -", true), HasSubstr("nothing for a terminal"));
   EXPECT_EQ(Scan("-o a.png", true).output, "a.png");
+}
+
+// As a script's empty variable gives them: -o "$FILE".
+TEST(OptionsTest, AnEmptyValueIsNoMissingOption) {
+  for (const char* option :
+       {"--output", "--batch", "--format", "--mode", "--resolution", "--frame", "--paper",
+        "--rotate", "--virtual-page", "--virtual-fault", "--brightness", "--threshold"}) {
+    std::vector<std::string> words{"scan", "--virtual", option, ""};
+    if (std::string(option) != "--output") words.insert(words.end(), {"-o", "a.pdf"});
+    try {
+      ParseCommandLine(words, false);
+      ADD_FAILURE() << option << " accepted";
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.Status(), ExitStatus::kUsage) << option;
+      EXPECT_THAT(failure.what(), HasSubstr(option));
+    }
+  }
+  EXPECT_THROW(ParseCommandLine({"scan", "", "-o", "a.png"}, false), Failure) << "DEVICE";
 }
 
 TEST(OptionsTest, ControlCharactersDoNotReachTheTerminal) {
