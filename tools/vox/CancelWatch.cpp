@@ -56,19 +56,23 @@ void CancelWatch::Cancel() {
   if (finished_) return;
   requested_ = true;
   wake_.Raise();
-  if (!abort_ && !stay_) {
-    std::fputs("vox: cancelled\n", stderr);
-    ::_exit(static_cast<int>(ExitStatus::kCancelled));
-  }
+  if (!begun_) LeaveAtOnce();
   while (abort_) {
     abort_();
     if (abort_) detached_.WaitFor(lock, kBetweenAborts);
   }
 }
 
-void CancelWatch::StayToTheEnd() {
+// The main thread may be waiting for a device for seconds; nothing of it needs to be brought home.
+void CancelWatch::LeaveAtOnce() {
+  if (undo_) undo_();
+  std::fputs("vox: cancelled\n", stderr);
+  ::_exit(static_cast<int>(ExitStatus::kCancelled));
+}
+
+void CancelWatch::Prepare(const std::function<Action()>& make) {
   const MutexLock lock(mutex_);
-  stay_ = true;
+  undo_ = make();
 }
 
 void CancelWatch::Finish() {
@@ -79,6 +83,7 @@ void CancelWatch::Finish() {
 void CancelWatch::Attach(Action abort) {
   const MutexLock lock(mutex_);
   if (Requested()) throw CancelledFailure();
+  begun_ = true;
   abort_ = std::move(abort);
 }
 

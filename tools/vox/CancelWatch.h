@@ -1,12 +1,12 @@
 // CancelWatch turns Ctrl-C, SIGTERM and SIGHUP into an orderly end. A thread of its own waits for
 // the signals, so that nothing has to happen inside a handler:
 //
-//   no job attached   say so and leave the program with status 2 at once; where there is something
-//                     to tidy up (StayToTheEnd), Requested() becomes true and no job can begin
+//   before the job    tidy up (Prepare), say so and leave the program with status 2 at once
 //   a job attached    Requested() becomes true, Fd() readable, and the job's abort runs on the
 //                     watch's thread, again and again until the job is detached, since one that
 //                     comes between two pages hits nothing; the program ends on its own road
-//
+//   a job detached    Requested() becomes true; the program ends on its own road, for the job's
+//                     files have still to be removed, or to be finished
 //   finished          nothing: what was asked for is done
 //
 // Create it before any other thread, since those inherit the blocked signals. They stay blocked
@@ -38,8 +38,9 @@ class CancelWatch {
   bool Requested() const { return requested_.load(); }
   int Fd() const { return wake_.Get(); }
 
-  // StayToTheEnd: from now on the program has something to tidy up at its end, and must reach it.
-  void StayToTheEnd() VOX_EXCLUDES(mutex_);
+  // Prepare runs `make`, which no cancel interrupts, and keeps what it returns: how to undo it,
+  // for a cancel that leaves the program at once, on the watch's thread. What `make` throws passes.
+  void Prepare(const std::function<Action()>& make) VOX_EXCLUDES(mutex_);
 
   // Finish says that the work is done: no cancel counts any more.
   void Finish() VOX_EXCLUDES(mutex_);
@@ -65,6 +66,7 @@ class CancelWatch {
   void Detach() VOX_EXCLUDES(mutex_);
   void Run();
   void Cancel() VOX_EXCLUDES(mutex_);
+  [[noreturn]] void LeaveAtOnce() VOX_REQUIRES(mutex_);
 
   FileDescriptor signals_;
   EventFd wake_, end_;
@@ -72,7 +74,8 @@ class CancelWatch {
   Mutex mutex_;
   Condition detached_;
   bool finished_ VOX_GUARDED_BY(mutex_) = false;
-  bool stay_ VOX_GUARDED_BY(mutex_) = false;
+  bool begun_ VOX_GUARDED_BY(mutex_) = false;  // a job was attached
+  Action undo_ VOX_GUARDED_BY(mutex_);
   Action abort_ VOX_GUARDED_BY(mutex_);
   std::thread thread_;
 };

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "tools/vox/CancelWatch.h"
 #include "tools/vox/Failure.h"
 #include "tools/vox/NetworkName.h"
 #include "tools/vox/VirtualSetup.h"
@@ -13,7 +14,10 @@ namespace vox::cli {
 OpenedDevice::OpenedDevice(const DeviceOptions& options, bool both_sides, CancelWatch& watch)
     : label_(options.with.on ? "the virtual device" : options.name) {
   if (options.with.on) {
-    virtual_ = std::make_unique<VirtualSetup>(options.with, both_sides, watch);
+    watch.Prepare([&]() -> CancelWatch::Action {
+      virtual_ = std::make_unique<VirtualSetup>(options.with, both_sides);
+      return [root = virtual_->Root()] { PrivateFolder::Remove(root); };
+    });
     address_ = virtual_->Address();
   } else {
     address_ = NetworkAddress(options.name);

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "tools/vox/CancelWatch.h"
 #include "tools/vox/Failure.h"
 
 namespace vox::cli {
@@ -13,27 +12,28 @@ namespace vox::cli {
 namespace {
 
 std::string MakeFolder(const std::string& subfolders) {
-  const char* wanted = std::getenv("TMPDIR");
-  const std::string parent = wanted != nullptr && *wanted != '\0' ? wanted : "/var/tmp";
-  std::string path = parent + "/vox-virtual-XXXXXX";
-  if (::mkdtemp(path.data()) == nullptr)
-    throw FileFailure("create a temporary folder in", parent, errno);
+  std::string path = TemporaryFolder() + "/vox-virtual-XXXXXX";
+  if (::mkdtemp(path.data()) == nullptr) throw SpoolFailure("create a folder in", errno);
   std::error_code error;
   std::filesystem::create_directories(path + "/" + subfolders, error);
-  if (error) throw FileFailure("create a temporary folder in", path, error.value());
+  if (error) {
+    PrivateFolder::Remove(path);
+    throw SpoolFailure("create a folder in", error.value());
+  }
   return path;
 }
 
 }  // namespace
 
-PrivateFolder::PrivateFolder(const std::string& subfolders, CancelWatch& watch) {
-  watch.StayToTheEnd();
-  path_ = MakeFolder(subfolders);
-}
+PrivateFolder::PrivateFolder(const std::string& subfolders) : path_(MakeFolder(subfolders)) {}
 
 PrivateFolder::~PrivateFolder() {
+  Remove(path_);
+}
+
+void PrivateFolder::Remove(const std::string& path) {
   std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  std::filesystem::remove_all(path, ignored);
 }
 
 }  // namespace vox::cli

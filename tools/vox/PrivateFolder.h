@@ -1,5 +1,5 @@
 // PrivateFolder is a folder of this process alone under TMPDIR or /var/tmp, mode 0700. It is
-// removed with what lies in it when the object goes, and when a cancel ends the program.
+// removed with what lies in it when the object goes, or by Remove when a cancel ends the program.
 //
 // Thread rule: the main thread.
 #pragma once
@@ -8,15 +8,15 @@
 
 namespace vox::cli {
 
-class CancelWatch;
-
 class PrivateFolder {
  public:
   // `subfolders` ("var/tmp") are made in it. Throws Failure.
-  PrivateFolder(const std::string& subfolders, CancelWatch& watch);
+  explicit PrivateFolder(const std::string& subfolders);
   ~PrivateFolder();
   PrivateFolder(const PrivateFolder&) = delete;
   PrivateFolder& operator=(const PrivateFolder&) = delete;
+
+  static void Remove(const std::string& path);
 
   const std::string& Path() const { return path_; }
 

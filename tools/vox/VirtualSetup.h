@@ -14,16 +14,16 @@
 
 namespace vox::cli {
 
-class CancelWatch;
-
 class VirtualSetup {
  public:
   // Sets VOX_ROOT, TMPDIR and the library's two ports. `both_sides` makes the pages fronts and
-  // backs of sheets in turn. Throws Failure: 9 for a page file that cannot be read or a device that
-  // cannot start, 64 for a fault that is none.
-  VirtualSetup(const VirtualOptions& options, bool both_sides, CancelWatch& watch);
+  // backs of sheets in turn. Throws Failure: 9 (11 without permission) for a page file that cannot
+  // be read, 9 for a device that cannot start, 64 for a fault that is none.
+  VirtualSetup(const VirtualOptions& options, bool both_sides);
 
   const std::string& Address() const { return device_.Address(); }
+  // Root is the private folder, for a cancel that ends the program without the destructor.
+  const std::string& Root() const { return root_.Path(); }
 
  private:
   PrivateFolder root_;

@@ -122,13 +122,39 @@ TEST_F(CancelWatchDeathTest, WithoutAJobTheProgramEndsAtOnce) {
   EXPECT_EXIT(WaitForTheEnd(), testing::ExitedWithCode(2), "vox: cancelled");
 }
 
-TEST_F(CancelWatchTest, AProgramWithSomethingToTidyUpReachesItsEnd) {
+[[noreturn]] void WaitInAPrivateFolder(const std::string& parent) {
+  ::setenv("TMPDIR", parent.c_str(), 1);
   CancelWatch watch;
-  watch.StayToTheEnd();
+  watch.Prepare([]() -> CancelWatch::Action {
+    static const PrivateFolder folder("var/tmp");
+    std::ofstream(folder.Path() + "/var/tmp/file") << "content";
+    return [] { PrivateFolder::Remove(folder.Path()); };
+  });
+  ::kill(::getpid(), SIGINT);
+  for (;;) ::pause();  // as somebody who waits for a device
+}
+
+TEST_F(CancelWatchDeathTest, WhatWasPreparedIsUndoneOnTheWayOut) {
+  const TestFolder parent;
+  EXPECT_EXIT(WaitInAPrivateFolder(parent.Path()), testing::ExitedWithCode(2), "vox: cancelled");
+  EXPECT_THAT(parent.Leaves(), testing::IsEmpty());
+}
+
+// The job's files are still to be removed, or to be finished.
+TEST_F(CancelWatchTest, ACancelBehindTheJobLetsTheProgramReachItsEnd) {
+  CancelWatch watch;
+  CancelWatch::Attachment(watch, [] {}).Detach();
   ::kill(::getpid(), SIGINT);
   WaitReadable(watch.Fd());
   EXPECT_TRUE(watch.Requested());
   EXPECT_THROW(CancelWatch::Attachment(watch, [] {}), Failure);
+}
+
+TEST_F(CancelWatchTest, WhatAPreparationThrowsPasses) {
+  CancelWatch watch;
+  EXPECT_THROW(
+      watch.Prepare([]() -> CancelWatch::Action { throw Failure(ExitStatus::kIoError, "no"); }),
+      Failure);
 }
 
 [[noreturn]] void IgnoreAndGoOn() {
@@ -145,10 +171,9 @@ TEST_F(CancelWatchDeathTest, WhatWasIgnoredStaysIgnored) {
 }
 
 TEST_F(CancelWatchTest, APrivateFolderIsPrivateAndGoesWithItsContents) {
-  CancelWatch watch;
   std::string path;
   {
-    const PrivateFolder folder("var/tmp", watch);
+    const PrivateFolder folder("var/tmp");
     path = folder.Path();
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::owner_all);
     EXPECT_TRUE(std::filesystem::is_directory(path + "/var/tmp"));
