@@ -15,8 +15,6 @@
 
 namespace vox::cli::test {
 
-namespace {
-
 void Require(bool good, const std::string& what) {
   if (!good) throw std::runtime_error(what);
 }
@@ -24,6 +22,8 @@ void Require(bool good, const std::string& what) {
 std::size_t LineBytes(const Picture& picture) {
   return (std::size_t{picture.width} * picture.bits + 7) / 8;
 }
+
+namespace {
 
 void ClearPadding(Bytes& line, const Picture& picture) {
   const unsigned used = picture.width * picture.bits % 8;

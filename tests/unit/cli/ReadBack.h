@@ -2,6 +2,7 @@
 // gives them: a set bit white, grey 0 black, R G B. Every reader throws std::runtime_error.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,6 +17,10 @@ struct Picture {
   double x_dpi = 0, y_dpi = 0;  // 0 where the format holds none
   std::vector<Bytes> lines;     // bits behind the last pixel are 0
 };
+
+// What the readers share. Require throws where `good` is false.
+void Require(bool good, const std::string& what);
+std::size_t LineBytes(const Picture& picture);
 
 Bytes ReadFile(const std::string& path);
 Picture ReadPng(const std::string& path);

@@ -1,6 +1,5 @@
 // PDFs read back with QPDF. C++17, as QPDF 11.3's headers are no C++20 for clang 14.
 #include <memory>
-#include <stdexcept>
 
 #include <tiffio.h>
 #include <qpdf/QPDF.hh>
@@ -12,14 +11,6 @@
 namespace vox::cli::test {
 
 namespace {
-
-void Require(bool good, const std::string& what) {
-  if (!good) throw std::runtime_error(what);
-}
-
-std::size_t LineBytes(const Picture& picture) {
-  return (std::size_t{picture.width} * picture.bits + 7) / 8;
-}
 
 // Group 4 data of a PDF go into a TIFF for libtiff to decode.
 Picture DecodeGroup4(QPDFObjectHandle image, std::uint32_t width, std::uint32_t height) {

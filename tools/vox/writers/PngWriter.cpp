@@ -33,13 +33,13 @@ void PngWriter::Guarded(Call call) {
     return;
   }
   if (failure_) std::rethrow_exception(failure_);
-  throw Failure(ExitStatus::kIoError, "cannot write " + CleanText(file_->Path()) + " as PNG");
+  throw Failure(ExitStatus::kIoError, "cannot write " + CleanText(File().Path()) + " as PNG");
 }
 
 void PngWriter::OnData(png_structp png, png_bytep data, std::size_t size) {
   auto* self = static_cast<PngWriter*>(png_get_io_ptr(png));
   try {
-    self->file_->Write({data, size});
+    self->File().Write({data, size});
   } catch (...) {
     self->failure_ = std::current_exception();
   }
@@ -52,7 +52,7 @@ void PngWriter::OnError(png_structp png, png_const_charp) {
 
 void PngWriter::BeginPage(const PageFormat& page) {
   if (png_ != nullptr)
-    throw UsageFailure(file_->Path() + ": a PNG holds one page; use --batch page-%d.png");
+    throw UsageFailure(File().Path() + ": a PNG holds one page; use --batch page-%d.png");
   png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, this, OnError, OnWarning);
   if (png_ != nullptr) info_ = png_create_info_struct(png_);
   if (info_ == nullptr) throw std::bad_alloc();
@@ -81,11 +81,7 @@ void PngWriter::WriteLine(std::span<const std::uint8_t> line) {
 
 void PngWriter::EndPage() {
   Guarded([&] { png_write_end(png_, info_); });
-  ended_ = true;
-}
-
-void PngWriter::Finish() {
-  if (ended_) file_->Commit();
+  StreamWriter::EndPage();
 }
 
 }  // namespace vox::cli

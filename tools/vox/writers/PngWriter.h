@@ -7,22 +7,19 @@
 
 #include <png.h>
 
-#include "tools/vox/writers/ImageWriter.h"
-#include "tools/vox/writers/OutputFile.h"
+#include "tools/vox/writers/StreamWriter.h"
 
 namespace vox::cli {
 
-class PngWriter : public ImageWriter {
+class PngWriter : public StreamWriter {
  public:
-  explicit PngWriter(std::unique_ptr<OutputFile> file) : file_(std::move(file)) {}
+  explicit PngWriter(std::unique_ptr<OutputFile> file) : StreamWriter(std::move(file)) {}
   ~PngWriter() override;
 
   bool HoldsManyPages() const override { return false; }
   void BeginPage(const PageFormat& page) override;
   void WriteLine(std::span<const std::uint8_t> line) override;
   void EndPage() override;
-  void DropPage() override {}
-  void Finish() override;
 
  private:
   static void OnData(png_structp png, png_bytep data, std::size_t size);
@@ -33,11 +30,9 @@ class PngWriter : public ImageWriter {
   void Guarded(Call call);
   void WriteHeader(const PageFormat& page);
 
-  std::unique_ptr<OutputFile> file_;
   png_structp png_ = nullptr;
   png_infop info_ = nullptr;
   std::exception_ptr failure_;  // thrown by the file inside a libpng call
-  bool ended_ = false;
 };
 
 }  // namespace vox::cli

@@ -8,28 +8,20 @@
 namespace vox::cli {
 
 void PnmWriter::BeginPage(const PageFormat& page) {
-  if (ended_ && !HoldsManyPages())
-    throw UsageFailure(file_->Path() + ": a PNM file holds one page; use --batch page-%d.pnm");
+  if (HasPage() && !HoldsManyPages())
+    throw UsageFailure(File().Path() + ": a PNM file holds one page; use --batch page-%d.pnm");
   page_ = page;
   std::string header = page.bits == 1 ? "P4\n" : page.bits == 8 ? "P5\n" : "P6\n";
   header += std::to_string(page.width) + " " + std::to_string(page.height) + "\n";
   if (page.bits != 1) header += "255\n";
   const std::vector<std::uint8_t> bytes(header.begin(), header.end());
-  file_->Write(bytes);
+  File().Write(bytes);
 }
 
 void PnmWriter::WriteLine(std::span<const std::uint8_t> line) {
-  if (page_.bits != 1) return file_->Write(line.first(page_.LineBytes()));
+  if (page_.bits != 1) return File().Write(line.first(page_.LineBytes()));
   InvertBits(line, page_.width, inverted_);
-  file_->Write(inverted_);
-}
-
-void PnmWriter::EndPage() {
-  ended_ = true;
-}
-
-void PnmWriter::Finish() {
-  if (ended_) file_->Commit();
+  File().Write(inverted_);
 }
 
 }  // namespace vox::cli

@@ -6,27 +6,21 @@
 #include <memory>
 #include <vector>
 
-#include "tools/vox/writers/ImageWriter.h"
-#include "tools/vox/writers/OutputFile.h"
+#include "tools/vox/writers/StreamWriter.h"
 
 namespace vox::cli {
 
-class PnmWriter : public ImageWriter {
+class PnmWriter : public StreamWriter {
  public:
-  explicit PnmWriter(std::unique_ptr<OutputFile> file) : file_(std::move(file)) {}
+  explicit PnmWriter(std::unique_ptr<OutputFile> file) : StreamWriter(std::move(file)) {}
 
-  bool HoldsManyPages() const override { return !file_->IsSeekable(); }
+  bool HoldsManyPages() const override { return !File().IsSeekable(); }
   void BeginPage(const PageFormat& page) override;
   void WriteLine(std::span<const std::uint8_t> line) override;
-  void EndPage() override;
-  void DropPage() override {}
-  void Finish() override;
 
  private:
-  std::unique_ptr<OutputFile> file_;
   PageFormat page_;
   std::vector<std::uint8_t> inverted_;
-  bool ended_ = false;
 };
 
 }  // namespace vox::cli
