@@ -1,7 +1,14 @@
 #include "sim/PageFiles.h"
 
-#include <fstream>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
 #include <utility>
+
+#include "vox/platform/FileDescriptor.h"
 
 namespace vox::sim {
 namespace {
@@ -22,6 +29,22 @@ void SettleResolution(Image& image, const PageFileLimits& limits) {
   if (forced != 0) image.x_millidpi = image.y_millidpi = forced;
   if (image.x_millidpi == 0) image.x_millidpi = otherwise != 0 ? otherwise : 300000;
   if (image.y_millidpi == 0) image.y_millidpi = image.x_millidpi;
+}
+
+LoadedPages Unreadable(const std::string& path, int error) {
+  return {{}, path + ": " + std::generic_category().message(error), error};
+}
+
+// False at an error, and at an end that comes too early; errno says why.
+bool ReadWhole(int fd, std::span<std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const auto got = ::read(fd, bytes.data(), bytes.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got == 0) errno = EIO;
+    if (got <= 0) return false;
+    bytes = bytes.subspan(static_cast<std::size_t>(got));
+  }
+  return true;
 }
 
 }  // namespace
@@ -54,17 +77,18 @@ LoadedPages LoadPages(std::span<const std::uint8_t> bytes, const PageFileLimits&
 }
 
 LoadedPages LoadPageFile(const std::string& path, const PageFileLimits& limits) {
-  std::ifstream stream(path, std::ios::binary | std::ios::ate);
-  if (!stream) return {{}, path + ": cannot be opened"};
-  const std::streamoff size = stream.tellg();
-  if (size < 0) return {{}, path + ": not a plain file"};
+  // Opening a pipe that nobody writes to must not wait.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file) return Unreadable(path, errno);
+  struct stat there {};
+  if (::fstat(file.Get(), &there) != 0) return Unreadable(path, errno);
+  if (S_ISDIR(there.st_mode)) return Unreadable(path, EISDIR);
+  if (!S_ISREG(there.st_mode)) return {{}, path + ": not a plain file"};
+  const auto size = static_cast<std::uint64_t>(there.st_size);
   // A PNM with 16 bits a sample is twice as large as what is decoded from it, plain text six times.
-  if (static_cast<std::uint64_t>(size) / 8 > limits.max_bytes) return {{}, path + ": too large"};
+  if (size / 8 > limits.max_bytes) return {{}, path + ": too large"};
   std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-  stream.seekg(0);
-  if (!stream.read(reinterpret_cast<char*>(bytes.data()), size)) {
-    return {{}, path + ": cannot be read"};
-  }
+  if (!ReadWhole(file.Get(), bytes)) return Unreadable(path, errno);
   LoadedPages loaded = LoadPages(bytes, limits);
   if (!loaded.error.empty()) loaded.error = path + ": " + loaded.error;
   return loaded;

@@ -67,7 +67,8 @@ struct PageFileLimits {
 
 struct LoadedPages {
   std::vector<PagePtr> pages;
-  std::string error;  // empty: pages holds at least one
+  std::string error;     // empty: pages holds at least one
+  int error_number = 0;  // errno, where the file itself cannot be had
 };
 
 // LoadPages reads a PNM (P1 to P6, one image after another), PNG or TIFF (every directory) from

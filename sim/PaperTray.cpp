@@ -24,10 +24,10 @@ class PageTurn {
   std::uint32_t number_ = 0;
 };
 
-std::string LoadFiles(const PaperWish& wish, std::vector<PagePtr>& pages) {
+PaperProblem LoadFiles(const PaperWish& wish, std::vector<PagePtr>& pages) {
   for (const std::string& file : wish.files) {
     LoadedPages loaded = LoadPageFile(file, wish.limits);
-    if (!loaded.error.empty()) return loaded.error;
+    if (!loaded.error.empty()) return {loaded.error, loaded.error_number};
     std::move(loaded.pages.begin(), loaded.pages.end(), std::back_inserter(pages));
   }
   return {};
@@ -46,10 +46,10 @@ void FillFeeder(PageTurn turn, std::size_t sheets, bool both_sides, DeviceOption
 
 }  // namespace
 
-std::string LayPaper(const PaperWish& wish, DeviceOptions& device) {
+PaperProblem LayPaper(const PaperWish& wish, DeviceOptions& device) {
   std::vector<PagePtr> pages;
-  std::string error = LoadFiles(wish, pages);
-  if (!error.empty()) return error;
+  PaperProblem problem = LoadFiles(wish, pages);
+  if (!problem.text.empty()) return problem;
   if (!wish.sheets && !wish.both_sides && pages.size() <= 1) {
     if (!pages.empty()) device.glass = pages.front();
     return {};

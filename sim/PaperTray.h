@@ -19,10 +19,15 @@ struct PaperWish {
   bool both_sides = false;              // the pages become fronts and backs in turn
 };
 
+// What is wrong with a page file.
+struct PaperProblem {
+  std::string text;      // empty: nothing
+  int error_number = 0;  // errno, where the file itself cannot be had
+};
+
 // LayPaper puts paper into `device`. One page lies on the glass, where a device without any has its
 // own chart; several pages, both sides, or a number of sheets make a feeder, which takes the pages
 // over and over. No sheets at all (0) leave the glass empty too: there is no document then.
-// Returns: an empty text, or what is wrong with a file.
-std::string LayPaper(const PaperWish& wish, DeviceOptions& device);
+PaperProblem LayPaper(const PaperWish& wish, DeviceOptions& device);
 
 }  // namespace vox::sim

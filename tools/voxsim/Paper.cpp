@@ -8,7 +8,7 @@ std::string LoadPaper(SimArguments& arguments) {
   sim::PaperWish wish{arguments.page_files, arguments.page_limits, {}, arguments.duplex};
   if (arguments.sheets > 0) wish.sheets = arguments.sheets;
   if (arguments.duplex) arguments.device.duplex = 2;
-  return sim::LayPaper(wish, arguments.device);
+  return sim::LayPaper(wish, arguments.device).text;
 }
 
 }  // namespace vox

@@ -232,8 +232,11 @@ TEST(TiffFile, CutFilesAreRefusedOrGiveWhatIsWhole) {
 }
 
 TEST(PageFile, AMissingFileIsNamed) {
-  EXPECT_EQ(LoadPageFile("/nowhere/page.png").error, "/nowhere/page.png: cannot be opened");
-  EXPECT_TRUE(LoadPageFile("/").error.starts_with("/: "));
+  const auto missing = LoadPageFile("/nowhere/page.png");
+  EXPECT_EQ(missing.error, "/nowhere/page.png: No such file or directory");
+  EXPECT_EQ(missing.error_number, ENOENT);
+  EXPECT_EQ(LoadPageFile("/").error, "/: Is a directory");
+  EXPECT_EQ(LoadPageFile("/dev/null").error, "/dev/null: not a plain file");
 }
 
 TEST(PageFile, AFileIsReadFromTheDisk) {

@@ -48,7 +48,7 @@ class PaperTrayTest : public testing::Test {
 };
 
 TEST_F(PaperTrayTest, WithoutAWishTheDeviceShowsItsOwnChart) {
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   EXPECT_FALSE(device_.glass);
   EXPECT_FALSE(device_.feeder);
   EXPECT_FALSE(device_.empty_glass);
@@ -56,14 +56,14 @@ TEST_F(PaperTrayTest, WithoutAWishTheDeviceShowsItsOwnChart) {
 
 TEST_F(PaperTrayTest, OnePageLiesOnTheGlass) {
   wish_.files = {PutFile("a.pgm", 1)};
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   EXPECT_EQ(NumberOf(device_.glass), 1U);
   EXPECT_THAT(device_.sheets, testing::IsEmpty());
 }
 
 TEST_F(PaperTrayTest, SeveralPagesAreSheetsOfAFeeder) {
   wish_.files = {PutFile("a.pgm", 2), PutFile("b.pgm", 1)};
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   EXPECT_TRUE(device_.feeder);
   EXPECT_THAT(Sides(), testing::ElementsAre(1, 0, 2, 0, 1, 0));
 }
@@ -71,27 +71,27 @@ TEST_F(PaperTrayTest, SeveralPagesAreSheetsOfAFeeder) {
 TEST_F(PaperTrayTest, BothSidesTakeThePagesInTurn) {
   wish_.files = {PutFile("a.pgm", 3)};
   wish_.both_sides = true;
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   EXPECT_THAT(Sides(), testing::ElementsAre(1, 2, 3, 1));
 }
 
 TEST_F(PaperTrayTest, ANumberOfSheetsTakesThePagesOverAndOver) {
   wish_.files = {PutFile("a.pgm", 2)};
   wish_.sheets = 3;
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   EXPECT_THAT(Sides(), testing::ElementsAre(1, 0, 2, 0, 1, 0));
 }
 
 TEST_F(PaperTrayTest, SheetsWithoutPagesAreCharts) {
   wish_.sheets = 2;
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   ASSERT_EQ(device_.sheets.size(), 2U);
   EXPECT_EQ(device_.sheets[0].front->Size().width, device_.flatbed->physical_width);
 }
 
 TEST_F(PaperTrayTest, NoSheetsLeaveTheGlassEmptyToo) {
   wish_.sheets = 0;
-  EXPECT_EQ(LayPaper(wish_, device_), "");
+  EXPECT_EQ(LayPaper(wish_, device_).text, "");
   EXPECT_TRUE(device_.feeder);
   EXPECT_TRUE(device_.empty_glass);
   EXPECT_THAT(device_.sheets, testing::IsEmpty());
@@ -99,7 +99,7 @@ TEST_F(PaperTrayTest, NoSheetsLeaveTheGlassEmptyToo) {
 
 TEST_F(PaperTrayTest, AFileThatIsNoPageIsNamed) {
   wish_.files = {folder_ + "/missing.png"};
-  EXPECT_THAT(LayPaper(wish_, device_), testing::HasSubstr("missing.png"));
+  EXPECT_THAT(LayPaper(wish_, device_).text, testing::HasSubstr("missing.png"));
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -51,6 +53,7 @@ class Voxsim {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   std::string Line() { return ReadUntil(out_, '\n'); }
+  std::string Output() { return ReadUntil(out_, '\0'); }
   std::string Errors() { return ReadUntil(err_, '\0'); }
 
  private:
@@ -81,6 +84,22 @@ TEST(VoxsimProgram, PrintsItsPortsAndEndsOnSigterm) {
   }
 }
 
+// The long options that a text names, but those that every program has.
+std::set<std::string> ReadOptions(const std::string& text) {
+  static const std::regex option("--[a-z][a-z-]*");
+  std::set<std::string> names;
+  for (std::sregex_iterator it(text.begin(), text.end(), option), end; it != end; ++it)
+    names.insert(it->str());
+  names.erase("--help");
+  names.erase("--version");
+  return names;
+}
+
+std::string Documentation() {
+  std::ifstream stream(VOX_SOURCE_DIR "/docs/virtual-device.md");
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 TEST(VoxsimProgram, SaysInOneLineWhatIsWrong) {
   const std::string bad_page = ::testing::TempDir() + "/voxsim-bad-page";
   std::ofstream(bad_page) << "no image";
@@ -90,12 +109,17 @@ TEST(VoxsimProgram, SaysInOneLineWhatIsWrong) {
     std::string error;
   } rows[] = {
       {{"--fault", "midnight"}, 64, "voxsim: --fault: no such fault: midnight\n"},
-      {{"--mac", "1:2"}, 64, "voxsim: --mac 1:2\n"},
+      {{"--mac", "1:2"}, 64, "voxsim: --mac 1:2: give six bytes, as in 02:56:58:00:00:01\n"},
+      {{"--image-header", "tail"},
+       64,
+       "voxsim: --image-header tail: choose data, header or none\n"},
+      {{"--name", std::string(256, 'n')}, 64, "voxsim: --name: 255 bytes at the most\n"},
+      {{"--margins", "70000,0"}, 64, "voxsim: cut margins: at most 65535 pixels\n"},
       {{"--bed", "0,5"}, 64, "voxsim: --bed: 0.1 to 100 inches\n"},
-      {{"/nowhere.png"}, 4, "voxsim: /nowhere.png: cannot be opened\n"},
+      {{"/nowhere.png"}, 4, "voxsim: /nowhere.png: No such file or directory\n"},
       {{bad_page}, 4, "voxsim: " + bad_page + ": neither PNM nor PNG nor TIFF\n"},
       {{"--address", "here"}, 9, "voxsim: here is no IPv4 address\n"},
-      {{"--range", "600,75"}, 9, "voxsim: a unit whose resolutions or sizes make no sense\n"},
+      {{"--range", "600,75"}, 64, "voxsim: a unit whose resolutions or sizes make no sense\n"},
       {{"--prepare", "600", "--cache", "1", "--template", "3", "--raw"},
        4,
        "voxsim: the pages to be prepared do not fit (--cache)\n"}};
@@ -105,12 +129,30 @@ TEST(VoxsimProgram, SaysInOneLineWhatIsWrong) {
     EXPECT_EQ(voxsim.Errors(), row.error);
     EXPECT_EQ(voxsim.Wait(), row.status) << row.error;
   }
-  Voxsim unknown({"--nonsense"});
-  EXPECT_NE(unknown.Errors(), "");
-  EXPECT_EQ(unknown.Wait(), 64);
-  Voxsim help({"--help"});
-  EXPECT_NE(help.Line(), "");
-  EXPECT_EQ(help.Wait(), 0);
+}
+
+TEST(VoxsimProgram, SaysInOneLineWhichOptionIsWrong) {
+  const std::vector<std::vector<std::string>> rows = {
+      {"--nonsense"},           {"--feeder", "0"},      {"--template", "4"},
+      {"--bed", "8"},           {"--plane-order", "6"}, {"--threshold", "256"},
+      {"--snmp-port", "65536"}, {"--page-dpi", "5"},    {"--cache", "99999999999"},
+      {"--prepare", "0"},       {"--raw", "--jbig"},    {"--lines-per-block", "0"}};
+  for (const auto& row : rows) {
+    Voxsim voxsim(row);
+    const std::string error = voxsim.Errors();
+    EXPECT_TRUE(error.starts_with("voxsim: ")) << error;
+    EXPECT_NE(error.find(row[0]), std::string::npos) << error;
+    EXPECT_EQ(error.find('\n'), error.size() - 1) << error;
+    EXPECT_EQ(voxsim.Wait(), 64) << error;
+  }
+}
+
+TEST(VoxsimProgram, HelpsWithEveryOption) {
+  Voxsim voxsim({"--help"});
+  const std::string help = voxsim.Output();
+  EXPECT_EQ(voxsim.Wait(), 0);
+  for (const char c : help) EXPECT_TRUE(c == '\n' || (c >= ' ' && c <= '~')) << help;
+  EXPECT_EQ(ReadOptions(help), ReadOptions(Documentation()));
 }
 
 }  // namespace
