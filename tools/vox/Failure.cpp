@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <system_error>
 
@@ -17,7 +18,7 @@ struct ErrnoAdvice {
   const char* advice;
 };
 
-constexpr std::array<ErrnoAdvice, 9> kErrnoAdvice{{
+constexpr std::array<ErrnoAdvice, 10> kErrnoAdvice{{
     {EACCES, ExitStatus::kNoPermission, "choose a folder and a file that you may write"},
     {EPERM, ExitStatus::kNoPermission, "choose a folder and a file that you may write"},
     {EROFS, ExitStatus::kNoPermission, "choose a folder that is not read-only"},
@@ -26,6 +27,7 @@ constexpr std::array<ErrnoAdvice, 9> kErrnoAdvice{{
     {EFBIG, ExitStatus::kIoError, "the file would be too large: ask for less, or for other pages"},
     {ENOENT, ExitStatus::kIoError, "create the folder first"},
     {ENOTDIR, ExitStatus::kIoError, "name a folder that exists"},
+    {ENAMETOOLONG, ExitStatus::kIoError, "give it a shorter name"},
     {ENOMEM, ExitStatus::kNoMemory, "close other programs and try again"},
 }};
 
@@ -48,15 +50,34 @@ constexpr std::array<StatusAdvice, 9> kStatusAdvice{{
     {ExitStatus::kNoDocument, "there is no document; put one in the feeder or on the glass"},
 }};
 
+ErrnoAdvice AdviceFor(int error) {
+  for (const ErrnoAdvice& row : kErrnoAdvice) {
+    if (row.error == error) return row;
+  }
+  return {error, ExitStatus::kIoError, nullptr};
+}
+
+std::string FileLine(const std::string& what, const std::string& path, int error) {
+  return "cannot " + what + " " + CleanText(path) + ": " + std::generic_category().message(error);
+}
+
 }  // namespace
 
 Failure FileFailure(const std::string& what, const std::string& path, int error) {
-  std::string line =
-      "cannot " + what + " " + CleanText(path) + ": " + std::generic_category().message(error);
-  for (const ErrnoAdvice& row : kErrnoAdvice) {
-    if (row.error == error) return Failure(row.status, line + "; " + row.advice);
-  }
-  return Failure(ExitStatus::kIoError, line);
+  const ErrnoAdvice row = AdviceFor(error);
+  const std::string line = FileLine(what, path, error);
+  return Failure(row.status, row.advice != nullptr ? line + "; " + row.advice : line);
+}
+
+Failure SpoolFailure(const std::string& what, int error) {
+  return Failure(AdviceFor(error).status, FileLine(what, TemporaryFolder(), error) +
+                                              "; set TMPDIR to a folder with room that you may" +
+                                              " write");
+}
+
+std::string TemporaryFolder() {
+  const char* wanted = std::getenv("TMPDIR");
+  return wanted != nullptr && *wanted != '\0' ? wanted : "/var/tmp";
 }
 
 Failure DeviceFailure(const std::string& what, const std::string& device, std::uint32_t status) {
@@ -69,7 +90,7 @@ Failure UsageFailure(const std::string& line) {
 }
 
 Failure CancelledFailure() {
-  return Failure(ExitStatus::kCancelled, "cancelled; the job on the device was stopped");
+  return Failure(ExitStatus::kCancelled, "cancelled; the device was told to stop");
 }
 
 std::string CleanText(const std::string& text) {

@@ -37,6 +37,13 @@ class Failure : public std::runtime_error {
 // Returns: a Failure with status 11 where permission is missing, 10 without memory, else 9.
 Failure FileFailure(const std::string& what, const std::string& path, int error);
 
+// SpoolFailure is the same for what lies in the folder of temporary files ("write a temporary file
+// in"), which nobody has named: the advice is TMPDIR.
+Failure SpoolFailure(const std::string& what, int error);
+
+// TemporaryFolder is where temporary files go: TMPDIR, else /var/tmp, as pages may be large.
+std::string TemporaryFolder();
+
 // DeviceFailure describes a failed scan step: `what` ("scan the page"), the device as the user
 // named it, and the interface error status 0 to 8 of the scan interface. Returns: a Failure with
 // the exit status that design and scripts give that kind of error.

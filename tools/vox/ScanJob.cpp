@@ -1,5 +1,6 @@
 #include "tools/vox/ScanJob.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 
@@ -81,6 +82,7 @@ void ScanJob::StopAtOnePage() {
 bool ScanJob::ScanPage(unsigned page) {
   if (watch_.Requested()) throw CancelledFailure();
   files_.Open(page);
+  progress_.Show(page, 0, plan_.page.height);  // the device may take a minute to begin
   const Clock::time_point start = Clock::now();
   StartPage(page);
   ReadPage(page);
@@ -104,7 +106,10 @@ void ScanJob::StartPage(unsigned page) {
   interface_.GetScanParam();
   if (!device_.IsVirtual()) {
     const JobServerPresence server = EnsureJobServer();
-    if (!server.running) throw Failure(ExitStatus::kIoError, CleanText(server.error));
+    if (!server.running)
+      throw Failure(ExitStatus::kIoError,
+                    "cannot start the job server: " + CleanText(server.error) +
+                        "; put that right and try again");
   }
   if (!interface_.StartScan(options_.preview)) FailPage(page);
 }
@@ -149,11 +154,12 @@ void RunInfo(const InfoOptions& options) {
   OpenedDevice device(options.device, false, watch);
   const DeviceReport report{device.Name(), device.Address(), device.IsVirtual(), device.What()};
   PrintOut(options.json ? DeviceJson(report) : DeviceWords(report));
+  watch.Finish();
 }
 
 void PrintOut(const std::string& text) {
   if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-    throw Failure(ExitStatus::kIoError, "cannot write to standard output");
+    throw FileFailure("write", "standard output", errno);
 }
 
 }  // namespace vox::cli

@@ -1,5 +1,6 @@
 #include "tools/vox/VirtualSetup.h"
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "sim/PaperTray.h"
@@ -17,6 +18,13 @@ Failure CannotStart(const std::string& what, const std::string& error) {
   return Failure(ExitStatus::kIoError, "cannot start " + what + ": " + CleanText(error));
 }
 
+Failure BadPage(const sim::PaperProblem& problem) {
+  const bool forbidden = problem.error_number == EACCES || problem.error_number == EPERM;
+  return Failure(forbidden ? ExitStatus::kNoPermission : ExitStatus::kIoError,
+                 "cannot read a page: " + CleanText(problem.text) +
+                     "; name PNM, PNG or TIFF files that you may read");
+}
+
 // A device with a flatbed and a feeder that turns sheets, and the paper that was asked for.
 sim::DeviceOptions Describe(const VirtualOptions& options, bool both_sides) {
   sim::DeviceOptions device;
@@ -28,16 +36,15 @@ sim::DeviceOptions Describe(const VirtualOptions& options, bool both_sides) {
   }
   sim::PaperWish wish{options.page_files, {}, {}, both_sides};
   if (options.feeder) wish.sheets = *options.feeder;
-  const std::string wrong = sim::LayPaper(wish, device);
-  if (!wrong.empty())
-    throw Failure(ExitStatus::kIoError, "cannot read a page: " + CleanText(wrong));
+  const sim::PaperProblem problem = sim::LayPaper(wish, device);
+  if (!problem.text.empty()) throw BadPage(problem);
   return device;
 }
 
 }  // namespace
 
-VirtualSetup::VirtualSetup(const VirtualOptions& options, bool both_sides, CancelWatch& watch)
-    : root_(kTemporary, watch), device_(Describe(options, both_sides)) {
+VirtualSetup::VirtualSetup(const VirtualOptions& options, bool both_sides)
+    : root_(kTemporary), device_(Describe(options, both_sides)) {
   ::setenv("VOX_ROOT", root_.Path().c_str(), 1);
   ::setenv("TMPDIR", (root_.Path() + "/" + kTemporary).c_str(), 1);
   JobServerOptions doors;

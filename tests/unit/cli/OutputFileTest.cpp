@@ -1,6 +1,7 @@
 // A file appears under its name when it is whole, and nothing else stays behind.
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -97,6 +98,25 @@ TEST_F(OutputFileTest, ASymbolicLinkIsKeptAndItsTargetReplaced) {
   EXPECT_EQ(ReadFile(Name()), kText);
 }
 
+TEST_F(OutputFileTest, ALinkToAFileThatIsYetToComeStaysALink) {
+  const std::string link = folder_.File("link.png");
+  std::filesystem::create_directory(folder_.File("sub"));
+  std::filesystem::create_symlink("sub/next.png", link);
+  std::filesystem::create_symlink("../page.png", folder_.File("sub/next.png"));
+  OutputFile file(link, -1);
+  file.Write(kText);
+  file.Commit();
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(ReadFile(Name()), kText);
+}
+
+TEST_F(OutputFileTest, LinksInACircleAreAnError) {
+  std::filesystem::create_symlink("b.png", folder_.File("a.png"));
+  std::filesystem::create_symlink("a.png", folder_.File("b.png"));
+  EXPECT_EQ(FailureOf(folder_.File("a.png")).Status(), ExitStatus::kIoError);
+  EXPECT_THAT(folder_.Leaves(), ElementsAre("a.png", "b.png"));
+}
+
 TEST_F(OutputFileTest, ADeviceIsWrittenToAndNotReplaced) {
   OutputFile file("/dev/null", -1);
   EXPECT_FALSE(file.IsSeekable());
@@ -111,6 +131,8 @@ TEST_F(OutputFileTest, ANameOfGreatestLengthWorks) {
   file.Write(kText);
   file.Commit();
   EXPECT_EQ(ReadFile(name), kText);
+  EXPECT_THAT(FailureOf(folder_.File(std::string(252, 'x') + ".png")).what(),
+              HasSubstr("shorter name"));
 }
 
 TEST_F(OutputFileTest, BytesPastTheBufferArriveInOrder) {
@@ -184,6 +206,22 @@ TEST_F(OutputFileTest, AReaderThatGoesAwayIsAnError) {
   const auto old = std::signal(SIGPIPE, SIG_IGN);
   EXPECT_THROW(file.Write(Bytes(1 << 20)), Failure);
   std::signal(SIGPIPE, old);
+}
+
+[[noreturn]] void ExitFromASpool(const char* folder) {
+  ::setenv("TMPDIR", folder, 1);
+  try {
+    MakeSpool();
+  } catch (const Failure& failure) {
+    std::fputs(failure.what(), stderr);
+    std::_Exit(static_cast<int>(failure.Status()));
+  }
+  std::_Exit(0);
+}
+
+TEST(SpoolDeathTest, SaysWhereItWantedToBeAndHowToMoveIt) {
+  EXPECT_EXIT(ExitFromASpool("/nowhere"), testing::ExitedWithCode(9),
+              "cannot write a temporary file in /nowhere: No such file or directory; set TMPDIR");
 }
 
 TEST(SpoolTest, HasNoNameAndGivesBackWhatWasWritten) {

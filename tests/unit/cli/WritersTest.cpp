@@ -1,6 +1,10 @@
 // What every writer puts on the disk, read back with the format's own library.
 #include <array>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
+
+#include <sys/resource.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -182,6 +186,31 @@ TEST_F(WritersTest, AFullDiskIsOneClearLine) {
                    "another place");
     }
   }
+}
+
+// With room for the file, and none for what waits on its way there.
+[[noreturn]] void ExitFromAFullSpool(ImageFormat format, bool turned) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit room{1000, 1000};
+  ::setrlimit(RLIMIT_FSIZE, &room);
+  try {
+    const auto writer = MakeWriter("/dev/null", format, turned, -1);
+    writer->BeginPage({2000, 300, 24, 300, 300});
+    for (std::uint32_t y = 0; y < 300; ++y) writer->WriteLine(TestLine(2000, 24, y));
+    writer->EndPage();
+    writer->Finish();
+  } catch (const Failure& failure) {
+    std::fputs(failure.what(), stderr);
+    std::_Exit(static_cast<int>(failure.Status()));
+  }
+  std::_Exit(0);
+}
+
+TEST(WritersDeathTest, AFullSpoolIsNotTakenForTheFile) {
+  const char words[] = "cannot write a temporary file in .*: File too large; set TMPDIR";
+  EXPECT_EXIT(ExitFromAFullSpool(ImageFormat::kPdf, false), testing::ExitedWithCode(9), words);
+  EXPECT_EXIT(ExitFromAFullSpool(ImageFormat::kTiff, false), testing::ExitedWithCode(9), words);
+  EXPECT_EXIT(ExitFromAFullSpool(ImageFormat::kPnm, true), testing::ExitedWithCode(9), words);
 }
 
 TEST_F(WritersTest, TurnedPagesAreTurnedByHalfACircle) {

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
+#include <memory>
 #include <random>
 
 #include <fcntl.h>
@@ -37,12 +39,21 @@ std::string BesideName(const std::string& target) {
   return name;
 }
 
+// A link whose target is yet to come is followed too, so that it stays a link. What is there and
+// has no path (a pipe behind /dev/stdout) keeps its name.
 std::string FollowLinks(const std::string& path) {
-  char* real = ::realpath(path.c_str(), nullptr);
-  if (real == nullptr) return path;
-  std::string result(real);
-  std::free(real);
-  return result;
+  constexpr int kMostLinks = 40;  // as the system itself follows
+  const std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
+  if (real) return real.get();
+  if (::access(path.c_str(), F_OK) == 0) return path;
+  std::filesystem::path at(path);
+  for (int i = 0; i < kMostLinks; ++i) {
+    std::error_code error;
+    const auto next = std::filesystem::read_symlink(at, error);
+    if (error) return at;
+    at = at.parent_path() / next;
+  }
+  return at;
 }
 
 // A rename is on the disk when its folder is; some file systems cannot synchronise one.
@@ -63,6 +74,7 @@ OutputFile::OutputFile(const std::string& path, int cancel_fd)
   }
   struct stat there {};
   const bool exists = ::stat(target_.c_str(), &there) == 0;
+  if (!exists && errno != ENOENT) throw FileFailure("write", path_, errno);
   if (exists && S_ISDIR(there.st_mode)) throw FileFailure("write", path_, EISDIR);
   if (exists && ::access(target_.c_str(), W_OK) != 0) throw FileFailure("write", path_, errno);
   if (exists && !S_ISREG(there.st_mode)) {
@@ -147,13 +159,12 @@ void OutputFile::Commit() {
 }
 
 FileDescriptor MakeSpool() {
-  const char* wanted = std::getenv("TMPDIR");
-  const std::string folder = wanted != nullptr && *wanted != '\0' ? wanted : "/var/tmp";
+  const std::string folder = TemporaryFolder();
   FileDescriptor fd(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   if (fd) return fd;
   std::string name = folder + "/vox-XXXXXX";
   fd.Reset(::mkostemp(name.data(), O_CLOEXEC));
-  if (!fd) throw FileFailure("write a temporary file in", folder, errno);
+  if (!fd) throw SpoolFailure("write a temporary file in", errno);
   ::unlink(name.c_str());
   return fd;
 }

@@ -9,7 +9,7 @@ namespace vox::cli {
 void PdfWriter::BeginPage(const PageFormat& page) {
   if (!coded_) {
     spool_ = MakeSpool();
-    coded_ = std::make_unique<TiffPages>(spool_.Get(), file_->Path(), true);
+    coded_ = std::make_unique<TiffPages>(spool_.Get(), "", true);
   }
   current_ = page;
   coded_->BeginPage(page);
@@ -25,7 +25,7 @@ void PdfWriter::Finish() {
   if (ended_.empty()) return;
   const PdfSource source = [this](std::uint64_t offset, std::uint8_t* to, std::size_t bytes) {
     if (!ReadAt(spool_.Get(), {to, bytes}, offset))
-      throw FileFailure("read back", file_->Path(), errno);
+      throw SpoolFailure("read a temporary file in", errno);
   };
   WritePdf(ended_, source, [this](const std::uint8_t* from, std::size_t bytes) {
     file_->Write({from, bytes});

@@ -33,8 +33,10 @@ TiffPages::~TiffPages() {
 }
 
 void TiffPages::Require(bool done) const {
+  if (error_ != 0 && path_.empty()) throw SpoolFailure("write a temporary file in", error_);
   if (error_ != 0) throw FileFailure("write", path_, error_);
-  if (!done) throw Failure(ExitStatus::kIoError, "cannot write " + CleanText(path_ + reason_));
+  const std::string name = path_.empty() ? "a temporary file" : path_;
+  if (!done) throw Failure(ExitStatus::kIoError, "cannot write " + CleanText(name + reason_));
 }
 
 void TiffPages::BeginPage(const PageFormat& page) {

@@ -23,7 +23,8 @@ class TiffPages {
     std::uint64_t offset, bytes;
   };
 
-  // `fd` stays the caller's and must outlive the object; `path` is for messages. `big` chooses
+  // `fd` stays the caller's and must outlive the object; `path` is for messages, empty for a
+  // spool. `big` chooses
   // BigTIFF, whose offsets pass 4 GiB.
   TiffPages(int fd, std::string path, bool big);
   TiffPages(const TiffPages&) = delete;

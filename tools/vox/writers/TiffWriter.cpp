@@ -22,7 +22,7 @@ void TiffWriter::BeginPage(const PageFormat& page) {
   if (!pages_) {
     if (!file_->IsSeekable()) spool_ = MakeSpool();
     const bool big = std::uint64_t{page.LineBytes()} * page.height > kBigTiffFrom;
-    pages_ = std::make_unique<TiffPages>(Fd(), file_->Path(), big);
+    pages_ = std::make_unique<TiffPages>(Fd(), spool_ ? "" : file_->Path(), big);
   }
   pages_->BeginPage(page);
 }
@@ -32,7 +32,7 @@ void TiffWriter::Finish() {
   pages_->Close();
   if (spool_) {
     struct stat there {};
-    if (::fstat(spool_.Get(), &there) != 0) throw FileFailure("read back", file_->Path(), errno);
+    if (::fstat(spool_.Get(), &there) != 0) throw SpoolFailure("read a temporary file in", errno);
     CopyFrom(spool_.Get(), 0, static_cast<std::uint64_t>(there.st_size), *file_);
   }
   file_->Commit();
@@ -43,7 +43,7 @@ void CopyFrom(int fd, std::uint64_t offset, std::uint64_t bytes, OutputFile& fil
   while (bytes > 0) {
     const std::span part(piece.data(),
                          static_cast<std::size_t>(std::min<std::uint64_t>(bytes, kPiece)));
-    if (!ReadAt(fd, part, offset)) throw FileFailure("read back", file.Path(), errno);
+    if (!ReadAt(fd, part, offset)) throw SpoolFailure("read a temporary file in", errno);
     file.Write(part);
     offset += part.size();
     bytes -= part.size();

@@ -45,7 +45,7 @@ void TurnedWriter::WriteLine(std::span<const std::uint8_t> line) {
 
 void TurnedWriter::Flush() {
   if (!WriteAt(spool_.Get(), waiting_, spooled_))
-    throw FileFailure("write", "a temporary file", errno);
+    throw SpoolFailure("write a temporary file in", errno);
   spooled_ += waiting_.size();
   waiting_.clear();
 }
@@ -69,7 +69,7 @@ void TurnedWriter::EndPage() {
     lines.resize(static_cast<std::size_t>(std::min(block, spooled_)));
     spooled_ -= lines.size();
     if (!ReadAt(spool_.Get(), lines, spooled_))
-      throw FileFailure("read back", "a temporary file", errno);
+      throw SpoolFailure("read a temporary file in", errno);
     PassOn(lines);
   }
   spool_.Reset();
