@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # run.sh BUILD_DIR: installs BUILD_DIR into a folder of its own, builds the consumer project against it with
-# find_package and a one-line program with pkg-config, and runs both.
+# find_package and a small program with pkg-config, and runs both and the installed programs.
 set -euo pipefail
 build=$(readlink -f "$1")
 here=$(dirname "$(readlink -f "$0")")
@@ -10,6 +10,10 @@ cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
 cmake -G Ninja -S "$here" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/configure.log"
 cmake --build "$work/build" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
 "$work/build/consumer"
+
+for program in vox voxjobd voxsim; do "$work/prefix/bin/$program" --version >/dev/null; done
+"$work/prefix/bin/vox" scan --virtual --resolution 75 -o "$work/page.png"
+[ -s "$work/page.png" ]
 
 libdir=$(dirname "$(find "$work/prefix" -name vox.pc)")/..
 flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --define-variable=prefix="$work/prefix" --cflags --libs vox)

@@ -77,13 +77,16 @@ std::vector<std::string> SourceFiles() {
 }
 
 std::vector<Edge> Edges() {
-  static const std::regex include(R"re(^\s*#\s*include\s*"([^"]+)")re");
+  // In angle brackets only what bears a folder of the project is the project's.
+  static const std::regex include(
+      R"re(^\s*#\s*include\s*(?:"([^"]+)"|<((?:vox|platform|Source|sim|tools|tests)/[^>]+)>))re");
   std::vector<Edge> edges;
   for (const std::string& file : SourceFiles()) {
     std::ifstream stream(kRoot / file);
     for (std::string line; std::getline(stream, line);) {
       std::smatch match;
-      if (std::regex_search(line, match, include)) edges.push_back({file, PathOfInclude(match[1])});
+      if (std::regex_search(line, match, include))
+        edges.push_back({file, PathOfInclude(match[1].matched ? match[1] : match[2])});
     }
   }
   return edges;
