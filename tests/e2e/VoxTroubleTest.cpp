@@ -45,7 +45,7 @@ TEST_F(VoxScan, ADeviceInTroubleIsOneLineAndNoFile) {
       {"busy", 3, "it is busy"},
       {"no-document", 7, "no document"},
       {"scan-reply=81", 9, "it refused"},
-      {"block=width:1", 9, "does not answer, or the connection broke"},
+      {"block=width:1", 9, "does not answer, or what it sends arrives broken"},
       {"block=hostile", 9, "does not answer"},
       {"block=cut-data:1", 9, "does not answer"},
       {"close-after=10000", 9, "does not answer"},

@@ -42,7 +42,7 @@ constexpr std::array<StatusAdvice, 9> kStatusAdvice{{
     {ExitStatus::kIoError, "no semaphores or threads are left on this machine; see ipcs -s"},
     {ExitStatus::kNoMemory, "not enough memory; ask for a smaller area or a lower resolution"},
     {ExitStatus::kIoError,
-     "it does not answer, or the connection broke; check that it is on and reachable"},
+     "it does not answer, or what it sends arrives broken; check that it is on and reachable"},
     {ExitStatus::kBusy, "it is busy; try again when it has finished"},
     {ExitStatus::kIoError, "it refused; look at its panel"},
     {ExitStatus::kCancelled, "the job was cancelled at the device"},
