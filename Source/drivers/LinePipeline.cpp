@@ -6,7 +6,6 @@
 #include "vox/DSDebugging.h"
 #include "vox/drivers/ScanSession.h"
 #include "vox/drivers/TwainImageIF.h"
-#include "vox/platform/SystemLog.h"
 
 namespace vox {
 namespace {
@@ -41,11 +40,7 @@ bool scale_line(ScanSession& page, std::uint32_t i) {
 bool scale_lines(ScanSession& page) {
   for (std::uint32_t i = 0; i < page.proc.sinfo.Window.yExtent; ++i) {
     if (page.stopping() || !page.wait(kSemRawLine) || !scale_line(page, i)) return false;
-    if (page.stopping()) return false;
-    if (!page.post(kSemScaledLine)) {
-      LogToSystem("Sem post fail!\n");
-      return false;
-    }
+    if (page.stopping() || !page.announce(kSemScaledLine)) return false;
   }
   return true;
 }

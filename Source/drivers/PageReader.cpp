@@ -11,7 +11,6 @@
 #include "vox/drivers/ScanSession.h"
 #include "vox/drivers/SessionSystem.h"
 #include "vox/drivers/TwainImageIF.h"
-#include "vox/platform/SystemLog.h"
 
 namespace vox {
 namespace {
@@ -99,10 +98,7 @@ bool CTwainImageIF::read_line(std::uint32_t i, bool from_file) {
 bool CTwainImageIF::announce_line(std::uint32_t i, LineBuffer line) {
   ScanSession& page = *m_pSession;
   page.store_device_line(i, std::move(line));
-  if (page.stopping()) return false;
-  if (page.post(kSemRawLine)) return true;
-  LogToSystem("Sem post fail!\n");
-  return false;
+  return !page.stopping() && page.announce(kSemRawLine);
 }
 
 bool CTwainImageIF::DummyRead() {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "vox/drivers/SessionSystem.h"
+#include "vox/platform/SystemLog.h"
 
 namespace vox {
 namespace {
@@ -143,6 +144,13 @@ bool ScanSession::post(int number) const {
     if (stopping()) return false;
     dev.m_wake.WaitFor(lock, kFullSemaphoreWait);
   }
+}
+
+// Who asks for a stop does so before the set is removed.
+bool ScanSession::announce(int number) const {
+  if (post(number)) return true;
+  if (!stopping()) LogToSystem("Sem post fail!\n");
+  return false;
 }
 
 void ScanSession::fail(std::uint32_t status) const {

@@ -83,6 +83,8 @@ struct ScanSession {
   // post announces a line. A count at its greatest value is waited out, except where the waiter
   // looks at CurLineReady anyhow. Returns: false when the set is gone or a stop is wanted.
   bool post(int number) const;
+  // announce is a post whose failure goes to the system log, unless a stop is what made it fail.
+  bool announce(int number) const;
   bool wait(int number) const { return wait_semaphore(semid, number) == SemResult::kDone; }
 
   // fail ends the page for everyone who waits for a line.

@@ -66,7 +66,7 @@ int make_set(bool& have_zero) {
 SemResult operate(int semid, int number, short change) {
   if (semid <= 0) return SemResult::kGone;
   sembuf operation{static_cast<unsigned short>(number), change, 0};
-  while (::semop(semid, &operation, 1) != 0) {
+  while (CurrentSessionSystem().operate(semid, &operation, 1) != 0) {
     if (errno == ERANGE) return SemResult::kFull;
     if (errno != EINTR) return SemResult::kGone;
   }

@@ -32,7 +32,7 @@ double seconds_since_1970() {
 }
 
 SessionSystem system_in_use = {
-    &::ftok, &make_semaphore_set, &start_worker, &seconds_since_1970, &std::malloc, 5.0};
+    &::ftok, &make_semaphore_set, &::semop, &start_worker, &seconds_since_1970, &std::malloc, 5.0};
 
 }  // namespace
 

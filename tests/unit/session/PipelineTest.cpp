@@ -2,6 +2,7 @@
 // and what becomes of a page when a stage fails.
 #include "vox/drivers/LinePipeline.h"
 
+#include <cerrno>
 #include <csignal>
 #include <new>
 
@@ -53,6 +54,12 @@ const ShapeCase kShapes[] = {
     {"BilevelBelowRange", 1, 45, 60, 100, 100, 0, 0},
     {"BilevelAboveRange", 1, 90, 121, 1200, 1200, 5, 0},
     {"BilevelOnlyYClamped", 1, 40, 60, 300, 150, 0, 0},
+    {"BilevelOnlyXClamped", 1, 40, 60, 100, 300, 0, 0},
+    {"GreyOnlyXClampedBelow", 8, 33, 47, 100, 300, 5, 0},
+    {"GreyOnlyXClampedAbove", 8, 130, 47, 900, 300, 5, 0},
+    {"GreyOnlyYClampedBelow", 8, 33, 47, 300, 100, 0, 0},
+    {"GreyOnlyYClampedAbove", 8, 33, 90, 300, 900, 0, 0},
+    {"ColourOnlyXClamped", 24, 21, 33, 100, 300, 0, 2},
     {"GreyInRange", 8, 33, 47, 300, 300, 0, 0},
     {"GreyWithMargin", 8, 33, 47, 300, 300, 7, 0},
     {"GreyBelowRange", 8, 33, 47, 150, 150, 0, 0},
@@ -132,6 +139,31 @@ TEST_F(PipelineTest, TableOfRequestsThatAskForMoreLinesThanTheDeviceSends) {
   ASSERT_EQ(page.size(), 40u);
   EXPECT_EQ(page[36], device_->DeviceLines()[36]);
   for (std::size_t j = 37; j < 40; ++j) EXPECT_EQ(page[j], Line(30, 0xFF)) << j;
+}
+
+// With X alone out of range the device is asked for the lines of the frame, and the client's are
+// passed on one for one.
+TEST_F(PipelineTest, XAloneClampedOverAShortFrameEndsInWhiteLines) {
+  device_->Ranges(200, 600);
+  tagTWSCANPARAM request = RequestFor({8, 30, 40, 100, 300});
+  request.fBottom = 37.0f / 300;
+  ASSERT_TRUE(device_->Prepare(request));
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_EQ(device_->GetScanningXExtent(), 60u);
+  EXPECT_EQ(device_->GetScanningYExtent(), 37u);
+  const std::vector<Line> page = device_->ReadPage(40);
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
+  ASSERT_EQ(page.size(), 40u);
+  EXPECT_NE(page[36], Line(30, 0xFF));
+  for (std::size_t j = 37; j < 40; ++j) EXPECT_EQ(page[j], Line(30, 0xFF)) << j;
+}
+
+TEST_F(PipelineTest, YAloneClampedKeepsTheClientsLineCount) {
+  device_->Ranges(200, 600);
+  const std::vector<Line> page = Scan({8, 30, 40, 300, 100});
+  EXPECT_EQ(device_->GetScanningYExtent(), 40u);
+  EXPECT_TRUE(SamePage(page, device_->PageByTheRules()));
 }
 
 TEST_F(PipelineTest, OneClientLine) {
@@ -439,18 +471,39 @@ TEST_F(PipelineTest, SetRemovedByAStrangerFailsThePage) {
   EXPECT_TRUE(device_->EndScan());
 }
 
-TEST_F(PipelineTest, PostThatFailsIsLogged) {
-  device_->AtLine(5, [](FakeTransport& device) {
-    ::semctl(device.ScanData.semid, 0, IPC_RMID);
-    return 0;
-  });
-  ASSERT_TRUE(Start(SmallPage()));
-  ASSERT_TRUE(Eventually([this] { return device_->ends == 1; }));
-  EXPECT_GE(LinesLogged("Sem post fail!\n"), 1);
-  Line line(30);
-  EXPECT_EQ(device_->ReadLine(line.data()), 1);
-  EXPECT_TRUE(device_->EndScan());
+struct FailingPost {
+  const char* thread;
+  int number;  // of the semaphore that only this thread posts
+  int logged;  // lines at least; the set's removal may make the post of another thread fail too
+};
+
+std::atomic<int> post_that_fails{-1};
+
+int OnePostFails(int semid, sembuf* operation, std::size_t count) {
+  int number = operation->sem_num;
+  if (operation->sem_op > 0 && post_that_fails.compare_exchange_strong(number, -1)) {
+    errno = EIDRM;
+    return -1;
+  }
+  return ::semop(semid, operation, count);
 }
+
+class FailingPostTest : public PipelineTest, public testing::WithParamInterface<FailingPost> {};
+
+TEST_P(FailingPostTest, EndsThePage) {
+  post_that_fails = GetParam().number;
+  WithSystem([](SessionSystem& system) { system.operate = &OnePostFails; });
+  EXPECT_EQ(ScanThatFails(SmallPage()), 3u);
+  EXPECT_EQ(post_that_fails, -1);
+  EXPECT_GE(LinesLogged("Sem post fail!\n"), GetParam().logged);
+  EXPECT_EQ(device_->ends, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, FailingPostTest,
+                         testing::Values(FailingPost{"reader", kSemRawLine, 1},
+                                         FailingPost{"horizontal", kSemScaledLine, 1},
+                                         FailingPost{"vertical", kSemClientLine, 0}),
+                         [](const auto& test) { return std::string(test.param.thread); });
 
 TEST_F(PipelineTest, FullSemaphoreIsWaitedOut) {
   HoldAtLine(0);

@@ -104,6 +104,7 @@ class StormTest : public SessionTest {
     EXPECT_EQ(device_->ends, started_) << "seed " << seed_;
     EXPECT_LE(device_->m_semaphore.Value(), 1u);
     EXPECT_EQ(footprint_.SetsLeft(), 0u) << "seed " << seed_;
+    EXPECT_EQ(LinesLogged("Sem post fail!\n"), 0) << "seed " << seed_ << ": nothing failed to post";
   }
 
   const unsigned seed_ = FromEnvironment("VOX_STORM_SEED", 20260101);
