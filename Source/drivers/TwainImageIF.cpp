@@ -50,7 +50,10 @@ bool CTwainImageIF::BeginPage() {
 
 bool CTwainImageIF::begin_page() {
   if (m_wakePage.Get() < 0 || m_wakeAbort.Get() < 0) return fail_status(IF_ERR_STS_INTERNAL);
-  if (m_scanning) end_page();
+  const std::uint32_t status = m_bPreparedOver ? IF_ERR_STS_NONE : GetIfErrorStatus();
+  const bool over = std::exchange(m_bPreparedOver, false) || m_scanning;
+  end_page();
+  if (over) renew_status(status);
   {
     MutexLock lock(m_ka);
     m_kaStop = true;
@@ -199,27 +202,30 @@ void CTwainImageIF::StopSession() {
 // starts meanwhile is left alone. A page that is neither ended nor out of lines keeps its session.
 // Two threads may both wait for the last line: who finds none left wakes the other.
 int CTwainImageIF::ReadLine(unsigned char* pBuf) {
+  const std::uint32_t term = status_term();
   std::int32_t semid = kNoSemaphores;
   {
     MutexLock lock(data_mutex);
     if (m_pSession && ScanData.semid > 0) {
-      if (lines_given()) return fail_line(IF_ERR_STS_MEMORY);
+      if (lines_given()) return fail_line(IF_ERR_STS_MEMORY, term);
       semid = m_pSession->semid;
     }
   }
   if (wait_semaphore(semid, kSemClientLine) != SemResult::kDone) {
-    return fail_line(IF_ERR_STS_DEVICE_COMM_ERR);
+    return fail_line(IF_ERR_STS_DEVICE_COMM_ERR, term);
   }
-  return hand_out_line(pBuf, semid);
+  return hand_out_line(pBuf, semid, term);
 }
 
-int CTwainImageIF::hand_out_line(unsigned char* pBuf, std::int32_t semid) {
+int CTwainImageIF::hand_out_line(unsigned char* pBuf, std::int32_t semid, std::uint32_t term) {
   LineBuffer line;
   std::size_t size = 0;
   {
     MutexLock lock(data_mutex);
-    if (!m_pSession || m_pSession->semid != semid) return fail_line(IF_ERR_STS_DEVICE_COMM_ERR);
-    line = m_pSession->client_lines.take(static_cast<std::uint32_t>(nLineOut.load()));
+    if (!m_pSession || m_pSession->semid != semid) {
+      return fail_line(IF_ERR_STS_DEVICE_COMM_ERR, term);
+    }
+    line = m_pSession->client_lines.take(m_pSession->taken);
     if (line) {
       size = m_pSession->proc.sparam.dwLineSize;
       ++nLineOut;
@@ -228,19 +234,13 @@ int CTwainImageIF::hand_out_line(unsigned char* pBuf, std::int32_t semid) {
     }
     if (lines_given()) post_semaphore(semid, kSemClientLine);
   }
-  if (!line) return fail_line(IF_ERR_STS_MEMORY);
+  if (!line) return fail_line(IF_ERR_STS_MEMORY, term);
   std::memcpy(pBuf, line.get(), size);
   return 0;
 }
 
 bool CTwainImageIF::lines_given() const {
-  const auto given = static_cast<std::uint32_t>(nLineOut.load());
-  return given >= m_pSession->proc.sparam.dwImageLength;
-}
-
-int CTwainImageIF::fail_line(std::uint32_t status) {
-  SetIfErrorStatus(status);
-  return 1;
+  return m_pSession->taken >= m_pSession->proc.sparam.dwImageLength;
 }
 
 bool CTwainImageIF::stopStandBy() {

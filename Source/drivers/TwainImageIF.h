@@ -13,6 +13,10 @@
 //                             |                      |                    |
 //                             '------- Abort --------+------ Abort -------'--> ended
 //
+//   While a page runs, PrepareScan leaves it alone (it works on copies of the records) and prepares
+//   the next; StartScan ends it first, as EndScan does. What becomes of it from then on is not the
+//   next page's status.
+//
 //   m_stop, in every state:  PAGE_RUN --EndScan--> PAGE_END --Abort--> PAGE_ABORT
 //                                ^                    |                    |
 //                                '--- BeginPage (first step of StartScan) -'
@@ -56,8 +60,9 @@
 //   destructor       StopSession();                      first: afterwards no virtual call can come
 //                    ... close what is its own ...
 //
-//   No transport thread ever calls EndScan, StartScan or stopStandBy, and none holds a mutex of its
-//   own while it calls into the base, SetIfErrorStatus and the job id apart.
+//   No transport thread ever calls PrepareScan, GetScanParam, StartScan, EndScan or stopStandBy,
+//   and none holds a mutex of its own while it calls into the base, SetIfErrorStatus and the job id
+//   apart.
 //   Lock order: m_life, data_mutex, m_ka; the transport's mutexes are released before m_life.
 #pragma once
 
@@ -106,11 +111,12 @@ class VOX_EXPORT CTwainImageIF {
 
   // PrepareScan clears the status and works the request out in the device's terms
   // (ScanParameters.h) into rParam and scan_info. Returns: false for a depth other than 1, 8 and 24
-  // bits.
+  // bits, and with status 1 on a worker.
   virtual bool PrepareScan(const tagTWSCANPARAM& Param, bool bFirst, bool bPrescan);
 
   // StartScan makes the semaphore set, the line tables and the three threads of one page. A page
-  // that still runs is ended first. Returns: false with status 1 (no set, no thread, called from a
+  // that still runs is ended first; the status is then what it was before that, and none when
+  // PrepareScan came while it ran. Returns: false with status 1 (no set, no thread, called from a
   // worker), 2 (no memory for the tables, or a page or line that no scanner has), or none when an
   // Abort came first.
   virtual bool StartScan(bool bPrescan);
@@ -264,8 +270,11 @@ class VOX_EXPORT CTwainImageIF {
   void join_rescalers() VOX_REQUIRES(m_life);
   void drop_session() VOX_REQUIRES(m_life);
   bool lines_given() const VOX_REQUIRES(data_mutex);
-  int hand_out_line(unsigned char* pBuf, std::int32_t semid) VOX_EXCLUDES(data_mutex);
-  int fail_line(std::uint32_t status);
+  int hand_out_line(unsigned char* pBuf, std::int32_t semid, std::uint32_t term)
+      VOX_EXCLUDES(data_mutex);
+  std::uint32_t status_term() const VOX_EXCLUDES(err_st_mutex);
+  void renew_status(std::uint32_t status) VOX_EXCLUDES(err_st_mutex);
+  int fail_line(std::uint32_t status, std::uint32_t term) VOX_EXCLUDES(err_st_mutex);
   bool fail_status(std::uint32_t status);
 
   // Any thread.
@@ -297,7 +306,10 @@ class VOX_EXPORT CTwainImageIF {
   static void* horizontal_body(void* session);
   static void* vertical_body(void* session);
 
-  bool32 m_scanning VOX_GUARDED_BY(m_life) = 0;  // started and not yet ended
+  bool32 m_scanning VOX_GUARDED_BY(m_life) = 0;         // started and not yet ended
+  bool m_bPreparedOver VOX_GUARDED_BY(m_life) = false;  // PrepareScan came while a page ran
+  // Counts the terms of the status: a ReadLine that was called in an earlier one sets none.
+  std::uint32_t m_statusTerm VOX_GUARDED_BY(err_st_mutex) = 0;
   std::unique_ptr<CDupImgFile> m_pImgFile;       // the reader's, while a page runs
   std::atomic<std::int32_t> m_iScannedLines{0};  // line index that GetImageFile wrote last
   double m_fStandby = 0;  // the reader's: seconds since 1970 of the replay's last standby command

@@ -1,6 +1,7 @@
 // What a client asks about a scanner, and the request that it prepares.
 #include "vox/DSDebugging.h"
 #include "vox/drivers/ScanParameters.h"
+#include "vox/drivers/ScanSession.h"
 #include "vox/drivers/TwainImageIF.h"
 
 namespace vox {
@@ -18,7 +19,9 @@ float inches(std::uint32_t units) {
 
 bool CTwainImageIF::PrepareScan(const tagTWSCANPARAM& Param, bool /*bFirst*/, bool bPrescan) {
   VOX_TRACE_CALL();
+  if (WorkerScope::is_worker_of(*this)) return fail_status(IF_ERR_STS_INTERNAL);
   MutexLock life(m_life);
+  m_bPreparedOver = m_scanning != 0;
   ClearIfErrorStatus();
   rParam = Param;
   ScanParam.bPrescan = bPrescan;
@@ -106,8 +109,26 @@ void CTwainImageIF::SetIfErrorStatus(unsigned int status) {
 }
 
 void CTwainImageIF::ClearIfErrorStatus() {
+  renew_status(IF_ERR_STS_NONE);
+}
+
+std::uint32_t CTwainImageIF::status_term() const {
   MutexLock lock(err_st_mutex);
-  m_ErrStatus = IF_ERR_STS_NONE;
+  return m_statusTerm;
+}
+
+// renew_status begins a term of the status: what is still on its way from the one before, a
+// ReadLine that the end of its page has woken, comes too late.
+void CTwainImageIF::renew_status(std::uint32_t status) {
+  MutexLock lock(err_st_mutex);
+  m_ErrStatus = status;
+  ++m_statusTerm;
+}
+
+int CTwainImageIF::fail_line(std::uint32_t status, std::uint32_t term) {
+  MutexLock lock(err_st_mutex);
+  if (term == m_statusTerm && m_ErrStatus == IF_ERR_STS_NONE) m_ErrStatus = status;
+  return 1;
 }
 
 bool CTwainImageIF::fail_status(std::uint32_t status) {

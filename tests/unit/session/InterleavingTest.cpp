@@ -1,9 +1,12 @@
 // What two threads can do to one session at the same time. Each test holds the threads at the
 // moment that its name says, so the interleaving happens every time.
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 
 #include <sys/sem.h>
 
+#include "tests/support/Beats.h"
 #include "tests/unit/session/SessionTest.h"
 #include "vox/drivers/SemaphoreSet.h"
 
@@ -11,16 +14,20 @@ namespace vox::test {
 namespace {
 
 constexpr std::chrono::milliseconds kCancelTime{500};  // a cancel is back within it
+constexpr double kAnHour = 3600;                       // what a cancel must not wait for
 
 class InterleavingTest : public SessionTest {
  protected:
+  InterleavingTest() {
+    WithSystem([](SessionSystem& system) { system.standby_interval = kAnHour; });
+  }
   // Aborts, and fails when that takes longer than a cancel may.
   void AbortIsSwift() {
-    const auto start = std::chrono::steady_clock::now();
+    const Beats beats;
     auto abort = Aside([this] { return device_->Abort(); });
     ASSERT_TRUE(Ends(abort));
     EXPECT_TRUE(abort.get());
-    EXPECT_LT(std::chrono::steady_clock::now() - start, kCancelTime);
+    EXPECT_LT(beats.Elapsed(), kCancelTime);
     EXPECT_EQ(footprint_.SetsLeft(), 0u);
   }
   void PageComesThrough() {
@@ -247,6 +254,36 @@ TEST_F(InterleavingTest, EndScanThatCutsAPageKeepsTheOtherPagesOfTheJob) {
   PageComesThrough();
 }
 
+Moment* at_post = nullptr;  // held before the first post of held_number
+std::atomic<int> held_number{-1};
+
+int HeldPost(int semid, sembuf* operation, std::size_t count) {
+  int number = operation->sem_num;
+  if (operation->sem_op > 0 && held_number.compare_exchange_strong(number, -1)) at_post->Reach();
+  return ::semop(semid, operation, count);
+}
+
+class OvertakenPostTest : public InterleavingTest, public testing::WithParamInterface<int> {};
+
+// The thread has just seen that no stop is wanted when the page is ended.
+TEST_P(OvertakenPostTest, IsNoFailureToLog) {
+  at_post = &moment_;
+  held_number = GetParam();
+  WithSystem([](SessionSystem& system) { system.operate = &HeldPost; });
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(moment_.AwaitReached());
+  auto end = Aside([this] { return device_->EndScan(); });
+  ASSERT_TRUE(Eventually([this] { return footprint_.SetsLeft() == 0; }));
+  moment_.Let();
+  ASSERT_TRUE(Ends(end));
+  EXPECT_EQ(LinesLogged("Sem post fail!\n"), 0);
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+  PageComesThrough();
+}
+
+INSTANTIATE_TEST_SUITE_P(Semaphores, OvertakenPostTest,
+                         testing::Values(kSemRawLine, kSemScaledLine, kSemClientLine));
+
 TEST_F(InterleavingTest, EndScanBeforeTheDevicesSurplusLinesKeepsTheOtherPages) {
   device_->HasMorePages(1).Answers([](_SCANINFO& info) { info.Window.yExtent = 60; });
   device_->AtLine(45, Holds(moment_));
@@ -267,9 +304,9 @@ TEST_F(InterleavingTest, DestructionDuringTheKeepAlive) {
   device_->HasMorePages(1);
   ASSERT_TRUE(Start(SmallPage()));
   EXPECT_TRUE(device_->EndScan());
-  const auto start = std::chrono::steady_clock::now();
+  const Beats beats;
   device_.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - start, kCancelTime);
+  EXPECT_LT(beats.Elapsed(), kCancelTime);
 }
 
 TEST_F(InterleavingTest, AbortDuringAStandbyCommand) {
@@ -334,11 +371,65 @@ TEST_F(InterleavingTest, ReadLineThatOverlapsTheNextPageFails) {
   EXPECT_TRUE(SamePage(device_->ReadPage(40), device_->PageByTheRules()));
 }
 
+Moment* at_wake = nullptr;  // held when a wait for a client line has failed
+
+int HeldWake(int semid, sembuf* operation, std::size_t count) {
+  const int result = ::semop(semid, operation, count);
+  const int error = errno;
+  if (result != 0 && operation->sem_op < 0 && operation->sem_num == kSemClientLine) {
+    at_wake->Reach();
+  }
+  errno = error;
+  return result;
+}
+
+// A ReadLine whose page was ended comes back when the next one runs already.
+class LateReadLineTest : public InterleavingTest {
+ protected:
+  void SetUp() override {
+    at_wake = &second_;
+    WithSystem([](SessionSystem& system) { system.operate = &HeldWake; });
+    HoldAtLine(0);
+    ASSERT_TRUE(Start(SmallPage()));
+    ASSERT_TRUE(moment_.AwaitReached());
+    read_ = Aside([this] { return ReadOneLine(); });
+    const int semid = device_->ScanData.semid;
+    ASSERT_TRUE(Eventually([semid] { return ::semctl(semid, kSemClientLine, GETNCNT) == 1; }));
+  }
+  void ComesBackWithStatus(std::uint32_t status) {
+    EXPECT_TRUE(second_.AwaitReached());
+    second_.Let();
+    ASSERT_TRUE(Ends(read_));
+    EXPECT_EQ(read_.get(), 1);
+    EXPECT_EQ(device_->GetIfErrorStatus(), status);
+  }
+  std::future<int> read_;
+};
+
+TEST_F(LateReadLineTest, OfThePageBeforeAPrepareScanSetsNoStatus) {
+  EXPECT_TRUE(device_->EndScan());
+  ASSERT_TRUE(device_->Prepare(SmallPage()));
+  ComesBackWithStatus(0);
+  PageComesThrough();
+}
+
+TEST_F(LateReadLineTest, OfThePageThatStartScanEndedSetsNoStatus) {
+  ASSERT_TRUE(device_->StartScan(false));
+  ComesBackWithStatus(0);
+  PageComesThrough();
+}
+
+TEST_F(LateReadLineTest, OfThePageThatEndScanEndedIsStatus3) {
+  EXPECT_TRUE(device_->EndScan());
+  ComesBackWithStatus(3);
+}
+
 // A worker that calls what only clients may call is turned away, not joined with itself.
 TEST_F(InterleavingTest, ClientCallsOnTheReaderAreRefused) {
   bool refused = false;
   device_->AtLine(5, [&refused](FakeTransport& device) {
-    refused = !device.EndScan() && !device.StartScan(false) && !device.BeginPage();
+    refused = !device.EndScan() && !device.StartScan(false) && !device.BeginPage() &&
+              !device.PrepareScan(RequestFor(SmallPage()), true, false);
     device.stopStandBy();
     return -1;
   });

@@ -105,6 +105,84 @@ TEST_F(LifecycleTest, ScanningPageIsEndedByTheNextStartOfASimpleTransport) {
   EXPECT_EQ(device_->ends, 2);
 }
 
+// The first page's end fails, as the exchange of the end notice can.
+FakeTransport::Action RaisesWithStatus3() {
+  return [](FakeTransport& device) {
+    if (device.ends == 1) device.SetIfErrorStatus(IF_ERR_STS_DEVICE_COMM_ERR);
+    device.m_semaphore.Up();
+    return 1;
+  };
+}
+
+TEST_F(LifecycleTest, ScanningPageGoesOnWhileTheNextIsPrepared) {
+  HoldAtLine(10);
+  ASSERT_TRUE(Start(SmallPage()));
+  const std::vector<Line> expected = device_->PageByTheRules();
+  std::vector<Line> page = device_->ReadPage(10);
+  const PageShape next{24, 20, 50, 150, 150};
+  ASSERT_TRUE(device_->Prepare(next));
+  EXPECT_EQ(device_->GetYOffset(), 0);
+  EXPECT_EQ(device_->ends, 0);
+  moment_.Let();
+  Line line(30);
+  while (page.size() < 40 && device_->ReadLine(line.data()) == 0) page.push_back(line);
+  EXPECT_TRUE(SamePage(page, expected));
+  EXPECT_EQ(ReadOneLine(), 1) << "there are 40, not 50";
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u) << "the status 2 was of the page before";
+  EXPECT_TRUE(SamePage(device_->ReadPage(50), device_->PageByTheRules()));
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(device_->ends, 2);
+}
+
+TEST_F(LifecycleTest, ScanningPageGoesOnAfterAPrepareThatRefuses) {
+  ASSERT_TRUE(Start(SmallPage()));
+  EXPECT_FALSE(device_->Prepare(PageShape{16, 30, 40, 300, 300}));
+  Line line(30);
+  for (int i = 0; i < 40; ++i) EXPECT_EQ(device_->ReadLine(line.data()), 0) << i;
+  EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(LifecycleTest, PageThatFailsAfterTheNextWasPreparedIsNotTheNextOnesStatus) {
+  HoldAtLine(10);
+  device_->AtEnd(RaisesWithStatus3());
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(device_->Prepare(SmallPage()));
+  moment_.Let();
+  ASSERT_TRUE(Eventually([this] { return device_->GetIfErrorStatus() == 3; }));
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+  EXPECT_EQ(device_->ReadPage(40).size(), 40u);
+}
+
+TEST_F(LifecycleTest, PageThatIsEndedAfterTheNextWasPreparedIsNotTheNextOnesStatus) {
+  HoldAtLine(10);
+  device_->AtEnd(RaisesWithStatus3());
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(device_->Prepare(SmallPage()));
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(device_->GetIfErrorStatus(), 3u) << "for who looks now";
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+}
+
+TEST_F(LifecycleTest, StartTakesNoStatusFromThePageThatItEnds) {
+  device_->AtEnd(RaisesWithStatus3());
+  HoldAtLine(10);
+  ASSERT_TRUE(Start(SmallPage()));
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_EQ(device_->ends, 1);
+  EXPECT_EQ(device_->GetIfErrorStatus(), 0u);
+}
+
+TEST_F(LifecycleTest, StartKeepsTheStatusFromBeforeItEndedAPage) {
+  device_->AtEnd(RaisesWithStatus3());
+  ASSERT_TRUE(Start(SmallPage()));
+  device_->SetIfErrorStatus(IF_ERR_STS_CHECK_ERROR);
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_EQ(device_->GetIfErrorStatus(), 7u);
+}
+
 TEST_F(LifecycleTest, SecondStartWithoutPrepareBeginsAtLine0) {
   ASSERT_TRUE(Start(SmallPage()));
   EXPECT_EQ(device_->ReadPage(40).size(), 40u);
