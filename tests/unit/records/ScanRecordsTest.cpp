@@ -68,13 +68,35 @@ TEST(ScanInfo, ReservedAreasOfTheDestinationStayUntouched) {
   }
 }
 
+// Neither end starts with anything of the block that is sent, so that a field which either way
+// leaves out, or puts elsewhere, shows.
 TEST(ScanInfo, ThereAndBackIsIdentical) {
   const _SCANINFO from = Numbered();
-  _SCANINFO wire{};
-  _SCANINFO back = from;
+  _SCANINFO wire = Filled(0xA5);
+  _SCANINFO back = Filled(0x5A);
   scaninfo2le(&wire, &from);
   scaninfo2cpu(&back, &wire);
-  EXPECT_EQ(BytesOf(back), BytesOf(from));
+  const Block sent = BytesOf(from), arrived = BytesOf(back);
+  for (std::size_t i = 0; i < sent.size(); ++i) {
+    EXPECT_EQ(arrived[i], IsReserved(i) ? 0x5A : sent[i]) << "offset " << i;
+  }
+}
+
+// Every u32 goes over the wire with its low byte first, at the place that the block has for it.
+TEST(ScanInfo, EveryFieldIsLittleEndianAtItsPlace) {
+  const _SCANINFO from = Numbered();
+  const Block held = BytesOf(from);
+  _SCANINFO wire = Filled(0);
+  scaninfo2le(&wire, &from);
+  const Block sent = BytesOf(wire);
+  for (std::size_t i = 0; i < sent.size(); i += 4) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, &held[i], sizeof value);
+    if (!IsReserved(i) && i != 112) {
+      EXPECT_EQ(LoadLe32(&sent[i]), value) << "offset " << i;
+    }
+  }
+  for (std::size_t i = 112; i < 115; ++i) EXPECT_EQ(sent[i], held[i]) << "offset " << i;
 }
 
 TEST(ScanInfo, ConvertsInPlace) {
