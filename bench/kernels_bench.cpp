@@ -74,7 +74,7 @@ void ScaledWidth(benchmark::State& state) {
   });
 }
 
-// As a single call does it: the tables are made for one line.
+// As a single call does it, without tables.
 void KernelWidth(benchmark::State& state) {
   const Widths w(state);
   const auto kernel = w.to > w.from ? ExpandWidth : ReduceWidth;

@@ -1,7 +1,11 @@
 #include "vox/drivers/LineKernels.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "vox/drivers/EnlargePlaces.h"
 #include "vox/drivers/ShrinkSpans.h"
-#include "vox/drivers/WidthScaler.h"
 
 namespace vox {
 namespace {
@@ -18,17 +22,42 @@ unsigned char pack_bits(const unsigned char* src, unsigned count, unsigned thres
 }  // namespace
 
 void ExpandWidth(unsigned char* dst, const unsigned char* src, unsigned dstW, unsigned srcW,
-                 unsigned ps) {
-  WidthScaler::expand(dstW, srcW, ps).run(dst, src);
+                 unsigned ps) noexcept {
+  if (dstW == 0 || srcW == 0 || ps == 0) return;
+  const EnlargePlaces places(dstW, srcW);
+  for (unsigned i = 0; i < dstW; ++i) {
+    const ENLARGE_PLACE place = places.at(i);
+    const unsigned char* const lower = src + std::size_t{place.k} * ps;
+    const unsigned char* const upper = place.w > 0 ? lower + ps : lower;
+    for (unsigned c = 0; c < ps; ++c) {
+      *dst++ = byte_in_range(static_cast<float>(lower[c]) * (1.0f - place.w) +
+                             static_cast<float>(upper[c]) * place.w);
+    }
+  }
 }
 
 void ReduceWidth(unsigned char* dst, const unsigned char* src, unsigned dstW, unsigned srcW,
-                 unsigned ps) {
-  WidthScaler::reduce(dstW, srcW, ps).run(dst, src);
+                 unsigned ps) noexcept {
+  if (dstW == 0 || srcW == 0 || ps == 0) return;
+  const ShrinkSpans spans(dstW, srcW);
+  std::uint32_t left = 0;
+  for (unsigned o = 0; o < dstW; ++o) {
+    const std::uint32_t right = spans.right(o);
+    left = std::min(left, right);
+    const float total = spans.total(left, right, o);
+    for (unsigned c = 0; c < ps; ++c) {
+      float sum = 0;
+      for (std::uint32_t n = left; n <= right; ++n) {
+        sum += static_cast<float>(src[std::size_t{n} * ps + c]) * spans.weight(n, o);
+      }
+      *dst++ = total > 0 ? byte_of_mean(sum / total) : src[std::size_t{right} * ps + c];
+    }
+    left = right + 1;
+  }
 }
 
 void BitReduceMonoLine(unsigned char* dst, const unsigned char* src, unsigned width,
-                       unsigned threshold) {
+                       unsigned threshold) noexcept {
   if (threshold == 0) threshold = kDefaultThreshold;
   for (unsigned whole = width / 8; whole > 0; --whole, src += 8) {
     *dst++ = pack_bits(src, 8, threshold);
@@ -37,7 +66,7 @@ void BitReduceMonoLine(unsigned char* dst, const unsigned char* src, unsigned wi
 }
 
 void GradeLine(unsigned char* __restrict dst, const unsigned char* __restrict lower,
-               const unsigned char* __restrict upper, unsigned n, float f) {
+               const unsigned char* __restrict upper, unsigned n, float f) noexcept {
   const float part = f > 0.0f ? (f < 1.0f ? f : 1.0f) : 0.0f;
   const float rest = 1.0f - part;
   for (unsigned i = 0; i < n; ++i) {

@@ -180,10 +180,7 @@ void VerticalStage::begin(std::uint32_t j, unsigned char* out) {
 }
 
 void VerticalStage::begin_shrink() {
-  m_fTotal = 0;
-  for (std::uint32_t n = m_span.lower; n <= m_span.upper; ++n) m_fTotal += m_spans.weight(n, m_j);
-  // At nearly equal lengths single precision leaves spans whose weights cancel.
-  if (!(m_fTotal > 0)) m_fTotal = 0;
+  m_fTotal = m_spans.total(m_span.lower, m_span.upper, m_j);
   std::fill(m_sum.begin(), m_sum.end(), 0.0f);
 }
 

@@ -36,6 +36,15 @@ class ShrinkSpans {
     return d < 0 ? d + 0.5f : 0.5f - d;
   }
 
+  // total adds up the weights of sources left to right, 0 where they are not positive: at nearly
+  // equal sizes single precision leaves spans whose weights cancel. Such a target is the source
+  // `right` as it is.
+  float total(std::uint32_t left, std::uint32_t right, std::uint32_t o) const {
+    float sum = 0;
+    for (std::uint32_t n = left; n <= right; ++n) sum += weight(n, o);
+    return sum > 0 ? sum : 0;
+  }
+
  private:
   std::uint32_t cut(float target) const {
     return std::min(truncate32(target / m_fD * m_fS), m_dwLast);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "vox/drivers/ScanParameters.h"
+#include "vox/drivers/EnlargePlaces.h"
 #include "vox/drivers/ShrinkSpans.h"
 
 namespace vox {
@@ -56,22 +56,14 @@ void WidthScaler::set_copy(std::uint32_t o, std::uint32_t n) {
 WidthScaler WidthScaler::expand(std::uint32_t dstW, std::uint32_t srcW, std::uint32_t ps) {
   if (dstW == 0 || srcW == 0 || ps == 0) return {};
   WidthScaler scaler(dstW, srcW, ps, std::min(srcW, 2u));
-  const std::uint32_t last = srcW - 1;
-  const float scale = static_cast<float>(last) / static_cast<float>(dstW - 1);
-  scaler.set_copy(0, 0);
-  for (std::uint32_t i = 1; i + 1 < dstW; ++i) {
-    const float place = static_cast<float>(i) * scale;
-    const std::uint32_t k = truncate32(place);
-    if (k >= last) {
-      scaler.set_copy(i, last);
-      continue;
-    }
-    const float w = place - static_cast<float>(k);
-    const std::uint32_t tap = scaler.set_window(i, k);
-    scaler.set_weight(i, tap, 1.0f - w);
-    scaler.set_weight(i, tap + 1, w);
+  const EnlargePlaces places(dstW, srcW);
+  for (std::uint32_t i = 0; i < dstW; ++i) {
+    const ENLARGE_PLACE place = places.at(i);
+    scaler.set_copy(i, place.k);
+    if (place.w == 0) continue;
+    scaler.set_weight(i, 0, 1.0f - place.w);
+    scaler.set_weight(i, 1, place.w);
   }
-  scaler.set_copy(dstW - 1, last);
   return scaler;
 }
 
@@ -85,14 +77,11 @@ WidthScaler WidthScaler::reduce(std::uint32_t dstW, std::uint32_t srcW, std::uin
     const std::uint32_t right = spans.right(o);
     left = std::min(left, right);
     const std::uint32_t tap = scaler.set_window(o, left);
-    float total = 0;
-    for (std::uint32_t n = left; n <= right; ++n) {
-      const float w = spans.weight(n, o);
-      scaler.set_weight(o, tap + (n - left), w);
-      total += w;
-    }
-    // At nearly equal widths single precision leaves spans whose weights cancel.
+    const float total = spans.total(left, right, o);
     if (total > 0) {
+      for (std::uint32_t n = left; n <= right; ++n) {
+        scaler.set_weight(o, tap + (n - left), spans.weight(n, o));
+      }
       scaler.set_total(o, total);
     } else {
       scaler.set_copy(o, right);
