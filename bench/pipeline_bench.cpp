@@ -66,15 +66,22 @@ bool ScanPage(MemoryScanner& scanner, const tagTWSCANPARAM& request,
   return right;
 }
 
+// Times `page`, which moves a page of state.range(0) bits a pixel.
+template <class MovePage>
+void TimePages(benchmark::State& state, const MovePage& page) {
+  for (auto _ : state) page();
+  const auto bits = static_cast<unsigned>(state.range(0));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(Page(bits).size()));
+  state.counters["lines"] =
+      benchmark::Counter(kLength, benchmark::Counter::kIsIterationInvariantRate);
+}
+
 void BM_PageThroughThePipeline(benchmark::State& state) {
   const auto bits = static_cast<unsigned>(state.range(0));
   const tagTWSCANPARAM request = Request(bits, 600);
   MemoryScanner scanner(Page(bits));
   if (!ScanPage(scanner, request, Page(bits).data())) return state.SkipWithError("wrong lines");
-  for (auto _ : state) ScanPage(scanner, request, nullptr);
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(Page(bits).size()));
-  state.counters["lines"] =
-      benchmark::Counter(kLength, benchmark::Counter::kIsIterationInvariantRate);
+  TimePages(state, [&] { ScanPage(scanner, request, nullptr); });
 }
 
 // The same hand-overs without anything else. Every stage copies its line once.
@@ -127,26 +134,15 @@ void BM_PageThroughABareSkeleton(benchmark::State& state) {
   Skeleton skeleton(bits);
   std::vector<unsigned char> line(skeleton.LineSize());
   if (!skeleton.Run(line)) return state.SkipWithError("wrong lines");
-  for (auto _ : state) skeleton.Run(line);
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(Page(bits).size()));
-  state.counters["lines"] =
-      benchmark::Counter(kLength, benchmark::Counter::kIsIterationInvariantRate);
+  TimePages(state, [&] { skeleton.Run(line); });
 }
 
-BENCHMARK(BM_PageThroughABareSkeleton)
-    ->ArgName("bits")
-    ->Arg(1)
-    ->Arg(8)
-    ->Arg(24)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(BM_PageThroughThePipeline)
-    ->ArgName("bits")
-    ->Arg(1)
-    ->Arg(8)
-    ->Arg(24)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+void EveryDepth(benchmark::internal::Benchmark* bench) {
+  bench->ArgName("bits")->Arg(1)->Arg(8)->Arg(24);
+  bench->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+BENCHMARK(BM_PageThroughABareSkeleton)->Apply(EveryDepth);
+BENCHMARK(BM_PageThroughThePipeline)->Apply(EveryDepth);
 
 }  // namespace
 
