@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "vox/DSDebugging.h"
@@ -117,7 +118,7 @@ bool CTwainImageIF::DummyRead() {
   return true;
 }
 
-std::uint16_t CTwainImageIF::GetImageFile() {
+std::uint16_t CTwainImageIF::GetImageFile() try {
   static constexpr char kWho[] = "GetImageFile";
   const std::uint32_t line_bytes = transfer().dwLineBytes;
   DS_LogText("!!! %s dwLineBytes = %d\n", kWho, static_cast<int>(line_bytes));
@@ -132,6 +133,11 @@ std::uint16_t CTwainImageIF::GetImageFile() {
     if (kept.last) return kept.result;
   }
   return m_pImgFile->Close() ? 0 : 1;
+} catch (const std::bad_alloc&) {
+  m_pImgFile->Close();
+  if (WorkerScope::is_worker_of(*this)) throw;  // data_thread's to deal with
+  SetIfErrorStatus(IF_ERR_STS_MEMORY);
+  return 1;
 }
 
 // keep_line reads line i of the page and writes it to the duplex file.

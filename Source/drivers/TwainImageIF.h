@@ -163,7 +163,9 @@ class VOX_EXPORT CTwainImageIF {
   bool DummyRead();
 
   // GetImageFile writes the page that the device sends to the duplex file. Returns: 0; 1 for a file
-  // that fails or a stop; the low 16 bits of a negative ReadScanData result.
+  // that fails, a stop or, with status 2, no memory for a line (on the reader: std::bad_alloc); the
+  // low 16 bits of a negative
+  // ReadScanData result.
   std::uint16_t GetImageFile();
 
   // ReadLinefromFile gives the duplex file's lines from the last to the first, each mirrored: len

@@ -174,6 +174,31 @@ TEST_F(DuplexTest, FileThatCannotBeMadeFailsThePage) {
   EXPECT_EQ(device_->reads, 0);
 }
 
+void* NoLineMemory(std::size_t) {
+  return nullptr;
+}
+
+TEST_F(DuplexTest, NoMemoryForALineIsStatus2AndNothingIsThrown) {
+  ASSERT_TRUE(device_->Prepare(SmallPage()));
+  device_->ScanParam.dwLineBytes = 30;
+  WithSystem([](SessionSystem& system) { system.line_memory = &NoLineMemory; });
+  EXPECT_EQ(device_->GetImageFile(), 1);
+  EXPECT_EQ(device_->GetIfErrorStatus(), 2u);
+  EXPECT_EQ(device_->reads, 0);
+}
+
+TEST_F(DuplexTest, NoMemoryOnTheReaderIsItsException) {
+  testing::internal::CaptureStderr();
+  WithSystem([](SessionSystem& system) { system.line_memory = &NoLineMemory; });
+  ASSERT_TRUE(StartTurned(SmallPage()));
+  EXPECT_EQ(device_->ReadPage(40).size(), 0u);
+  EXPECT_TRUE(device_->EndScan());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "data_thread: exception\n");
+  EXPECT_EQ(device_->GetIfErrorStatus(), 2u);
+  EXPECT_EQ(device_->aborts, 1);
+  EXPECT_EQ(device_->ends, 1);
+}
+
 TEST_F(DuplexTest, FailingDeviceFailsThePage) {
   device_->AtLine(10, Fails(-1));
   ASSERT_TRUE(StartTurned(SmallPage()));
