@@ -80,20 +80,19 @@ TEST_F(BrokenOff, AResetConnectionIsACommunicationError) {
 }
 
 TEST_F(BrokenOff, AShortStartNoticeOrScanInfoStartsNothing) {
-  const ShortWaits waits(road);
   Device({});
   for (const std::uint32_t bytes : {0u, 1u, 64u, 127u}) {
     road.FirstDevice().SetFaults({.scan_info_bytes = bytes});
-    const Page page = ScanWhenFree(road, Ask::Grey());
+    const Page page = ScanWithShortWaits(road, Ask::Grey(), 100ms);
     EXPECT_FALSE(page.started) << bytes;
     EXPECT_EQ(page.status, IF_ERR_STS_DEVICE_COMM_ERR) << bytes;
   }
   for (const std::uint32_t bytes : {0u, 1u, 27u}) {
     road.FirstDevice().SetFaults({.start_notice_bytes = bytes});
-    EXPECT_FALSE(ScanWhenFree(road, Ask::Grey()).started) << bytes;
+    EXPECT_FALSE(ScanWithShortWaits(road, Ask::Grey(), 100ms).started) << bytes;
   }
   road.FirstDevice().SetFaults({.bad_start_notice = true});
-  EXPECT_FALSE(ScanWhenFree(road, Ask::Grey()).started);
+  EXPECT_FALSE(ScanWithShortWaits(road, Ask::Grey(), 100ms).started);
   ExpectGoodScan();
 }
 
@@ -107,11 +106,10 @@ TEST_F(BrokenOff, AnEndNoticeInPiecesIsReadWhole) {
 }
 
 TEST_F(BrokenOff, AnEndNoticeThatStopsIsACommunicationErrorBelowItsCode) {
-  const ShortWaits waits(road);
   Device({});
   for (const std::uint32_t bytes : {0u, 1u, 15u}) {
     road.FirstDevice().SetFaults({.end_notice_bytes = bytes});
-    const Page page = ScanWhenFree(road, Ask::Grey());
+    const Page page = ScanWithShortWaits(road, Ask::Grey());
     EXPECT_EQ(page.status, IF_ERR_STS_DEVICE_COMM_ERR) << bytes;
     EXPECT_TRUE(SameLines(page.lines, road.Expected(Ask::Grey()))) << bytes;
   }

@@ -17,9 +17,10 @@ using sim::ReplyFault;
 class Replies : public Trouble {
  protected:
   void ExpectScan(const Faults& faults, bool works) {
-    const ShortWaits waits(road);
     Device(faults);
-    const Page page = road.Scan(Ask::Grey());
+    road.Scanner();
+    // Where the scan works, so do its channels.
+    const Page page = ScanWithShortWaits(road, Ask::Grey(), works ? 3s : ShortWaits::kChannels);
     EXPECT_EQ(page.started, works);
     EXPECT_EQ(page.status, works ? 0u : IF_ERR_STS_DEVICE_COMM_ERR);
     ExpectGoodScan();
@@ -59,7 +60,7 @@ TEST_F(Replies, OfTheGreatestSizeAreNoOverflow) {
 }
 
 TEST_F(Replies, ThatComeTooLateAreNotTakenForLaterOnes) {
-  ExpectScan({.delays = {.reply = 100ms}}, false);
+  ExpectScan({.delays = {.reply = 2 * ShortWaits::kCommand}}, false);
 }
 
 class Strangers : public Trouble {

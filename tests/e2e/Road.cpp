@@ -183,9 +183,11 @@ sim::DeviceOptions SmallDevice() {
   return options;
 }
 
-ShortWaits::ShortWaits(Road& road) : road_(road) {
-  netMsPerSecond = 20;
-  road_.SetWaits({.nFirstData = 100, .nData = 100, .nRegistration = 100, .nCancel = 100});
+ShortWaits::ShortWaits(Road& road, std::chrono::milliseconds channels) : road_(road) {
+  constexpr int kCommandSeconds = 3;
+  netMsPerSecond = kCommand.count() / kCommandSeconds;
+  const auto ms = static_cast<int>(channels.count());
+  road_.SetWaits({.nFirstData = ms, .nData = ms, .nRegistration = ms, .nCancel = 100});
 }
 
 ShortWaits::~ShortWaits() {

@@ -44,7 +44,7 @@ class Sides : public RoadTest {
     }
     EXPECT_EQ(road.Events().Count(EventKind::kScanCommand), 1u);
     EXPECT_EQ(road.Events().Count(EventKind::kPageRequest), count);
-    EXPECT_TRUE(road.Events().WaitFor(EventKind::kJobEnded, 1, std::chrono::seconds(2)));
+    EXPECT_TRUE(road.Events().WaitFor(EventKind::kJobEnded, 1, std::chrono::seconds(10)));
   }
 };
 
@@ -59,6 +59,27 @@ TEST_P(FeederOf, Sheets) {
 INSTANTIATE_TEST_SUITE_P(Depths, FeederOf,
                          testing::Combine(testing::Values(1u, 8u, 24u),
                                           testing::Values(1u, 3u, 10u)));
+
+// A StartScan over a page that was not ended, prepared or not, gives the device's next page, which
+// bears no error of the one before.
+TEST_F(Sides, APageThatIsNotEndedMakesWayForTheNext) {
+  LoadFeeder(3, [](DeviceOptions& options) { options.reload_feeder = true; });
+  std::size_t jobs = 0;
+  for (const unsigned bits : {1u, 8u}) {
+    const tagTWSCANPARAM request = Ask::Depth(bits).Frame(0, 0, 1.5F, 1);
+    Client& client = road.Scanner();
+    ASSERT_TRUE(client.Start(request));
+    ASSERT_TRUE(client.ReadLine());
+    ASSERT_TRUE(client.Start(request));
+    ASSERT_TRUE(client.ReadLine());
+    ASSERT_TRUE(client.Interface().StartScan(false));
+    const Page page = client.Finish();
+    EXPECT_EQ(page.status, 0u);
+    EXPECT_FALSE(page.more);
+    EXPECT_TRUE(SameLines(page.lines, road.Expected(request, 2)));
+    ASSERT_TRUE(road.Events().WaitFor(EventKind::kJobEnded, ++jobs, std::chrono::seconds(10)));
+  }
+}
 
 class BothSides : public Sides, public testing::WithParamInterface<std::tuple<unsigned, unsigned>> {
  protected:

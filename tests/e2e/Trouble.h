@@ -38,6 +38,12 @@ class Trouble : public RoadTest {
     });
     return page;
   }
+  // A scan that fails by waiting; the good ones before and after it wait as long as they must.
+  static Page ScanWithShortWaits(Road& on, const tagTWSCANPARAM& request,
+                                 std::chrono::milliseconds channels = ShortWaits::kChannels) {
+    const ShortWaits waits(on, channels);
+    return ScanWhenFree(on, request);
+  }
   void ExpectGoodScan() {
     road.FirstDevice().SetFaults({});
     for (const unsigned bits : {1u, 8u}) {

@@ -143,8 +143,7 @@ TEST_F(ScanInfoFault, OfAnyKindEndsThePage) {
         if (page == 1) spoil(info);
       };
       road_of_case.Device(options);
-      const ShortWaits waits(road_of_case);
-      const Page page = road_of_case.Scan(Ask::Depth(bits).Dpi(150, 300));
+      const Page page = ScanWithShortWaits(road_of_case, Ask::Depth(bits).Dpi(150, 300), 100ms);
       EXPECT_LE(page.lines.size(), 450u);
       EXPECT_TRUE(SameLines(ScanWhenFree(road_of_case, Ask::Depth(bits)).lines,
                             road_of_case.Expected(Ask::Depth(bits))));
