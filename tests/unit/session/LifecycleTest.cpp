@@ -137,9 +137,10 @@ TEST_F(LifecycleTest, ScanningPageGoesOnWhileTheNextIsPrepared) {
 
 TEST_F(LifecycleTest, ScanningPageGoesOnAfterAPrepareThatRefuses) {
   ASSERT_TRUE(Start(SmallPage()));
+  EXPECT_EQ(ReadOneLine(), 0);
   EXPECT_FALSE(device_->Prepare(PageShape{16, 30, 40, 300, 300}));
-  Line line(30);
-  for (int i = 0; i < 40; ++i) EXPECT_EQ(device_->ReadLine(line.data()), 0) << i;
+  EXPECT_EQ(device_->GetYOffset(), 1) << "refused before the count is cleared";
+  for (int i = 1; i < 40; ++i) EXPECT_EQ(ReadOneLine(), 0) << i;
   EXPECT_TRUE(device_->EndScan());
 }
 
@@ -191,6 +192,34 @@ TEST_F(LifecycleTest, SecondStartWithoutPrepareBeginsAtLine0) {
   EXPECT_EQ(device_->GetYOffset(), 0);
   EXPECT_EQ(device_->ReadPage(40).size(), 40u);
   EXPECT_TRUE(device_->EndScan());
+}
+
+TEST_F(LifecycleTest, TablesSayHowFarThePageIsUntilItsEnd) {
+  ASSERT_TRUE(Start(SmallPage()));
+  EXPECT_NE(device_->ScanData.LineArray, nullptr);
+  EXPECT_EQ(device_->ScanData.semid, device_->UserData.semid);
+  ASSERT_EQ(device_->ReadPage(40).size(), 40u);
+  EXPECT_EQ(device_->ScanData.CurLineReady, 39);
+  EXPECT_EQ(device_->ScanData.StartLineReady, 39);
+  EXPECT_EQ(device_->UserData.CurLineReady, 39);
+  EXPECT_TRUE(device_->EndScan());
+  for (const __DataContainer* data : {&device_->ScanData, &device_->UserData}) {
+    EXPECT_EQ(data->CurLineReady, -1);
+    EXPECT_EQ(data->StartLineReady, 0);
+  }
+  ExpectNoPage();
+}
+
+TEST_F(LifecycleTest, PrepareNotesThePreview) {
+  ASSERT_TRUE(device_->PrepareScan(RequestFor(SmallPage()), true, true));
+  EXPECT_EQ(+device_->ScanParam.bPrescan, 1u);
+  EXPECT_EQ(device_->scan_info.dwPreScanFlag, 1u);
+  ASSERT_TRUE(device_->PrepareScan(RequestFor(SmallPage()), true, false));
+  EXPECT_EQ(+device_->ScanParam.bPrescan, 0u);
+}
+
+TEST_F(LifecycleTest, StandbyIntervalIsFiveSeconds) {
+  EXPECT_EQ(system_.standby_interval, 5.0);
 }
 
 TEST_F(LifecycleTest, EndedReadsNothingAndEndsAgainAtOnce) {

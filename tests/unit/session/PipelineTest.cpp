@@ -318,6 +318,23 @@ TEST_F(PipelineTest, ReadErrorAboveTheScannableHeightIsWhiteForBilevelToo) {
   EXPECT_EQ(page[32], Line(4, 0xFF));
 }
 
+// 24 lines of the glass and 32 of the feeder at 300 dpi; what they have in common does not count.
+TEST_F(PipelineTest, ReadErrorIsHeldAgainstTheHeightOfThePagesSource) {
+  device_->Scans(2000);
+  device_->m_DevInfoAll[1] = device_->m_DevInfoAll[0];
+  device_->m_DevInfoAll[0].byPaperSources = 1;
+  device_->m_DevInfoAll[0].dwPhysicalHeight = 1000;
+  device_->m_DevInfoAll[1].byPaperSources = 2;
+  device_->m_DevInfoAll[1].dwPhysicalHeight = 1250;
+  device_->m_DevInfoAllCount = 2;
+  device_->AtLine(28, Fails(1));
+  EXPECT_EQ(Scan(SmallPage()).size(), 40u) << "from the glass";
+  device_->Answers([](_SCANINFO& info) { info.ADF = 1; });
+  EXPECT_EQ(ScanThatFails(SmallPage()), 3u) << "from the feeder";
+  device_->m_DevInfoAllCount = 1;
+  EXPECT_EQ(Scan(SmallPage()).size(), 40u) << "one record is for both";
+}
+
 TEST_F(PipelineTest, ReadErrorBelowTheScannableHeightFailsThePage) {
   device_->Scans(1000).AtLine(23, Fails(1));
   EXPECT_EQ(ScanThatFails(SmallPage()), 3u);
