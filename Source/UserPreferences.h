@@ -34,9 +34,11 @@ namespace vox {
 
 // StoreOutcome tells how one access to a store went.
 struct StoreOutcome {
-  int error = 0;         // errno of a file that could not be read or written; 0 when all went well
-  bool damaged = false;  // the file held no settings and was taken as empty
-  std::string path;      // the file
+  int error = 0;     // errno of a file that could not be read or written; 0 when all went well
+  std::string path;  // the file
+  // Of the shared file: what was found when it was read, before a change was written. A file that
+  // was Unreadable or Damaged counted as empty, and so was replaced when error is 0.
+  FileState found = FileState::Whole;
 };
 
 class VOX_EXPORT UserPreferences : public Singleton<UserPreferences> {
@@ -102,11 +104,10 @@ class VOX_EXPORT UserPreferences : public Singleton<UserPreferences> {
 
   // --- for programs that tell a person what happened
 
-  // lastOutcome tells how the last call of this thread that touched a store went. A change of the
-  // shared file that was written reports damaged when it replaced a damaged file.
+  // lastOutcome tells how the last call of this thread that touched a store went.
   StoreOutcome lastOutcome() const;
-  // globalSettingsOutcome looks at the shared file and changes nothing: what a change would now
-  // replace. A missing file is no error.
+  // globalSettingsOutcome looks at the shared file and changes nothing: it tells what a change
+  // would replace now. A missing file is no error.
   StoreOutcome globalSettingsOutcome() const;
   // keepDamagedGlobalSettings sets the content of a damaged shared file aside under a second name,
   // so that a change may replace the file; see KeepDamagedFile for the result.
@@ -118,7 +119,7 @@ class VOX_EXPORT UserPreferences : public Singleton<UserPreferences> {
   ~UserPreferences() = default;
 
   std::optional<std::string> user_string(const char* key) const;
-  void set_user_string(const char* key, const std::optional<std::string>& value);
+  void set_user(const std::string& key, const std::optional<PropertyValue>& value);
   void synchronize_user();
 
   const std::string units;  // set once

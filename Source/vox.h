@@ -4,6 +4,8 @@
 #include "vox/DSDebugging.h"
 #include "vox/DupImgFile.h"
 #include "vox/Environment.h"
+#include "vox/FullPathToLeafTransformer.h"
+#include "vox/UserPreferences.h"
 #include "vox/drivers/LineKernels.h"
 #include "vox/drivers/ScanRecords.h"
 #include "vox/drivers/TwainImageIF.h"

@@ -14,6 +14,8 @@ namespace vox {
 struct Mount {
   std::string source;  // what is mounted: mostly a device node, else a plain word such as "tmpfs"
   std::string point;   // absolute path of the folder where it appears
+
+  bool operator==(const Mount&) const = default;
 };
 
 // ReadMounts reads a table in the form of /proc/self/mounts (mounts(5), fstab(5)). Blanks and other

@@ -30,7 +30,7 @@ const Rule kRules[] = {
     {R"(Source/drivers/net/NetworkComm/(tvr302udp|NetworkCommEntry|udp)[^/]*)", 2},
     {R"(Source/drivers/net/NetworkComm/.*)", 1},
     {R"(Source/(SupportedDevices|PaperSizes|UserPreferences|Environment|Singleton)[^/]*)", 1},
-    {R"(Source/(FullPathToLeafTransformer|DSDebugging)[^/]*)", 1},
+    {R"(Source/(FullPathToLeafTransformer|ValueTransformer|DSDebugging)[^/]*)", 1},
     {R"(Source/(CancelDelegate|DeviceDictionary))", 1},
     {R"(Source/drivers/JbigBuf[^/]*)", 2},
     {R"(Source/drivers/net/(search|bonjour)[^/]*)", 2},
