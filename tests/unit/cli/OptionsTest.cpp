@@ -4,10 +4,9 @@
 
 #include <fstream>
 #include <iterator>
-#include <regex>
-#include <set>
 #include <sstream>
 
+#include "tests/support/OptionsIn.h"
 #include "tools/vox/Failure.h"
 #include "tools/vox/Options.h"
 
@@ -116,24 +115,13 @@ TEST(OptionsTest, HelpAndVersionAreAnswers) {
   EXPECT_THAT(std::get<TextAnswer>(Parse("scan --help")).text, HasSubstr("--resolution"));
 }
 
-// The long options that a text names, but those that every program has.
-std::set<std::string> OptionsIn(const std::string& text) {
-  static const std::regex option("--[a-z][a-z-]*");
-  std::set<std::string> names;
-  for (std::sregex_iterator it(text.begin(), text.end(), option), end; it != end; ++it)
-    names.insert(it->str());
-  names.erase("--help");
-  names.erase("--version");
-  return names;
-}
-
 TEST(OptionsTest, TheManualTellsOfEveryOptionAndOfNoOther) {
   std::ifstream stream(VOX_SOURCE_DIR "/docs/vox.md");
   const std::string manual{std::istreambuf_iterator<char>(stream), {}};
   std::string help;
   for (const char* line : {"--help", "scan --help", "info --help"})
     help += std::get<TextAnswer>(Parse(line)).text;
-  EXPECT_EQ(OptionsIn(manual), OptionsIn(help));
+  EXPECT_EQ(vox::test::OptionsIn(manual), vox::test::OptionsIn(help));
 }
 
 struct BadLine {

@@ -8,11 +8,10 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "tests/support/OptionsIn.h"
 #include "tests/unit/sim/ScriptedHost.h"
 
 extern char** environ;
@@ -84,17 +83,6 @@ TEST(VoxsimProgram, PrintsItsPortsAndEndsOnSigterm) {
   }
 }
 
-// The long options that a text names, but those that every program has.
-std::set<std::string> ReadOptions(const std::string& text) {
-  static const std::regex option("--[a-z][a-z-]*");
-  std::set<std::string> names;
-  for (std::sregex_iterator it(text.begin(), text.end(), option), end; it != end; ++it)
-    names.insert(it->str());
-  names.erase("--help");
-  names.erase("--version");
-  return names;
-}
-
 std::string Documentation() {
   std::ifstream stream(VOX_SOURCE_DIR "/docs/virtual-device.md");
   return {std::istreambuf_iterator<char>(stream), {}};
@@ -152,7 +140,7 @@ TEST(VoxsimProgram, HelpsWithEveryOption) {
   const std::string help = voxsim.Output();
   EXPECT_EQ(voxsim.Wait(), 0);
   for (const char c : help) EXPECT_TRUE(c == '\n' || (c >= ' ' && c <= '~')) << help;
-  EXPECT_EQ(ReadOptions(help), ReadOptions(Documentation()));
+  EXPECT_EQ(vox::test::OptionsIn(help), vox::test::OptionsIn(Documentation()));
 }
 
 }  // namespace
