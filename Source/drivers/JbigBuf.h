@@ -100,7 +100,8 @@ class VOX_EXPORT CJbigDataCtrl {
   void SetJbigParam(BYTE byJbigLineTemplate, BYTE byJbigTpbTemplate, BYTE byHeaderSize);
 
   // Decompress decodes the block at m_lpJbigData into the bitmap. JBIG data that begins with an
-  // image header of the block's width is decoded behind it.
+  // image header of the block's width is decoded behind it. Without a memory size the block must be
+  // whole: dwLength bytes behind its header are read.
   // Returns: false, and an empty bitmap, when the data is bad; false, and the bitmap as it was,
   // when one is still there.
   bool Decompress();
@@ -109,7 +110,13 @@ class VOX_EXPORT CJbigDataCtrl {
   // The streaming path: a block that arrives in pieces is gathered in the caller's buffer at
   // m_lpJbigData, whose capacity SetMemorySize tells.
   void SetMemorySize(DWORD dwMemorySize) { m_dwMemorySize = dwMemorySize; }
-  // CopyJbigData gathers from pData[0, dwDataSize). Returns: input bytes consumed.
+  // CopyJbigData gathers from pData[0, dwDataSize), one block's bytes at a time. Hand header and
+  // data over in pieces of their own: where a piece holds two bytes or more of the header and data
+  // behind it, the data are stored from the piece's first byte on.
+  // The first header is accepted as it is. Later ones must have its width, no more lines, and a
+  // length for which there is room; else what was gathered is forgotten, and the input consumed up
+  // to the next header that fits. What has no room is counted, but not stored.
+  // Returns: input bytes consumed.
   DWORD CopyJbigData(BYTE* pData, unsigned int dwDataSize);
   bool IsAvail() const;  // a whole block has been gathered
   void ResetData() { m_WritePtr = 0; }
