@@ -2,19 +2,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include <gtest/gtest.h>
-
-#include "tests/support/JbigDriver.h"
-#include "vox/drivers/libjbig3/rf2jbig.h"
+#include "tests/unit/jbig/EncoderBlock.h"
 
 namespace vox::test {
 namespace {
-
-const Picture kPicture = RandomDots(50, 12, 60, 3);
-
-JbigShape ShapeOf(const Picture& picture, std::uint32_t strip = 1000, int lines = 3) {
-  return {picture.width, picture.height, strip, lines};
-}
 
 unsigned Count(const Bytes& bie, const Bytes& part) {
   unsigned count = 0;
@@ -28,31 +19,6 @@ unsigned Count(const Bytes& bie, const Bytes& part) {
 bool EndsWith(const Bytes& bie, const Bytes& end) {
   return bie.size() >= end.size() && std::equal(end.rbegin(), end.rend(), bie.rbegin());
 }
-
-// A block with one output buffer and no callback.
-class Encoder : public testing::Test {
- protected:
-  explicit Encoder(JbigShape shape = ShapeOf(kPicture)) : m_block(shape) {
-    m_codec.lpCBuff = m_out.data();
-    m_codec.szCBuff = static_cast<DWORD>(m_out.size());
-    m_codec.lpIBuff = m_lines.data();
-    m_codec.HeightIBuff = static_cast<WORD>(kPicture.height);
-  }
-  int Call(int command) {
-    m_codec.Command = static_cast<BYTE>(command);
-    const int status = COMPRESS(&m_codec);
-    if ((m_codec.Mode & 0x7F) <= 1) {
-      EXPECT_EQ(m_codec.Command, status);
-    }
-    return status;
-  }
-  Bytes Written() const { return Bytes(m_out.begin(), m_out.begin() + m_codec.CodeSize); }
-
-  Bytes m_out = Bytes(1000, 0xA5);
-  Bytes m_lines = kPicture.bits;
-  CodecBlock m_block;
-  CODECCSTR& m_codec = m_block.codec;
-};
 
 TEST_F(Encoder, WritesTheHeader) {
   m_codec.Strip = 0x01020304;
@@ -116,6 +82,23 @@ TEST_F(Encoder, PutsTheAtOffsetIntoTheHeaderAndInFrontOfEveryStripe) {
   EXPECT_TRUE(std::equal(move.begin(), move.end(), bie.begin() + 20));
   EXPECT_EQ(Count(bie, move), 3u);
   EXPECT_EQ(Decode(shape, std::span(bie).subspan(20)), kPicture.bits);
+}
+
+// Seen from the callback in the middle of the marker.
+TEST_F(Encoder, KnowsThatItWritesAnAtMove) {
+  m_codec.Atm = 8;
+  m_codec.szCBuff = 23;
+  m_codec.CCallBack = [](CODECCSTR* codec) {
+    EXPECT_EQ(codec->work.bytew.Atmf, codec->user_i1++ == 0 ? 2 : 0);
+    codec->lpCBuff += codec->CodeSize;
+    codec->szCBuff = 10;
+  };
+  EXPECT_EQ(Call(CODEC_START), CODEC_DONE);
+  EXPECT_GT(m_codec.user_i1, 1u);
+  JbigShape shape = ShapeOf(kPicture);
+  shape.tx = 8;
+  const Bytes bie = Encode(kPicture, shape);
+  EXPECT_TRUE(std::equal(bie.begin(), bie.end(), m_out.begin()));
 }
 
 TEST_F(Encoder, RefusesAtOffsetsBeyond127) {
@@ -271,41 +254,6 @@ TEST_F(Encoder, AsksForNoRoomThatItDoesNotNeed) {
   EXPECT_EQ(Written(), bie);
 }
 
-TEST_F(Encoder, CanWriteSdrstOnRequest) {
-  BYTEW& work = m_codec.work.bytew;
-  work.codecstr = &m_codec;
-  work.fillorder = 1;
-  work.c_addr = m_out.data();
-  work.c_rsize = 10;
-  SCD_SDRST(&work);
-  EXPECT_EQ(Bytes(m_out.begin(), m_out.begin() + 3), (Bytes{0xFF, 0x03, 0xA5}));
-}
-
-// A million stacked 0xFF bytes leave in a loop when the byte behind them decides about the carry.
-TEST_F(Encoder, WritesStacksOfAnyHeight) {
-  for (const bool carry : {false, true}) {
-    BYTEW& work = m_codec.work.bytew;
-    work = BYTEW{};
-    work.codecstr = &m_codec;
-    work.fillorder = 1;
-    work.Breg = 0x12;
-    work.SCreg = 1000000;
-    work.Creg = (carry ? 0x101u : 0x34u) << 19 | 0x7FFFF;
-    m_codec.user_i1 = m_codec.user_i2 = 0;
-    m_codec.lpCBuff = m_out.data();
-    m_codec.szCBuff = 1000;
-    m_codec.CCallBack = [](CODECCSTR* codec) { ++codec->user_i1; };
-    EXPECT_EQ(Byte_out(&work), 0);
-    EXPECT_EQ(work.SCreg, 0);
-    EXPECT_EQ(work.CTreg, 8);
-    EXPECT_EQ(work.Creg, 0x7FFFFu);
-    EXPECT_EQ(work.Breg, carry ? 0x01 : 0x34);
-    EXPECT_EQ(work.Zeros, carry ? 1000000u : 0u);
-    EXPECT_EQ(m_codec.user_i1, carry ? 1u : 2001u);
-    EXPECT_EQ(m_out[0], carry ? 0x13 : 0x00);  // otherwise the last byte of many buffers
-  }
-}
-
 // Whatever the last image left in block, reference lines and contexts.
 TEST_F(Encoder, StartsAfreshInAUsedBlock) {
   const Bytes wanted = Encode(kPicture, ShapeOf(kPicture, 5));
@@ -319,59 +267,6 @@ TEST_F(Encoder, StartsAfreshInAUsedBlock) {
     EXPECT_EQ(Call(CODEC_START), CODEC_DONE) << left;
     EXPECT_EQ(Written(), wanted) << left;
   }
-}
-
-// With Sdrst contexts and reference lines are cleared, and Sdrst is; all else is set in either
-// case.
-TEST_F(Encoder, StartsStripes) {
-  for (const BYTE afresh : {0, 1}) {
-    BYTEW& work = m_codec.work.bytew;
-    std::memset(&m_codec.work, 0xA5, sizeof m_codec.work);
-    for (WORD* words : {m_codec.lpABuff, m_codec.lpBBuff, m_codec.ContextBuff})
-      std::memset(words, 0xA5, kPicture.LineBytes());
-    for (auto* mark : {&nag_Tbyte_dec, &nag_index, &nag_16_in, &nag_Tbyte_enc}) *mark = 77;
-    m_codec.Atm = 9;
-    work.codecstr = &m_codec;
-    work.Sdrst = afresh;
-    init_jbig_c(&work);
-    for (const WORD* words : {m_codec.lpABuff, m_codec.lpBBuff, m_codec.ContextBuff})
-      EXPECT_EQ(*words, afresh ? 0 : 0xA5A5);
-    EXPECT_EQ(work.Areg, 0x10000);
-    EXPECT_EQ(work.CTreg, 11);
-    EXPECT_EQ(work.Creg, 0u);
-    EXPECT_EQ(work.SCreg, 0);
-    EXPECT_EQ(work.First, 1);
-    for (const unsigned field : {+work.Sdrst, +work.Sdnm, +work.Error}) EXPECT_EQ(field, 0u);
-    EXPECT_EQ(work.Stripc, 0u);
-    EXPECT_EQ(work.Yat, 0u);
-    EXPECT_EQ(work.Atm, 9);
-    EXPECT_EQ(nag_Tbyte_dec, 3);
-    for (const auto* mark : {&nag_index, &nag_16_in, &nag_Tbyte_enc}) EXPECT_EQ(*mark, 0);
-  }
-}
-
-TEST_F(Encoder, KeepsRoomForTheMarksForCutting) {
-  EXPECT_EQ(sizeof nag_KeepByte, 4096u);
-  EXPECT_EQ(sizeof nag_KeepByte2, 4096u);
-  EXPECT_EQ(sizeof nag_line, 4096u);
-}
-
-TEST_F(Encoder, ComparesLinesWithinTheWidth) {
-  BYTE one[3] = {0x12, 0x34, 0x80};
-  BYTE other[3] = {0x12, 0x34, 0x80};
-  m_codec.ImageWidth = 17;
-  EXPECT_EQ(cmp_line(&m_codec, one, other), 0);
-  other[2] = 0xFF;
-  EXPECT_EQ(cmp_line(&m_codec, one, other), 0);
-  m_codec.ImageWidth = 18;
-  EXPECT_EQ(cmp_line(&m_codec, one, other), 1);
-  other[1] = 0x35;
-  m_codec.ImageWidth = 15;
-  EXPECT_EQ(cmp_line(&m_codec, one, other), 0);
-  m_codec.ImageWidth = 16;
-  EXPECT_EQ(cmp_line(&m_codec, one, other), 1);
-  m_codec.ImageWidth = 0;
-  EXPECT_EQ(cmp_line(&m_codec, one, other), 0);
 }
 
 TEST_F(Encoder, ComesBackForEveryWidth) {
