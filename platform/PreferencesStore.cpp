@@ -2,19 +2,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/FileReplacement.h"
+#include "vox/platform/Folders.h"
 #include "vox/platform/PropertyListFile.h"
 #include "vox/platform/SystemLog.h"
 
@@ -27,22 +25,6 @@ using Clock = std::chrono::steady_clock;
 constexpr mode_t kFileMode = 0600;    // settings are the user's own business
 constexpr mode_t kFolderMode = 0700;  // as the XDG base directory specification asks
 constexpr std::chrono::milliseconds kLockInterval{5};
-
-// A path from the environment counts when it is absolute.
-std::string FolderVariable(const char* name) {
-  const char* value = ::secure_getenv(name);
-  return value != nullptr && value[0] == '/' ? value : "";
-}
-
-std::string HomeFolder() {
-  std::string home = FolderVariable("HOME");
-  if (!home.empty()) return home;
-  std::vector<char> buffer(16384);
-  passwd entry{};
-  passwd* found = nullptr;
-  ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
-  return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
-}
 
 int MakeFolders(const fs::path& folder) {
   if (folder.empty() || ::mkdir(folder.c_str(), kFolderMode) == 0 || errno == EEXIST) return 0;
@@ -83,13 +65,8 @@ int KeepAside(const std::string& path) {
 }  // namespace
 
 std::string UserPreferencesPath(const std::string& domain) {
-  std::string folder = FolderVariable("XDG_CONFIG_HOME");
-  if (folder.empty()) {
-    const std::string home = HomeFolder();
-    if (home.empty()) return {};
-    folder = home + "/.config";
-  }
-  return (fs::path(folder) / (domain + ".plist")).string();
+  const std::string folder = UserConfigFolder();
+  return folder.empty() ? folder : (fs::path(folder) / (domain + ".plist")).string();
 }
 
 PreferencesStore::PreferencesStore(std::string path, std::chrono::milliseconds lock_wait)

@@ -25,7 +25,7 @@ class Transformer : public Desktop {
     return transformer_.transformedValue(value);
   }
   static constexpr const char* kName = "FullPathToLeafTransformer";
-  const FullPathToLeafTransformer transformer_;
+  FullPathToLeafTransformer transformer_;
 };
 
 TEST_F(Transformer, GivesTextAndGoesOneWay) {
