@@ -1,6 +1,5 @@
 #include "vox/platform/Mounts.h"
 
-#include <array>
 #include <cstdio>
 #include <memory>
 
@@ -9,7 +8,9 @@
 namespace vox {
 namespace {
 
-constexpr std::size_t kLongestLine = 64u << 10;  // layered file systems list all of their folders
+// Room for two paths of 4,096 bytes, each byte written as four characters, and some options: the
+// rest of a longer line is left out.
+constexpr std::size_t kLongestLine = 36u << 10;
 
 struct EndOfTable {
   void operator()(FILE* table) const { ::endmntent(table); }

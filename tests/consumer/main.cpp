@@ -29,6 +29,15 @@ bool IsScannerReady() {
   return interface.GetIfErrorStatus() == vox::IF_ERR_STS_NONE;
 }
 
+// Settings are asked for and nothing is stored.
+bool IsAskedForSettings() {
+  vox::UserPreferences& settings = vox::UserPreferences::instance();
+  const double factor = settings.jpegCompressionFactor();
+  vox::FullPathToLeafTransformer::submit();
+  return factor >= 0 && factor <= 1 && !settings.lastOutcome().path.empty() &&
+         vox::ValueTransformer::valueTransformerForName("FullPathToLeafTransformer") != nullptr;
+}
+
 }  // namespace
 
 int main() {
@@ -37,5 +46,5 @@ int main() {
   }
   const std::string text = vox::IfErrorText(8);
   std::printf("%s\n", text.c_str());
-  return text == " no document" && IsScannerReady() ? 0 : 1;
+  return text == " no document" && IsScannerReady() && IsAskedForSettings() ? 0 : 1;
 }

@@ -40,9 +40,11 @@ TEST_F(MountTableOnLinux, EscapesAreDecoded) {
 }
 
 TEST_F(MountTableOnLinux, LinesMayBeLong) {
-  const std::string options(40'000, 'o');
-  EXPECT_THAT(Read("overlay / overlay " + options + " 0 0\nproc /proc proc rw 0 0\n"),
-              ElementsAre(Mount{"overlay", "/"}, Mount{"proc", "/proc"}));
+  std::string escaped = "/";
+  for (int blank = 0; blank < 4095; ++blank) escaped += "\\040";
+  const std::string longest = "/" + std::string(4095, ' '), options(40'000, 'o');
+  EXPECT_THAT(Read(escaped + " " + escaped + " t " + options + " 0 0\nproc /proc proc rw 0 0\n"),
+              ElementsAre(Mount{longest, longest}, Mount{"proc", "/proc"}));
 }
 
 TEST_F(MountTableOnLinux, MissingTableHasNoMounts) {
