@@ -29,7 +29,7 @@ class ChannelSource final : public JbigSource {
 
   int read(BYTE* buf, std::size_t size, bool bHeader) override {
     std::size_t got = 0;
-    const int ms = bHeader ? m_waits.nData : m_waits.nFirstData;
+    const int ms = bHeader ? m_waits.nFirstData : m_waits.nData;
     const NW_WAIT waited = read_channel(m_s, buf, size, ms, m_wake, &got);
     if (waited == NW_WAIT_READY) return static_cast<int>(got);
     return waited == NW_WAIT_WOKEN ? SOURCE_STOPPED : SOURCE_BROKE;
