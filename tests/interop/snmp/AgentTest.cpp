@@ -18,26 +18,24 @@ namespace {
 using namespace test;
 
 constexpr const char* kHost = "127.0.0.1";
-#define VOX_TEST_OBJECTS "1.3.6.1.4.1.32473.1"
-const std::string kObjects = VOX_TEST_OBJECTS;
+const std::string kObjects = "1.3.6.1.4.1.32473.1";
+const std::string kLongText(200, 'x');  // the binding and all around it need a long length
 
-const char* const kConfiguration = "override " VOX_TEST_OBJECTS
-                                   ".1.0 integer -129\n"
-                                   "override " VOX_TEST_OBJECTS
-                                   ".2.0 uinteger 4000000000\n"
-                                   "override " VOX_TEST_OBJECTS
-                                   ".3.0 octet_str \"QD-7100  \"\n"
-                                   "override " VOX_TEST_OBJECTS
-                                   ".4.0 object_id 1.3.6.1.4.1.32473.405\n"
-                                   "override " VOX_TEST_OBJECTS
-                                   ".5.0 counter 2147483648\n"
-                                   "override " VOX_TEST_OBJECTS
-                                   ".6.0 timeticks 123456\n"
-                                   "override -rw " VOX_TEST_OBJECTS
-                                   ".8.0 octet_str \"changeable\"\n"
-                                   "override -rw " VOX_TEST_OBJECTS
-                                   ".9.0 integer 5\n"
-                                   "override 1.3.6.1.2.1.1.5.0 octet_str \"my  scanner  \"\n";
+// Override gives a line of the agent's configuration: an object, its type and its value.
+std::string Override(const std::string& object) {
+  return "override " + kObjects + "." + object + "\n";
+}
+std::string Writable(const std::string& object) {
+  return "override -rw " + kObjects + "." + object + "\n";
+}
+
+const std::string kConfiguration =
+    Override("1.0 integer -129") + Override("2.0 uinteger 4000000000") +
+    Override("3.0 octet_str \"QD-7100  \"") + Override("4.0 object_id 1.3.6.1.4.1.32473.405") +
+    Override("5.0 counter 2147483648") + Override("6.0 timeticks 123456") +
+    Writable("8.0 octet_str \"changeable\"") + Writable("9.0 integer 5") +
+    Override("10.0 octet_str \"\"") + Override("11.0 octet_str " + kLongText) +
+    "override 1.3.6.1.2.1.1.5.0 octet_str \"my  scanner  \"\n";
 
 struct Value {
   std::string oid;
@@ -87,6 +85,28 @@ TEST_F(NetSnmpAgent, GivesValuesOfEveryType) {
 
 TEST_F(NetSnmpAgent, GivesAnIpAddress) {
   EXPECT_EQ(Get("1.3.6.1.2.1.4.20.1.1.127.0.0.1"), "7F 00 00 01");
+}
+
+TEST_F(NetSnmpAgent, GivesAnEmptyAndALongString) {
+  EXPECT_EQ(Get(kObjects + ".10.0"), "");
+  EXPECT_EQ(Get(kObjects + ".11.0"), ToHex(Text(kLongText)));
+}
+
+TEST_F(NetSnmpAgent, AnswersSeveralQuestionsAtOnce) {
+  const SimpleOwner request(WNXSNMP_MallocSnmpSimplePdu(1, 2));
+  const SimpleOwner answer(WNXSNMP_MallocSnmpSimplePdu(1, 2));
+  request->byCommand = WNXSNMP_PDU_GET;
+  for (const int i : {0, 1}) {
+    std::strcpy(request->lpSnmpSimpleVal[i].szOid, kValues[i].oid.c_str());
+  }
+  ASSERT_EQ(snmp_request_simple(kHost, 3, request.get(), answer.get()), 0);
+  for (const int i : {0, 1}) {
+    const snmp_simple_val& got = answer->lpSnmpSimpleVal[i];
+    EXPECT_EQ(got.szOid, kValues[i].oid);
+    EXPECT_EQ(got.byDataType, kValues[i].tag);
+    EXPECT_EQ(ToHex(got.SnmpValBuf, static_cast<std::size_t>(got.nValSize)),
+              ToHex(kValues[i].bytes));
+  }
 }
 
 TEST_F(NetSnmpAgent, IsWalkedInOrder) {
@@ -142,25 +162,47 @@ TEST_F(NetSnmpAgent, AnswersTheCollection) {
   WNXSNMP_FreeSnmpSimplePdu(4, answers);
 }
 
+// Sent gives the arcs of an OID and what the agent answers to our question for it.
+struct Exchanged {
+  Arcs arcs;
+  Bytes theirs;
+};
+Exchanged Sent(const std::string& oid) {
+  Exchanged exchanged{Arcs(128), {}};
+  std::int32_t length = static_cast<std::int32_t>(oid.size()), count = 128;
+  EXPECT_EQ(oid_string2array(oid.c_str(), &length, exchanged.arcs.data(), &count), 0);
+  exchanged.arcs.resize(static_cast<std::size_t>(count));
+  Message request(WNXSNMP_PDU_GET);
+  const Bytes asked = request.Id(0x12345678).Binding(exchanged.arcs, WNXSNMP_TAG_NULL).Built();
+  packet_data_list* const packets = net_send_rev(kHost, 3, asked.data(), Size(asked));
+  if (!packets) return exchanged;
+  const packet_data& packet = *packets->lpPacketData;
+  exchanged.theirs.assign(packet.buf, packet.buf + packet.nLen);
+  free_packet_data_list(packets);
+  return exchanged;
+}
+
 // The agent's answers, built again by our codec, are the same bytes.
 TEST_F(NetSnmpAgent, SendsWhatOurCodecBuilds) {
-  for (const Value& value : kValues) {
-    Message request(WNXSNMP_PDU_GET);
-    Arcs arcs(128);
-    std::int32_t length = static_cast<std::int32_t>(value.oid.size()), count = 128;
-    ASSERT_EQ(oid_string2array(value.oid.c_str(), &length, arcs.data(), &count), 0);
-    arcs.resize(static_cast<std::size_t>(count));
-    const Bytes asked = request.Id(0x12345678).Binding(arcs, WNXSNMP_TAG_NULL).Built();
-    packet_data_list* const packets = net_send_rev(kHost, 3, asked.data(), Size(asked));
-    ASSERT_TRUE(packets);
-    const packet_data& packet = *packets->lpPacketData;
-    const Bytes theirs(packet.buf, packet.buf + packet.nLen);
-    free_packet_data_list(packets);
+  std::vector<Value> values(std::begin(kValues), std::end(kValues));
+  values.push_back({"1.3.6.1.2.1.4.20.1.1.127.0.0.1", 0x40, {127, 0, 0, 1}});
+  for (const Value& value : values) {
+    const auto [arcs, theirs] = Sent(value.oid);
     Message ours(WNXSNMP_PDU_RESPONSE);
     ours.Id(0x12345678).Binding(arcs, value.tag, value.bytes);
     EXPECT_FALSE(Canonical(theirs).empty());
     EXPECT_EQ(ToHex(Canonical(ours.Built())), ToHex(Canonical(theirs))) << value.oid;
   }
+}
+
+TEST_F(NetSnmpAgent, RefusesAsOurCodecBuildsIt) {
+  const auto [arcs, theirs] = Sent(kObjects + ".77.0");
+  Message ours(WNXSNMP_PDU_RESPONSE);
+  ours.Id(0x12345678).Binding(arcs, WNXSNMP_TAG_NULL);
+  ours.Record().nErrStat = 2;  // noSuchName
+  ours.Record().nErrIndex = 1;
+  EXPECT_FALSE(Canonical(theirs).empty());
+  EXPECT_EQ(ToHex(Canonical(ours.Built())), ToHex(Canonical(theirs)));
 }
 
 }  // namespace

@@ -127,6 +127,48 @@ TEST(NetSnmpTools, OidsOfEveryShapeAreWhatWeSend) {
   }
 }
 
+TEST(NetSnmpTools, RequestOfSeveralObjectsIsWhatWeSend) {
+  TestAgent agent(OneOfEach());
+  RunTool("snmpget -c public", agent.Port(), kObjects + ".7.0 " + kObjects + ".1.0");
+  const Bytes theirs = agent.Asked();
+  const PduOwner parsed = Parse(theirs);
+  ASSERT_TRUE(parsed);
+  Message ours(WNXSNMP_PDU_GET);
+  ours.Id(parsed->nReqID).Binding(Below(kBase, 7), 0x05).Binding(Below(kBase, 1), 0x05);
+  EXPECT_EQ(ToHex(Canonical(ours.Built())), ToHex(Canonical(theirs)));
+}
+
+// A trap has one form but for its time-stamp, which we tag as an INTEGER.
+TEST(NetSnmpTools, TrapIsReadAndIsWhatWeSend) {
+  UdpPeer peer(Silent());
+  RunTool("snmptrap -c public", peer.Port(),
+          ".1.3.6.1.4.1.32473 192.168.0.5 6 300 8388608 " + kObjects + ".1.0 i -129");
+  const auto traps = peer.AwaitRequests(1);
+  ASSERT_EQ(traps.size(), 1u);
+  const PduOwner parsed = Parse(traps[0]);
+  ASSERT_TRUE(parsed) << ToHex(traps[0]);
+  Arcs enterprise(parsed->pdwEntOid, parsed->pdwEntOid + parsed->nEntOidLen);
+  EXPECT_EQ(enterprise, (Arcs{1, 3, 6, 1, 4, 1, 32473}));
+  EXPECT_EQ(ToHex(parsed->AgentAddress.byAgentAddress, 4), "C0 A8 00 05");
+  EXPECT_EQ(parsed->nTrapType, 6);
+  EXPECT_EQ(parsed->nSpecificType, 300);
+  EXPECT_EQ(parsed->ulTime, 8388608u);
+
+  Message ours(WNXSNMP_PDU_TRAP);
+  ours.Binding(Below(kBase, 1), 0x02, Memory<std::int32_t>(-129));
+  ours.Record().pdwEntOid = enterprise.data();
+  ours.Record().nEntOidLen = static_cast<std::int32_t>(enterprise.size());
+  ours.Record().AgentAddress = parsed->AgentAddress;
+  ours.Record().nTrapType = 6;
+  ours.Record().nSpecificType = 300;
+  ours.Record().ulTime = 8388608;
+  std::string wanted = ToHex(Canonical(traps[0]));
+  const std::string time = " 43 04 00 80 00 00";
+  ASSERT_NE(wanted.find(time), std::string::npos) << wanted;
+  wanted.replace(wanted.find(time), time.size(), " 02 04 00 80 00 00");
+  EXPECT_EQ(ToHex(Canonical(ours.Built())), wanted);
+}
+
 TEST(NetSnmpTools, SetIsWhatWeSend) {
   struct Row {
     const char* argument;
