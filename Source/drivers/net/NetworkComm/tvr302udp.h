@@ -36,7 +36,8 @@ extern std::atomic<net_clock> netClock;
 
 // NetInterrupt lets another thread hurry this thread's exchanges while it lives: once the
 // descriptor is readable, a wait ends after nGraceMs at the latest, and fails then (-1), so that no
-// further attempt is made. Inside the library only.
+// further attempt is made. An answer within that time is still taken. One at a time on a thread; a
+// wait without limit (recvfrom_timeo, 0 seconds) is not hurried. Inside the library only.
 class NetInterrupt {
  public:
   NetInterrupt(int fd, int nGraceMs);

@@ -1,5 +1,5 @@
 // Packets of the device's UDP command protocol, built and parsed; no socket. docs/wire/
-// udp-command.md has the layout and a worked example.
+// udp-command.md has the layout and a worked example. The functions are inside the library only.
 //
 // Thread rule: pure functions.
 #pragma once
