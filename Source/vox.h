@@ -5,6 +5,8 @@
 #include "vox/DupImgFile.h"
 #include "vox/Environment.h"
 #include "vox/FullPathToLeafTransformer.h"
+#include "vox/PaperSizes.h"
+#include "vox/SupportedDevices.h"
 #include "vox/UserPreferences.h"
 #include "vox/drivers/LineKernels.h"
 #include "vox/drivers/ScanRecords.h"

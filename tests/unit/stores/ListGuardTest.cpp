@@ -78,13 +78,13 @@ TEST(XmlGuard, CountsTagsAndBytes) {
       ParsePropertyList("<array>" + Repeated("<true/>", kPropertyListNodes + 1) + "</array>"));
 }
 
-TEST(XmlGuard, PassesWhatPeopleWrite) {
-  EXPECT_TRUE(XmlPasses(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-      "<plist version=\"1.0\"><!-- it's \"mine\" --><dict><key>a</key><string>\"don't\"</string>"
-      "</dict></plist>"));
+TEST(XmlGuard, PassesWhatProgramsAndPeopleWrite) {
+  EXPECT_TRUE(XmlPasses(*PropertyListXml(Dictionary{{"a", "\"don't\""}})));
+  EXPECT_TRUE(
+      XmlPasses("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                "<!DOCTYPE plist PUBLIC \"-//Some//One//EN\" \"http://example.org/list.dtd\">\n"
+                "<plist version=\"1.0\"><!-- it's \"mine\" --><dict><key>a</key>"
+                "<string>\"don't\"</string></dict></plist>"));
 }
 
 // Objects of a binary list with references and offsets two bytes wide.
