@@ -27,8 +27,8 @@ class DamagedContent {
   // Open: 0, ENOENT when the file is not damaged, or the errno.
   int Open(const std::string& target) {
     fd_.Reset(::open(target.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-    if (!fd_ || ::fstat(fd_.Get(), &status_) != 0) return errno;
-    const int error = ReadWholeFile(OpenName(), kPropertyListBytes, &bytes_, nullptr);
+    if (!fd_) return errno;
+    const int error = ReadOpenFile(fd_.Get(), kPropertyListBytes, &bytes_, &status_);
     if (error == EFBIG) return 0;
     if (error != 0) return error;
     const auto value = ParsePropertyList(bytes_);

@@ -148,13 +148,18 @@ int ReadWholeFile(const std::string& path, std::size_t limit, std::vector<std::u
                   struct stat* status) {
   bytes->clear();
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  return file ? ReadOpenFile(file.Get(), limit, bytes, status) : errno;
+}
+
+int ReadOpenFile(int fd, std::size_t limit, std::vector<std::uint8_t>* bytes, struct stat* status) {
+  bytes->clear();
   struct stat own {};
-  if (!file || ::fstat(file.Get(), &own) != 0) return errno;
+  if (::fstat(fd, &own) != 0) return errno;
   if (status != nullptr) *status = own;
   if (!S_ISREG(own.st_mode)) return EINVAL;
   for (;;) {
     std::uint8_t block[16384];
-    const ssize_t got = ::read(file.Get(), block, sizeof block);
+    const ssize_t got = ::read(fd, block, sizeof block);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return errno;
     if (got == 0) return 0;

@@ -43,6 +43,10 @@ VOX_EXPORT int TargetOfLinks(const std::string& path, std::string* target);
 VOX_EXPORT int ReadWholeFile(const std::string& path, std::size_t limit,
                              std::vector<std::uint8_t>* bytes, struct stat* status);
 
+// ReadOpenFile does the same with a file that is open and has been read nothing of.
+VOX_EXPORT int ReadOpenFile(int fd, std::size_t limit, std::vector<std::uint8_t>* bytes,
+                            struct stat* status);
+
 // ReplaceFile stores bytes under the name `path`: written aside in the same folder, stored, renamed
 // over the old file, the folder stored. A symbolic link is followed and stays. The new file has the
 // old one's mode, and its owner and group as far as this user may give them (a group that cannot be
@@ -51,6 +55,7 @@ VOX_EXPORT int ReadWholeFile(const std::string& path, std::size_t limit,
 //          EINVAL when a folder or device bears the name and so on). On failure the old file is as
 //          it was and nothing is left beside it, with one exception: when the folder alone cannot
 //          be stored (EIO), the new file is in place and only its survival of a power cut is open.
+//          A kill can leave a file .vox-XXXXXX beside the old one, which nobody needs any more.
 VOX_EXPORT int ReplaceFile(const std::string& path, std::string_view bytes, mode_t new_mode = 0644);
 
 }  // namespace vox

@@ -12,7 +12,7 @@
 // aside (KeepDamagedFile) and reported to the system log before it is replaced; one that cannot be
 // read is never written over.
 //
-// Thread rule: any thread.
+// Thread rule: any thread; while one synchronises, the others wait.
 #pragma once
 
 #include <chrono>
