@@ -5,6 +5,8 @@
 // the copy and store it back. A device dictionary that several owners share is a
 // std::shared_ptr<Dictionary>.
 // Errors: no accessor throws; a question of the wrong type is answered with nothing.
+// Compilers differ in whether Array{Array{1}} is a copy of the inner array or an array that holds
+// it, so an array of one array is written Array{PropertyValue(inner)}.
 // Thread rule: values like std::string: any number of readers, or one writer.
 #pragma once
 

@@ -86,8 +86,8 @@ TEST(PropertyValue, EqualityIsOfTypeAndContent) {
   EXPECT_NE(PropertyValue(1), PropertyValue(1.0));
   EXPECT_NE(PropertyValue(1), PropertyValue(true));
   EXPECT_EQ(PropertyValue(std::nan("")), PropertyValue(std::nan("")));
-  EXPECT_EQ(PropertyValue(Array{Array{"a"}}), PropertyValue(Array{Array{"a"}}));
-  EXPECT_NE(PropertyValue(Array{Array{"a"}}), PropertyValue(Array{Array{"b"}}));
+  EXPECT_EQ(PropertyValue(Array{1, Array{"a"}}), PropertyValue(Array{1, Array{"a"}}));
+  EXPECT_NE(PropertyValue(Array{1, Array{"a"}}), PropertyValue(Array{1, Array{"b"}}));
 }
 
 TEST(PropertyValue, CopiesDoNotShareChanges) {
@@ -98,7 +98,7 @@ TEST(PropertyValue, CopiesDoNotShareChanges) {
 }
 
 TEST(PropertyValue, MayBecomeAPartOfItself) {
-  PropertyValue value = Array{Array{7}};
+  PropertyValue value = Array{PropertyValue(Array{7})};
   value = (*value.AsArray())[0];
   value = (*value.AsArray())[0];
   EXPECT_EQ(value, PropertyValue(7));
