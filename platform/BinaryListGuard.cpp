@@ -76,11 +76,42 @@ class BinaryExtents {
     return extents_[object];
   }
 
-  std::optional<Extent> LookInto(std::uint64_t object, int depth) {
+  // AtObject gives a reader at the object's first byte; there is one to take.
+  std::optional<ByteReader> AtObject(std::uint64_t object) const {
+    if (object >= objects_) return std::nullopt;
     ByteReader entry = At(table_ + object * offset_width_);
     const auto offset = TakeUnsigned(entry, offset_width_);
     if (!offset || *offset >= bytes_.size()) return std::nullopt;
-    ByteReader reader = At(*offset);
+    return At(*offset);
+  }
+
+  // libplist ends the process, by an assertion, over keys that are no texts and over those of
+  // 16-bit units among which is a zero.
+  bool AreKeys(ByteReader reader, std::uint64_t references) const {
+    for (std::uint64_t i = 0; i < references; ++i) {
+      const auto object = TakeUnsigned(reader, reference_width_);
+      const auto key = object ? AtObject(*object) : std::nullopt;
+      if (!key || !IsKey(*key)) return false;
+    }
+    return true;
+  }
+
+  static bool IsKey(ByteReader key) {
+    const std::uint8_t head = *key.TakeU8();
+    if (head >> 4 == 0x5) return true;
+    if (head >> 4 != 0x6) return false;
+    const auto units = TakeCount(key, head & 0x0F);
+    if (!units || *units > key.Left() / 2) return false;
+    for (std::uint64_t i = 0; i < *units; ++i) {
+      if (*key.TakeBe16() == 0) return false;
+    }
+    return true;
+  }
+
+  std::optional<Extent> LookInto(std::uint64_t object, int depth) {
+    auto at = AtObject(object);
+    if (!at) return std::nullopt;
+    ByteReader& reader = *at;
     const std::uint8_t head = *reader.TakeU8();
     const int kind = head >> 4;
     if (kind <= 0x3 || kind == 0x8) return Extent{0, 1, 8};
@@ -95,6 +126,7 @@ class BinaryExtents {
       case 0xA:
         return Contents(reader, *count, depth);
       case 0xD:
+        if (!AreKeys(reader, *count)) return std::nullopt;
         return Contents(reader, *count * 2, depth);
       default:
         return std::nullopt;

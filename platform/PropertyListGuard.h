@@ -18,7 +18,8 @@ bool IsBinaryPropertyList(std::span<const std::uint8_t> bytes);
 // opinion, and document types with definitions of their own, are refused.
 bool XmlListIsWithinLimits(std::span<const std::uint8_t> bytes);
 
-// BinaryListIsWithinLimits follows the references from the root object, each object once.
+// BinaryListIsWithinLimits follows the references from the root object, each object once. Keys must
+// be texts without a zero in them.
 bool BinaryListIsWithinLimits(std::span<const std::uint8_t> bytes);
 
 }  // namespace vox

@@ -162,6 +162,24 @@ TEST(BinaryGuard, SharedObjectsCountAsOftenAsTheyAreNamed) {
   EXPECT_TRUE(BinaryPasses(heavy.Whole(3)));
 }
 
+// libplist 2.2 ends the process over the others.
+TEST(BinaryGuard, KeysAreTexts) {
+  for (const std::string& key : {"\x51k"s, "\x61\0k"s, "\x50"s}) {
+    BinaryList list;
+    list.Add("\xD1"s + BinaryList::Wide(1) + BinaryList::Wide(1));
+    list.Add(key);
+    EXPECT_TRUE(ParsePropertyList(list.Whole()));
+  }
+  for (const std::string& key : {"\x09"s, "\x10\x01"s, "\x41k"s, "\xA0"s, "\xD0"s, "\x80\x01"s,
+                                 "\x00"s, "\x62\0k\0\0"s, "\x6F\x10\x40"s}) {
+    BinaryList list;
+    list.Add("\xD1"s + BinaryList::Wide(1) + BinaryList::Wide(1));
+    list.Add(key);
+    EXPECT_FALSE(BinaryPasses(list.Whole()));
+    EXPECT_FALSE(ParsePropertyList(list.Whole()));
+  }
+}
+
 TEST(BinaryGuard, ReferencesOffsetsAndSizesStayInside) {
   BinaryList stray;
   stray.Add(BinaryList::ArrayOf({1}));
