@@ -23,7 +23,7 @@ namespace vox {
 
 inline constexpr std::size_t kPropertyListBytes = 16u
                                                   << 20;     // of a file, and of what it unfolds to
-inline constexpr std::size_t kPropertyListNodes = 1u << 18;  // values of a list, keys not counted
+inline constexpr std::size_t kPropertyListNodes = 1u << 15;  // values of a list, keys not counted
 inline constexpr int kPropertyListDepth = 64;                // arrays and dictionaries in another
 
 // ParsePropertyList reads a list in either form.
