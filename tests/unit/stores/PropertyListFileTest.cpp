@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 #include <unistd.h>
 
 #include "tests/unit/core/Scratch.h"
+#include "vox/platform/FileReplacement.h"
 #include "vox/platform/PropertyList.h"
 
 namespace vox {
@@ -48,6 +50,33 @@ TEST_F(ListFile, WhatIsWrittenIsRead) {
   EXPECT_EQ(read.error, 0);
   EXPECT_EQ(read.content, settings_);
   EXPECT_TRUE(Content(file_).starts_with("<?xml"));
+}
+
+// Without a lock the last writer wins; whoever reads meanwhile finds the whole file of one of them.
+TEST_F(ListFile, ManyProcessesLeaveItWhole) {
+  constexpr int kProcesses = 4, kTimes = 15;
+  ASSERT_EQ(WriteDictionaryFile(file_, settings_), 0);
+  std::vector<pid_t> children;
+  for (int process = 0; process < kProcesses; ++process) {
+    children.push_back(::fork());
+    if (children.back() != 0) continue;
+    SetFileReplacementSystem(
+        {::write, [](int) { return 0; }, ::rename});  // the disk is not the point
+    for (int i = 0; i < kTimes; ++i) {
+      DictionaryFile file = ReadDictionaryFile(file_);
+      if (file.state != FileState::Whole || !file.content.Contains("computerName")) ::_exit(1);
+      file.content.Set(std::to_string(process), std::string(1000, 'x'));
+      if (WriteDictionaryFile(file_, file.content) != 0) ::_exit(2);
+    }
+    ::_exit(0);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(ReadDictionaryFile(file_).content.String("computerName"), "desk");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
 }
 
 TEST_F(ListFile, MissingFileAndMissingFolder) {
