@@ -15,31 +15,73 @@ constexpr std::size_t kMostWaiting = 4096;  // answers that wait for their time
 constexpr std::uint32_t kLoopbackNet = 127u << 24;
 constexpr std::uint32_t kStranger = kLoopbackNet | 254;  // 127.0.0.254
 
+// What the octet at a place is spoilt with: never 0, so that none stays as it was.
+std::uint32_t Noise(std::size_t place) {
+  return static_cast<std::uint32_t>(place * 2654435761u >> 8) | 1u;
+}
+
 }  // namespace
 
-std::string DatagramServer::Open(std::uint32_t address, std::uint16_t snmp_port,
-                                 std::uint16_t command_port) {
+std::string DatagramServer::Open(std::uint32_t address, const DeviceOptions& options) {
   std::string error;
-  snmp_ = BindUdp({address, snmp_port}, error);
+  snmp_ = BindUdp({address, options.snmp_port}, error);
   if (!snmp_) return error;
-  command_ = BindUdp({address, command_port}, error);
+  command_ = BindUdp({address, options.command_port}, error);
   if (!command_) return error;
+  if (options.hears_broadcasts && address != 0) {
+    broadcast_ = BindBroadcast({address, SnmpPort()}, error);
+    if (!broadcast_) return error;
+  }
+  return OpenOther(address, options.other_address);
+}
+
+std::string DatagramServer::OpenOther(std::uint32_t address, const std::string& other) {
   const bool loopback = (address & 0xFF000000) == kLoopbackNet;
-  other_ = BindUdp({loopback ? kStranger : address, 0}, error);
+  Endpoint at{loopback ? kStranger : address, 0};
+  asked_there_ = !other.empty();
+  if (asked_there_) {
+    if (!ParseAddress(other, at.address)) return other + " is no IPv4 address";
+    at.port = SnmpPort();
+  }
+  std::string error;
+  other_ = BindUdp(at, error);
   return other_ ? std::string() : error;
 }
 
-void DatagramServer::TakeSnmp() {
+void DatagramServer::TakeSnmp(const FileDescriptor& socket, From own) {
   std::array<std::uint8_t, kLargestDatagram> buffer;
   Endpoint from;
-  const long size = ReceiveFrom(snmp_, buffer, from);
+  const long size = ReceiveFrom(socket, buffer, from);
   if (size < 0 || faults_.IsSilent()) return;
   const std::span<const std::uint8_t> datagram(buffer.data(), static_cast<std::size_t>(size));
   Event event(EventKind::kSnmpRequest, {datagram.begin(), datagram.end()});
   event.peer_address = from.address;
   events_.Add(std::move(event));
   auto answer = agent_.Answer(datagram);
-  if (answer) Queue({std::move(*answer), from, From::kSnmp}, faults_.Get().delays.snmp);
+  if (answer) QueueSnmp(std::move(*answer), from, own);
+}
+
+// What becomes of an answer on its way, as the faults ask.
+void DatagramServer::QueueSnmp(Bytes answer, const Endpoint& to, From own) {
+  const auto delay = faults_.Get().delays.snmp;
+  switch (faults_.TakeSnmpFault()) {
+    case SnmpFault::kNone:
+      break;
+    case SnmpFault::kTwice:
+      Queue({answer, to, own}, delay);
+      break;
+    case SnmpFault::kOtherSource:
+      own = own == From::kOther ? From::kSnmp : From::kOther;
+      break;
+    case SnmpFault::kGarbage:
+      for (std::size_t i = 0; i < answer.size(); ++i)
+        answer[i] ^= static_cast<std::uint8_t>(Noise(i));
+      break;
+    case SnmpFault::kCut:
+      answer.resize(answer.size() / 2);
+      break;
+  }
+  Queue({std::move(answer), to, own}, delay);
 }
 
 void DatagramServer::TakeCommand() {
@@ -78,13 +120,19 @@ int DatagramServer::NextWait() const {
 
 void DatagramServer::Run() {
   while (true) {
-    std::array<pollfd, 3> entries = {
-        {{stop_.Get(), POLLIN, 0}, {snmp_.Get(), POLLIN, 0}, {command_.Get(), POLLIN, 0}}};
+    // A descriptor of -1 is passed over.
+    std::array<pollfd, 5> entries = {{{stop_.Get(), POLLIN, 0},
+                                      {snmp_.Get(), POLLIN, 0},
+                                      {command_.Get(), POLLIN, 0},
+                                      {broadcast_.Get(), POLLIN, 0},
+                                      {asked_there_ ? other_.Get() : -1, POLLIN, 0}}};
     const int ready = ::poll(entries.data(), entries.size(), NextWait());
     if (ready < 0 && errno != EINTR) return;
     if (entries[0].revents != 0) return;
-    if (ready > 0 && entries[1].revents != 0) TakeSnmp();
+    if (ready > 0 && entries[1].revents != 0) TakeSnmp(snmp_, From::kSnmp);
     if (ready > 0 && entries[2].revents != 0) TakeCommand();
+    if (ready > 0 && entries[3].revents != 0) TakeSnmp(broadcast_, From::kSnmp);
+    if (ready > 0 && entries[4].revents != 0) TakeSnmp(other_, From::kOther);
     SendDue();
   }
 }

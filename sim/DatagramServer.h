@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "sim/CommandResponder.h"
+#include "sim/DeviceOptions.h"
 #include "sim/Events.h"
 #include "sim/FaultBox.h"
 #include "sim/SnmpAgent.h"
@@ -24,8 +25,8 @@ class DatagramServer {
                  EventLog& events)
       : agent_(agent), responder_(responder), faults_(faults), events_(events) {}
 
-  // Open binds both ports; an empty text, or what failed.
-  std::string Open(std::uint32_t address, std::uint16_t snmp_port, std::uint16_t command_port);
+  // Open binds the ports that a device is to have; an empty text, or what failed.
+  std::string Open(std::uint32_t address, const DeviceOptions& options);
   std::uint16_t SnmpPort() const { return PortOf(snmp_); }
   std::uint16_t CommandPort() const { return PortOf(command_); }
   void Run();
@@ -40,7 +41,9 @@ class DatagramServer {
     From from;
   };
 
-  void TakeSnmp();
+  std::string OpenOther(std::uint32_t address, const std::string& other);
+  void TakeSnmp(const FileDescriptor& socket, From own);
+  void QueueSnmp(Bytes answer, const Endpoint& to, From own);
   void TakeCommand();
   void Queue(Waiting datagram, std::chrono::milliseconds delay);
   void SendDue();
@@ -51,7 +54,9 @@ class DatagramServer {
   FaultBox& faults_;
   EventLog& events_;
   EventFd stop_;
-  FileDescriptor snmp_, command_, other_;
+  FileDescriptor snmp_, command_, broadcast_;
+  FileDescriptor other_;      // where what is to come from elsewhere comes from
+  bool asked_there_ = false;  // whether other_ is a second address, with an SNMP port
   std::multimap<Clock::time_point, Waiting> queue_;  // equal times keep their order
 };
 

@@ -141,6 +141,10 @@ void AddDeviceObjects(SnmpAgent& agent, const DeviceOptions& options, const Devi
   AddImageTypes(agent, options);
   agent.Add(kSupportedPaper, Number(options.support_paper));
   agent.Add(kCompression, Number(options.compression));
+  for (const ObjectText& object : options.objects) {
+    agent.Remove(object.oid);
+    if (!object.missing) agent.Add(object.oid, Constant({object.tag, object.contents}));
+  }
 }
 
 }  // namespace vox::sim

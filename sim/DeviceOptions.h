@@ -34,6 +34,17 @@ struct UnitOptions {
   std::uint32_t physical_height = 117000;
 };
 
+// An object of the agent: a BER tag and contents as they stand in the message, right or wrong.
+struct ObjectText {
+  std::string oid;  // dotted
+  bool missing = false;
+  std::uint8_t tag = 0;
+  std::vector<std::uint8_t> contents;
+};
+// ParseObject reads "OBJECT=none" or "OBJECT=TYPE:VALUE" (docs/virtual-device.md). Gives an empty
+// text, or what is wrong.
+std::string ParseObject(const std::string& text, ObjectText& object);
+
 // One sheet in the feeder. An empty back is blank.
 struct Sheet {
   PagePtr front;
@@ -82,6 +93,12 @@ struct DeviceOptions {
   std::string name = "Virtual scanner";
   std::array<std::uint8_t, 6> mac = {0x02, 0x56, 0x58, 0x00, 0x00, 0x01};
   std::string community = "public";
+  std::vector<ObjectText> objects;  // said instead of what is above, or besides
+
+  // Whether it hears queries to 255.255.255.255 at its SNMP port, on the interface that bears its
+  // address; answers come from its own address. With 0.0.0.0 it hears them in any case.
+  bool hears_broadcasts = false;
+  std::string other_address;  // a second one that it answers SNMP at; empty: none
 
   // What it can do. At least one unit.
   std::optional<UnitOptions> flatbed = UnitOptions{};

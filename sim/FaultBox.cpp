@@ -21,7 +21,7 @@ Faults FaultBox::ForPage(std::uint32_t page) const {
 
 bool FaultBox::IsSilent() const {
   MutexLock lock(mutex_);
-  return silent_ || faults_.silence.at == Stage::kAlways;
+  return silent_ || faults_.silence.at == Stage::kAlways || faults_.sleep_after == 0u;
 }
 
 bool FaultBox::FallSilentAt(Stage stage) {
@@ -56,6 +56,16 @@ std::optional<std::uint8_t> FaultBox::TakeRegisterReply() {
   MutexLock lock(mutex_);
   if (!faults_.register_reply || !TakeOne(faults_.register_replies)) return std::nullopt;
   return faults_.register_reply;
+}
+
+SnmpFault FaultBox::TakeSnmpFault() {
+  MutexLock lock(mutex_);
+  if (faults_.sleep_after) {
+    TakeOne(*faults_.sleep_after);
+    silent_ = silent_ || *faults_.sleep_after == 0;
+  }
+  if (faults_.snmp == SnmpFault::kNone || !TakeOne(faults_.snmp_answers)) return SnmpFault::kNone;
+  return faults_.snmp;
 }
 
 ReplyFault FaultBox::TakeReplyFault() {

@@ -33,6 +33,9 @@ class FaultBox {
   bool TakeNoDocument() VOX_EXCLUDES(mutex_);
   std::optional<std::uint8_t> TakeRegisterReply() VOX_EXCLUDES(mutex_);
   ReplyFault TakeReplyFault() VOX_EXCLUDES(mutex_);
+  // TakeSnmpFault is asked once for each SNMP answer; after the last one that the device has left
+  // it falls asleep: this answer still goes.
+  SnmpFault TakeSnmpFault() VOX_EXCLUDES(mutex_);
 
  private:
   static bool TakeOne(std::uint32_t& count);

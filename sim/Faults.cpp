@@ -79,6 +79,12 @@ constexpr std::pair<std::string_view, ReplyFault> kReplies[] = {
     {"cut", ReplyFault::kCut},
     {"long", ReplyFault::kLong}};
 
+constexpr std::pair<std::string_view, SnmpFault> kSnmp[] = {
+    {"twice", SnmpFault::kTwice},
+    {"other-source", SnmpFault::kOtherSource},
+    {"garbage", SnmpFault::kGarbage},
+    {"cut", SnmpFault::kCut}};
+
 constexpr std::pair<std::string_view, BlockFault> kBlocks[] = {
     {"width", BlockFault::kWidth},      {"too-long", BlockFault::kTooLong},
     {"hostile", BlockFault::kHostile},  {"huge", BlockFault::kHuge},
@@ -111,6 +117,11 @@ bool ReadReply(std::string_view text, Faults& faults) {
   return sized && ReadNumber(bytes, faults.reply_bytes) && faults.reply_bytes <= 1472;
 }
 
+bool ReadSnmp(std::string_view text, Faults& faults) {
+  const auto [kind, count] = Split(text, ':');
+  return Look(kSnmp, kind, faults.snmp) && ReadCount(count, faults.snmp_answers);
+}
+
 bool ReadBlock(std::string_view text, Faults& faults) {
   const auto [kind, index] = Split(text, ':');
   return Look(kBlocks, kind, faults.block) &&
@@ -137,6 +148,8 @@ constexpr std::pair<std::string_view, Reader> kWords[] = {
     {"scan-reply", [](auto v, Faults& f) { return ReadOptional(v, f.scan_reply); }},
     {"cancel-reply", [](auto v, Faults& f) { return ReadOptional(v, f.cancel_reply); }},
     {"register-reply", ReadRegisterReply},
+    {"snmp", ReadSnmp},
+    {"sleep-after", [](auto v, Faults& f) { return ReadOptional(v, f.sleep_after); }},
     {"reply", ReadReply},
     {"replies", [](auto v, Faults& f) { return ReadNumber(v, f.replies); }},
     {"page", [](auto v, Faults& f) { return ReadNumber(v, f.page); }},

@@ -54,6 +54,15 @@ enum class ReplyFault : std::uint8_t {
   kLong,           // reply_bytes bytes come, the excess zero; paramSize says 255
 };
 
+// What happens to SNMP answers on their way.
+enum class SnmpFault : std::uint8_t {
+  kNone,
+  kTwice,        // every answer comes twice
+  kOtherSource,  // it comes from the device's other address, or else from another port
+  kGarbage,      // noise of the answer's size comes instead
+  kCut,          // only the first half comes
+};
+
 enum class BlockFault : std::uint8_t {
   kNone,
   kWidth,      // wdWidth 8 greater than it should be
@@ -79,6 +88,10 @@ struct Faults {
   std::optional<std::uint8_t> cancel_reply = {};    // instead of 0x53
   std::optional<std::uint8_t> register_reply = {};  // instead of 0xC4
   std::uint32_t register_replies = kEveryTime;      // how many registrations get register_reply
+
+  SnmpFault snmp = SnmpFault::kNone;
+  std::uint32_t snmp_answers = kEveryTime;        // how many answers suffer from it
+  std::optional<std::uint32_t> sleep_after = {};  // so many SNMP answers, then it falls asleep
 
   ReplyFault reply = ReplyFault::kNone;
   std::uint32_t replies = kEveryTime;  // how many replies suffer from it

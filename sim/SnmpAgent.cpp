@@ -60,6 +60,10 @@ void SnmpAgent::Add(const std::string& oid, MibObject object) {
   objects_[*arcs] = std::move(object);
 }
 
+void SnmpAgent::Remove(const std::string& oid) {
+  if (const auto arcs = ParseDottedOid(oid)) objects_.erase(*arcs);
+}
+
 std::optional<SnmpAgent::Binding> SnmpAgent::ParseBinding(ByteReader& list) {
   const auto contents = TakeBerContents(list, kBerSequence);
   if (!contents) return std::nullopt;

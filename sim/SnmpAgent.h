@@ -40,6 +40,8 @@ class SnmpAgent {
 
   // Add places an object; the text is dotted and well-formed.
   void Add(const std::string& oid, MibObject object);
+  // Remove takes an object away, if it is there.
+  void Remove(const std::string& oid);
 
   // Answer gives the response; nothing for what is no SNMPv1 request of this community, which
   // RFC 1157 4.1 has dropped in silence.

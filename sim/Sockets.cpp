@@ -1,6 +1,8 @@
 #include "sim/Sockets.h"
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -9,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <system_error>
 
 namespace vox::sim {
@@ -32,6 +35,34 @@ std::string LastError() {
   return std::generic_category().message(errno);
 }
 
+FileDescriptor OpenUdp() {
+  return FileDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+// Bind closes the socket and says why when the address cannot be had.
+void Bind(FileDescriptor& socket, const Endpoint& at, std::string& error) {
+  const sockaddr_in address = AddressOf(at);
+  if (socket && ::bind(socket.Get(), Plain(address), sizeof address) == 0) return;
+  char text[INET_ADDRSTRLEN] = "";
+  ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+  error = std::string("UDP ") + text + " port " + std::to_string(at.port) + ": " + LastError();
+  socket.Reset();
+}
+
+// The name of the interface with an address; empty for loopback and when there is none.
+std::string InterfaceOf(std::uint32_t address) {
+  ifaddrs* list = nullptr;
+  if (::getifaddrs(&list) != 0) return {};
+  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, ::freeifaddrs);
+  for (const ifaddrs* at = list; at; at = at->ifa_next) {
+    if (!at->ifa_addr || at->ifa_addr->sa_family != AF_INET) continue;
+    const auto* const inet = reinterpret_cast<const sockaddr_in*>(at->ifa_addr);
+    const bool loopback = (at->ifa_flags & IFF_LOOPBACK) != 0;
+    if (ntohl(inet->sin_addr.s_addr) == address) return loopback ? "" : at->ifa_name;
+  }
+  return {};
+}
+
 int MillisecondsUntil(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   return static_cast<int>(std::clamp<std::int64_t>(left, 0, 3'600'000));
@@ -47,14 +78,22 @@ bool ParseAddress(const std::string& text, std::uint32_t& address) {
 }
 
 FileDescriptor BindUdp(const Endpoint& at, std::string& error) {
-  FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const sockaddr_in address = AddressOf(at);
-  if (!socket || ::bind(socket.Get(), Plain(address), sizeof address) != 0) {
-    char text[INET_ADDRSTRLEN] = "";
-    ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-    error = std::string("UDP ") + text + " port " + std::to_string(at.port) + ": " + LastError();
-    socket.Reset();
+  FileDescriptor socket = OpenUdp();
+  Bind(socket, at, error);
+  return socket;
+}
+
+FileDescriptor BindBroadcast(const Endpoint& device, std::string& error) {
+  FileDescriptor socket = OpenUdp();
+  const int on = 1;
+  ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const std::string name = InterfaceOf(device.address);
+  if (!name.empty() && ::setsockopt(socket.Get(), SOL_SOCKET, SO_BINDTODEVICE, name.data(),
+                                    static_cast<socklen_t>(name.size())) != 0) {
+    error = "interface " + name + ": " + LastError();
+    return FileDescriptor();
   }
+  Bind(socket, {INADDR_BROADCAST, device.port}, error);
   return socket;
 }
 

@@ -23,6 +23,10 @@ bool ParseAddress(const std::string& text, std::uint32_t& address);
 
 // BindUdp opens a datagram socket; port 0 picks one. Not open: `error` says why.
 FileDescriptor BindUdp(const Endpoint& at, std::string& error);
+// BindBroadcast opens a socket that hears what is sent to 255.255.255.255 at a device's port, as
+// any number of devices of a machine may: on the interface that bears the device's address, or on
+// every one when that is loopback, which has no broadcasts.
+FileDescriptor BindBroadcast(const Endpoint& device, std::string& error);
 std::uint16_t PortOf(const FileDescriptor& socket);
 
 // ReceiveFrom takes one waiting datagram: its size, or -1.

@@ -40,7 +40,7 @@ class VirtualDevice::Impl {
       error = options.address + " is no IPv4 address";
       return false;
     }
-    error = server.Open(address, options.snmp_port, options.command_port);
+    error = server.Open(address, options);
     if (!error.empty()) return false;
     AddDeviceObjects(agent, options, {[this] { return desk.SheetsLeft() > 0; }});
     sender = std::make_unique<PageSender>(options, address, desk, faults, cache, events);

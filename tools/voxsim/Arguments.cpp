@@ -19,7 +19,7 @@ constexpr std::size_t kLongestName = 255;  // RFC 1213 DisplayString
 
 // Options that need a second look once all are read.
 struct Raw {
-  std::vector<std::string> faults;
+  std::vector<std::string> faults, objects;
   std::string mac, image_header;
   std::vector<std::uint32_t> margins;  // left, right
   std::vector<std::uint32_t> range;    // lowest, highest dpi
@@ -43,6 +43,8 @@ void AddNetwork(CLI::App& app, SimArguments& arguments, Raw& raw) {
   app.add_option("--model", device.model, "model name, without the maker's");
   app.add_option("--name", device.name, "device name");
   app.add_option("--mac", raw.mac, "hardware address, xx:xx:xx:xx:xx:xx");
+  app.add_flag("--broadcast", device.hears_broadcasts, "hear queries to 255.255.255.255 as well");
+  app.add_option("--other-address", device.other_address, "a second address to be asked at");
 }
 
 void AddPaper(CLI::App& app, SimArguments& arguments, Raw& raw) {
@@ -83,6 +85,7 @@ void AddCoding(CLI::App& app, SimArguments& arguments, Raw& raw) {
 }
 
 void AddBehaviour(CLI::App& app, SimArguments& arguments, Raw& raw) {
+  app.add_option("--object", raw.objects, "say or miss an object: OBJECT=none, OBJECT=TYPE:VALUE");
   app.add_option("--fault", raw.faults, "make something go wrong (docs/virtual-device.md)");
   app.add_option("--cache", raw.cache, "MiB of coded pages kept for the next request")
       ->check(Between(0, kMostCache));
@@ -130,6 +133,10 @@ std::string Settle(const Raw& raw, SimArguments& arguments) {
   for (const std::string& words : raw.faults) {
     const std::string error = sim::ParseFault(words, device.faults);
     if (!error.empty()) return "--fault: " + error;
+  }
+  for (const std::string& text : raw.objects) {
+    const std::string error = sim::ParseObject(text, device.objects.emplace_back());
+    if (!error.empty()) return "--object " + error;
   }
   if (raw.margins.size() == 2) {
     device.left_cut_margin = raw.margins[0];

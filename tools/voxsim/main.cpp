@@ -1,5 +1,5 @@
 // voxsim: the virtual device as a program. It prints its ports as one line of JSON, runs in the
-// foreground and ends on SIGTERM or SIGINT.
+// foreground and ends on SIGTERM or SIGINT. SIGUSR1 puts the device to sleep, SIGUSR2 wakes it.
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -20,7 +20,7 @@ constexpr int kInvalid = 4, kIoError = 9, kNoMemory = 10;
 sigset_t BlockStopSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2}) sigaddset(&signals, signal);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signals;
 }
@@ -65,6 +65,17 @@ int Fail(int status, const std::string& text) {
   return status;
 }
 
+// Takes one signal; false when it is one that ends the program.
+bool Awaits(const sigset_t& signals, sim::VirtualDevice& device, const sim::Faults& faults) {
+  int signal = 0;
+  ::sigwait(&signals, &signal);
+  if (signal != SIGUSR1 && signal != SIGUSR2) return false;
+  sim::Faults asleep = faults;
+  asleep.silence = {sim::Stage::kAlways, 0, true};
+  device.SetFaults(signal == SIGUSR1 ? asleep : faults);
+  return true;
+}
+
 int Serve(SimArguments& arguments) {
   const std::string paper = LoadPaper(arguments);
   if (!paper.empty()) return Fail(kInvalid, paper);
@@ -77,8 +88,8 @@ int Serve(SimArguments& arguments) {
   }
   if (!device.Start()) return Fail(kIoError, device.Error());
   PrintPorts(device, arguments.device);
-  int signal = 0;
-  ::sigwait(&signals, &signal);
+  while (Awaits(signals, device, arguments.device.faults)) {
+  }
   device.Stop();
   return 0;
 }

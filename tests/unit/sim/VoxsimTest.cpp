@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tests/support/OptionsIn.h"
-#include "tests/unit/sim/ScriptedHost.h"
+#include "tests/unit/sim/Asker.h"
 
 extern char** environ;
 
@@ -86,6 +86,25 @@ TEST(VoxsimProgram, PrintsItsPortsAndEndsOnSigterm) {
 std::string Documentation() {
   std::ifstream stream(VOX_SOURCE_DIR "/docs/virtual-device.md");
   return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+TEST(VoxsimProgram, SleepsAndWakesOnSignals) {
+  Voxsim voxsim({"--address", "127.0.0.3"});
+  const std::uint16_t port = nlohmann::json::parse(voxsim.Line())["snmpPort"];
+  Asker asker;
+  const auto answers = [&](std::chrono::milliseconds patience) {
+    asker.Ask("127.0.0.3", port);
+    return !asker.Take(patience).empty();
+  };
+  EXPECT_TRUE(answers(kPatience));
+  voxsim.Signal(SIGUSR1);
+  while (answers(kMoment)) {
+  }
+  EXPECT_FALSE(answers(kMoment));
+  voxsim.Signal(SIGUSR2);
+  while (!answers(kMoment)) {
+  }
+  EXPECT_TRUE(answers(kPatience));
 }
 
 TEST(VoxsimProgram, SaysInOneLineWhatIsWrong) {
