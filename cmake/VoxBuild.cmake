@@ -2,7 +2,7 @@
 
 find_program(VOX_CCACHE ccache)
 if(VOX_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${VOX_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${VOX_CCACHE})
 endif()
 
 # vox_options carries what all code here is compiled with. Contraction of a*b+c into one rounding would change the
@@ -59,6 +59,26 @@ function(vox_stage_resources)
   file(CREATE_LINK ${CMAKE_SOURCE_DIR}/Resources ${CMAKE_BINARY_DIR}/share/vox SYMBOLIC)
 endfunction()
 
+# vox_precompile_test(TARGET): with VOX_PRECOMPILE, the sources of the test program TARGET find GoogleTest and the headers
+# of the standard library that nearly every file has read already. The release build goes without, so that a file that
+# lacks an include is still found.
+function(vox_precompile_test target)
+  if(NOT VOX_PRECOMPILE)
+    return()
+  endif()
+  if(NOT TARGET vox_precompiled_test)
+    file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/precompiled_test.cpp CONTENT "int main() {}\n")
+    add_executable(vox_precompiled_test ${CMAKE_BINARY_DIR}/precompiled_test.cpp)
+    target_link_libraries(vox_precompiled_test PRIVATE vox_options GTest::gmock)
+    target_compile_options(vox_precompiled_test PRIVATE ${VOX_TEST_FLAGS})
+    # Without its time a header that was read before is the same for ccache in a second build.
+    target_compile_options(vox_precompiled_test PRIVATE $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
+    target_precompile_headers(vox_precompiled_test PRIVATE <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <atomic>
+      <chrono> <cstdint> <cstring> <functional> <map> <memory> <optional> <span> <string> <thread> <vector>)
+  endif()
+  target_precompile_headers(${target} REUSE_FROM vox_precompiled_test)
+endfunction()
+
 # vox_add_test(NAME SOURCES... [LIBS ...] [THREADED] [SERIAL] [TIMEOUT s]): one GoogleTest program; each case is a
 # ctest. THREADED programs are also run under ThreadSanitizer; the thread build leaves the others out.
 function(vox_add_test name)
@@ -68,6 +88,8 @@ function(vox_add_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE vox_options ${arg_LIBS} GTest::gmock GTest::gtest_main)
+  target_compile_options(${name} PRIVATE ${VOX_TEST_FLAGS})
+  vox_precompile_test(${name})
   set(properties TIMEOUT 120)
   if(arg_TIMEOUT)
     set(properties TIMEOUT ${arg_TIMEOUT})
