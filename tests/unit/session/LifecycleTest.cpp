@@ -177,6 +177,7 @@ TEST_F(LifecycleTest, StartTakesNoStatusFromThePageThatItEnds) {
 }
 
 TEST_F(LifecycleTest, StartKeepsTheStatusFromBeforeItEndedAPage) {
+  HoldAtLine(10);
   device_->AtEnd(RaisesWithStatus3());
   ASSERT_TRUE(Start(SmallPage()));
   device_->SetIfErrorStatus(IF_ERR_STS_CHECK_ERROR);
