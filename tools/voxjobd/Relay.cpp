@@ -4,8 +4,10 @@
 #include <cerrno>
 #include <utility>
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace vox {
@@ -64,8 +66,9 @@ void Relay::MarkReady(Side side, bool reading, bool writing) {
 }
 
 void Relay::Cut() {
-  ResetOnClose(Socket(kClient));
-  ResetOnClose(Socket(kDevice));
+  for (const Direction& direction : directions_) {
+    if (!direction.closed) ResetOnClose(Socket(direction.to));
+  }
 }
 
 Relay::Progress Relay::Pump() {
@@ -80,6 +83,11 @@ Relay::Progress Relay::Pump() {
 
 bool Relay::HasLeftHalf() const {
   return directions_[kClient].at_end || directions_[kDevice].at_end;
+}
+
+bool Relay::IsBeingRead() const {
+  int bytes = 0;
+  return ::ioctl(Socket(kClient), SIOCOUTQ, &bytes) == 0 && bytes > 0;
 }
 
 bool Relay::Step(Direction& direction) {

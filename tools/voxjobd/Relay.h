@@ -43,10 +43,12 @@ class Relay {
 
   Progress Pump();
 
-  // Cut makes the end of the relay a reset for both sides.
+  // Cut makes the end of the relay a reset for each side that has not been told of an orderly end;
+  // who has been told gets the rest from the system.
   void Cut();
 
   bool HasLeftHalf() const;  // one side has sent its last byte, the other has not
+  bool IsBeingRead() const;  // the client has not read yet what the system holds for it
   std::uint64_t Moved() const { return moved_; }  // bytes delivered, both ways
 
  private:

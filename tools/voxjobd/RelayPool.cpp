@@ -41,9 +41,11 @@ class RelayPool::Member {
   }
   void Cut() { relay_.Cut(); }
 
-  // LookAt is true when one side has left and nothing has moved for so long.
+  // LookAt is true when one side has left and nothing has moved for so long. A client may take its
+  // time over what is there for it.
   bool LookAt(Poller::Clock::time_point now, std::chrono::milliseconds half_closed) {
-    if (!relay_.HasLeftHalf() || relay_.Moved() != moved_before_) quiet_since_ = now;
+    const bool moves = relay_.Moved() != moved_before_ || relay_.IsBeingRead();
+    if (!relay_.HasLeftHalf() || moves) quiet_since_ = now;
     moved_before_ = relay_.Moved();
     return now - quiet_since_ >= half_closed;
   }

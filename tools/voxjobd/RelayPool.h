@@ -29,7 +29,7 @@ class RelayPool {
 
   // Turn pumps the relays that still had work; true when some did, or have been destroyed.
   bool Turn();
-  void CutAll();  // what is left, with resets: half a page must not look whole
+  void CutAll();  // what is left; half a page must not look whole, nor a whole one half
 
   std::optional<Poller::Clock::time_point> Deadline() const;
   void Tick(Poller::Clock::time_point now);

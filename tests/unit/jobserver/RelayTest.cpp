@@ -145,6 +145,21 @@ TEST_F(HalfClosed, RelayThatFallsSilentIsCut) {
   EXPECT_EQ(pair.client.AwaitEnd(), End::kReset);
 }
 
+TEST_F(HalfClosed, ClientThatReadsLateGetsEverythingAndMayAnswer) {
+  options_.times.half_closed = 200ms;
+  Start();
+  Pair pair = Met();
+  const Bytes page = Pattern(1'000'000);
+  const std::size_t sent = pair.device.SendWhatFits(page);
+  pair.device.CloseSending();
+  ::usleep(500'000);
+  const Bytes got = pair.client.ReceiveAll();
+  ASSERT_EQ(got.size(), sent);
+  EXPECT_TRUE(std::equal(got.begin(), got.end(), page.begin()));
+  ASSERT_TRUE(pair.client.SendByte(0x00));
+  EXPECT_EQ(pair.device.Receive(1), Bytes{0x00});
+}
+
 TEST_F(HalfClosed, WholeRelayIsNotCut) {
   options_.times.half_closed = 20ms;
   Start();
