@@ -2,7 +2,6 @@
 // its data is in TwImgIFNWData.cpp, its end in TwImgIFNWEnd.cpp.
 #include "vox/drivers/net/TwImgIFNW.h"
 
-#include <cstring>
 #include <new>
 
 #include <sys/socket.h>
@@ -22,12 +21,6 @@ namespace {
 constexpr std::uint32_t ENCODE_TYPE_NETWORK = 1;
 constexpr unsigned char REGISTRATION_SCAN = 0;
 constexpr std::uint8_t NOTICE_TAKEN = 0x01;
-
-std::uint64_t bytes_of(const _SCANJOBID& job) {
-  std::uint64_t bytes = 0;
-  std::memcpy(&bytes, &job, sizeof bytes);
-  return bytes;
-}
 
 void* run_reader(void* pIF) {
   jbigRead_thread(static_cast<CTwImgIFNW*>(pIF));
@@ -91,6 +84,7 @@ bool CTwImgIFNW::find_job_server() {
 }
 
 bool CTwImgIFNW::start_job(bool bPrescan) {
+  cancel_once(GetJobId(), m_jobs);
   ClearJobId();
   _SCANINFO wire{};
   scaninfo2le(&wire, &scan_info);
@@ -107,6 +101,7 @@ bool CTwImgIFNW::cmd_scan(_SCANINFO* wire, bool /*bPrescan*/) {
     return false;
   }
   SetJobId(job);
+  ++m_jobs;
   return true;
 }
 
@@ -185,8 +180,8 @@ void CTwImgIFNW::close_channel(std::int32_t* soc) {
 // read before the reader's end of page can clear it.
 bool CTwImgIFNW::Abort() {
   m_abort = 1;
+  m_cancelled = m_jobs.load();
   const _SCANJOBID job = GetJobId();
-  m_cancelled = bytes_of(job);
   m_ejectWake.Raise();
   SignalAbort();
   if (job.dwJobNo != 0) {
@@ -199,14 +194,20 @@ bool CTwImgIFNW::Abort() {
   return job.dwJobNo == 0 && ended;
 }
 
-// A job that StartScan got from the device while an abort was under way is nobody's: the abort
-// found no job yet, or the one before. The id is read first: while the page is still an aborted
-// one, no later StartScan can have set it.
-void CTwImgIFNW::cancel_left_job() {
-  const _SCANJOBID job = GetJobId();
-  if (PageStop() != PAGE_ABORT || job.dwJobNo == 0) return;
-  if (m_cancelled.exchange(bytes_of(job)) == bytes_of(job)) return;
+// A device is kept busy by a job that nobody ends. It is told once of each: jobs are told apart by
+// their number here, since a device may use its ids again.
+void CTwImgIFNW::cancel_once(const _SCANJOBID& job, std::uint64_t number) {
+  if (job.dwJobNo == 0 || m_cancelled.exchange(number) == number) return;
   send_cancel(ip.c_str(), job, m_waits.nCancel, -1);
+}
+
+// A job that StartScan got from the device while an abort was under way is nobody's: the abort
+// found no job yet, or the one before. Job and number are read first: while the page is still an
+// aborted one, no later StartScan can have set them.
+void CTwImgIFNW::cancel_left_job() {
+  const std::uint64_t number = m_jobs;
+  const _SCANJOBID job = GetJobId();
+  if (PageStop() == PAGE_ABORT) cancel_once(job, number);
 }
 
 // The channel and the information are its own: a page may be running until the base ends it.
@@ -214,17 +215,17 @@ bool CTwImgIFNW::EjectADF() {
   m_ejectWake.Clear();
   m_abort = 1;
   const tagNWWAKE wake{m_ejectWake.Get(), -1};
+  m_cancelled = m_jobs.load();
   const _SCANJOBID job = GetJobId();
-  m_cancelled = bytes_of(job);
   int soc = -1;
   _SCANINFO info{};
   const bool ejected = (m_port != 0 || find_job_server()) &&
                        open_data_channel(&soc, job, random_sequence(), wake) &&
                        receive_scaninfo(soc, m_waits.nData, wake, &info);
-  if (!ejected) SetIfErrorStatus(IF_ERR_STS_DEVICE_COMM_ERR);
   const int patience = UDPCMD_ATTEMPTS * m_waits.nData;
-  const IfErrorStatus status = send_cancel(ip.c_str(), job, patience, wake.nAbort);
-  if (status != IF_ERR_STS_NONE) SetIfErrorStatus(status);
+  const IfErrorStatus cancelled = send_cancel(ip.c_str(), job, patience, wake.nAbort);
+  const IfErrorStatus status = ejected ? cancelled : IF_ERR_STS_DEVICE_COMM_ERR;
+  if (status != IF_ERR_STS_NONE && !m_ejectWake.IsRaised()) SetIfErrorStatus(status);
   close_channel(&soc);
   CTwainImageIF::Abort();
   cancel_left_job();

@@ -67,6 +67,9 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
  public:
   // pszName is the name that the device must bear to be on line; pszIPAddr its address, dotted.
   CTwImgIFNW(const char* pszName, const char* pszIPAddr);
+
+  // The destructor ends a page that still runs, without a word to the device: a client that gives a
+  // job up calls Abort first.
   ~CTwImgIFNW() override;
 
   // IsOnLine asks the device for its name. Returns: whether it is m_name exactly; false with status
@@ -78,9 +81,11 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   // with status 3 when an object is missing; nothing is changed then.
   bool GetDevInfo(tagSCANDEVINFO* pDevInf) override;
 
-  // StartScan asks for a page, of a new job unless multipage is set, and starts to receive it.
-  // Returns: false with status 3 (no job server, no answer, no data), 4 busy, 5 refused, 8 no
-  // document, 1 or 2 (no thread, no memory), or none when an Abort came meanwhile.
+  // StartScan asks for a page, of a new job unless multipage is set, and starts to receive it. A
+  // job that the device accepted before the start failed stays known: Abort cancels it, and so does
+  // the next StartScan before it asks for another job. Returns: false with status 3 (no job server,
+  // no answer, no data), 4 busy, 5 refused, 8 no document, 1 or 2 (no thread, no memory), or none
+  // when an Abort came meanwhile.
   bool StartScan(bool bPrescan) override;
 
   // ReadScanData serves one line. Returns: 0, short and missing data made white; 1 with status 3
@@ -136,6 +141,7 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   bool open_page(bool bPrescan);
   bool find_job_server();
   bool start_job(bool bPrescan);
+  void cancel_once(const _SCANJOBID& job, std::uint64_t number);
   void cancel_left_job();
   bool open_registered(int* soc, const _SCANJOBID& job, unsigned short sequenceId,
                        const tagNWWAKE& wake);
@@ -202,7 +208,8 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   pthread_t m_reader = 0;                     // jbigRead_thread, 0 none
   std::unique_ptr<CJbigDataCtrl> m_pJbig;     // present for a page of JBIG blocks
   std::atomic<std::int32_t> m_abort{0};       // set by Abort and EjectADF, cleared by StartScan
-  std::atomic<std::uint64_t> m_cancelled{0};  // the job that was cancelled last, its eight bytes
+  std::atomic<std::uint64_t> m_jobs{1};       // counts the accepted ones, after m_JobId was set
+  std::atomic<std::uint64_t> m_cancelled{0};  // the number of the one that was cancelled last
   bool m_bReadFailed = false;                 // the reader's: this page reads no more
   std::atomic<bool> m_bDataBroke{false};      // the data did not end where data may end
 

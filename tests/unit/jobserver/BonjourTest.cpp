@@ -68,6 +68,11 @@ TEST_F(Bonjour, ServerIsFoundAtItsPort) {
   EXPECT_EQ(Resolve(), 40123u);
 }
 
+TEST_F(Bonjour, LockStaysBehindWhenAProgramIsStarted) {
+  ASSERT_GE(Register(40123), 0);
+  EXPECT_EQ(::fcntl(server_, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
 TEST_F(Bonjour, NoFileMeansNoServer) {
   EXPECT_EQ(Resolve(), 0u);
 }

@@ -54,6 +54,16 @@ TEST_F(Raw, PageThatEndsInALineIsWhiteFromThereAndEndsInStatus3) {
   EXPECT_EQ(Finish(), 3u);
 }
 
+TEST_F(Raw, LineThatIsAHundredBytesShortIsFilledUpWithWhite) {
+  const PageShape page = Bilevel(2'400, 4);  // lines of 300 bytes
+  ASSERT_TRUE(StartRaw(page));
+  const Bytes bytes = PageBytes(page);
+  data_.peer.Send(std::span(bytes).first(bytes.size() - 100));
+  data_.peer.Close();
+  EXPECT_TRUE(ReadPage() == WhiteFromByte(bytes, bytes.size() - 100));
+  EXPECT_EQ(scanner_->GetIfErrorStatus(), 0u) << "the reading succeeds";
+}
+
 TEST_F(Raw, PageThatEndsBetweenLinesIsAShortPage) {
   ASSERT_TRUE(StartRaw(page_));
   const Bytes page = PageBytes(page_);
@@ -68,9 +78,11 @@ TEST_F(Raw, SilenceInALineFailsAfterTheShortWait) {
   ASSERT_TRUE(StartRaw(page_));
   const Bytes line = PageBytes(page_);
   data_.peer.Send(std::span(line).first(150));
+  const Stopwatch watch;
   // Below the height that the device can scan a line that cannot be read is white; the status says
   // that it is none.
   ReadPage();
+  EXPECT_LT(watch.Elapsed(), 5s);
   EXPECT_EQ(scanner_->GetIfErrorStatus(), 3u);
   EndPage(0);
 }
@@ -167,6 +179,17 @@ TEST_F(Jbig, StreamThatEndsInAHeaderIsWhiteFromThereAndEndsInStatus3) {
   EXPECT_EQ(Finish(), 3u);
 }
 
+TEST_F(Jbig, SilenceBeforeABlockIsWhiteAfterTheLongWaitAndEndsInStatus3) {
+  scanner_->SetWaits({.nFirstData = 300, .nData = 60'000, .nRegistration = 60'000});
+  ASSERT_TRUE(StartJbig(page_));
+  SendBlocks(0, 10, 10);
+  const Stopwatch watch;
+  EXPECT_TRUE(ReadPage() == WhiteFrom(10));
+  EXPECT_LT(watch.Elapsed(), 5s) << "one wait for the page";
+  EXPECT_EQ(scanner_->GetIfErrorStatus(), 0u);
+  EXPECT_EQ(Finish(), 3u);
+}
+
 TEST_F(Jbig, BreakThatNoLineNeededIsNone) {
   ASSERT_TRUE(StartJbig(page_));
   SendBlocks(0, 40, 10);
@@ -187,11 +210,13 @@ void PrintTo(const BadBlock& bad, std::ostream* stream) {
 class BadJbig : public Jbig, public testing::WithParamInterface<BadBlock> {};
 
 TEST_P(BadJbig, EndsThePageInStatus3) {
-  scanner_->SetWaits({.nFirstData = 5'000, .nData = 50, .nRegistration = 5'000});
+  scanner_->SetWaits({.nFirstData = 60'000, .nData = 50, .nRegistration = 5'000});
   ASSERT_TRUE(StartJbig(page_));
   data_.peer.Send(Block(0, 10) + Hex(GetParam().bytes));
   if (GetParam().what != std::string("silent in the data")) data_.peer.Close();
+  const Stopwatch watch;
   ReadPage();
+  EXPECT_LT(watch.Elapsed(), 5s) << "not the wait for a block";
   EXPECT_EQ(scanner_->GetIfErrorStatus(), 3u);
   EndPage(0);
 }

@@ -1,4 +1,5 @@
 // What a device says of itself: its name, and what its scanning units can do.
+#include <algorithm>
 #include <cstring>
 
 #include "sim/SnmpAgent.h"
@@ -294,6 +295,46 @@ TEST_F(Info, NumbersOfAColumnEndWithIt) {
   EXPECT_EQ(scanner_->GetMibInt("1.3.6.1.4.1.32473.1", values, 2), 2);
   EXPECT_EQ(scanner_->GetMibInt("1.3.6.1.4.1.32473.3", values, 2), 0);
   EXPECT_EQ(scanner_->GetMibInt(std::string(300, '1').c_str(), values, 2), 0);
+}
+
+// Whether an answer lies in the column is judged by the text of its name, kept so deliberately.
+TEST_F(Info, ColumnWhoseNumberBeginsLikeThisOneIsTakenForIt) {
+  Column("1.3.6.1.4.1.32473.1", {1, 2});
+  Column("1.3.6.1.4.1.32473.12", {5});
+  Answer();
+  std::uint32_t values[5] = {};
+  EXPECT_EQ(scanner_->GetMibInt("1.3.6.1.4.1.32473.1", values, 5), 3);
+  EXPECT_EQ(values[2], 5u);
+}
+
+TEST_F(Info, IsAskedForInOrder) {
+  Flatbed();
+  ASSERT_TRUE(Get());
+  // The end of each column's name as it goes over the wire: 32473 is 81 FD 59, 203 is 81 4B, 405 is
+  // 83 15.
+  const std::string scanner = "81 FD 59 81 4B ", unit = scanner + "01 04 05 01 01 ";
+  const std::string own = "81 FD 59 83 15 ", feeder = own + "04 05 01 01 ";
+  const std::vector<std::string> order = {unit + "02",   unit + "07",
+                                          unit + "06",   unit + "05",
+                                          unit + "04",   unit + "09",
+                                          unit + "08",   unit + "0F",
+                                          unit + "0E",   own + "04 0A 01 01 02",
+                                          unit + "0A",   unit + "0B",
+                                          unit + "0C",   unit + "0D",
+                                          feeder + "0A", scanner + "01 04 0D 01 01 02",
+                                          feeder + "04", feeder + "05",
+                                          feeder + "10", scanner + "01 07 02"};
+  std::vector<std::string> asked;
+  for (const Bytes& request : agent_device_->Requests()) asked.push_back(ToHex(request));
+  auto at = asked.begin();
+  for (const std::string& column : order) {
+    // A column's first request names the column itself, so that NULL follows its name.
+    at = std::find_if(at, asked.end(), [&](const std::string& request) {
+      return request.find(column + " 05 00") != std::string::npos;
+    });
+    ASSERT_NE(at, asked.end()) << column;
+    ++at;
+  }
 }
 
 TEST_F(Info, ValueOfFewerThanFourBytesIsFilledUp) {

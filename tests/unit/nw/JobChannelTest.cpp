@@ -5,7 +5,9 @@
 #include <cstring>
 #include <thread>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 
 #include "tests/support/TcpPeer.h"
@@ -41,6 +43,34 @@ TEST_F(JobChannel, IsConnectedToTheServer) {
   Open();
   EXPECT_TRUE(scan_);
   EXPECT_TRUE(server_.IsOpen());
+}
+
+TEST_F(JobChannel, StaysBehindWhenAProgramIsStarted) {
+  Open();
+  EXPECT_EQ(::fcntl(scan_.Get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+// A program that scans may have more descriptors than select(2) can take.
+TEST_F(JobChannel, DescriptorAbove1023IsWaitedFor) {
+  Open();
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  rlimit more = before;
+  more.rlim_cur = before.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &more);
+  const FileDescriptor high(::fcntl(scan_.Get(), F_DUPFD_CLOEXEC, 2'000));
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  ASSERT_GE(high.Get(), 2'000);
+  EXPECT_EQ(wait_channel(high.Get(), 10, {}), NW_WAIT_TIMEOUT);
+  ASSERT_TRUE(server_.SendByte(7));
+  EXPECT_EQ(wait_channel(high.Get(), 5'000, {}), NW_WAIT_READY);
+}
+
+TEST(ScanWaits, AreTheDocumentedOnes) {
+  const tagNWWAITS usual;
+  EXPECT_EQ(usual.nFirstData, 70'000);
+  EXPECT_EQ(usual.nData, 3'000);
+  EXPECT_EQ(usual.nRegistration, 5'000);
 }
 
 TEST_F(JobChannel, NobodyThereMeansNoSocket) {

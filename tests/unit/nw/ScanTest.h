@@ -41,6 +41,7 @@ class Scanner : public CTwImgIFNW {
   using CTwainImageIF::multipage;
   using CTwainImageIF::scan_info;
   using CTwainImageIF::SetJobId;
+  using CTwImgIFNW::cmd_req_page;
   using CTwImgIFNW::GetMibInt;
 
   // What is run before each line is read, on the reader.
@@ -193,6 +194,23 @@ class ScanTest : public testing::Test {
     const auto block = sim::BuildBlock(std::span(page).subspan(first * line, lines * line),
                                        shape_.width, lines, line, coding);
     return Bytes(block->begin(), block->end());
+  }
+
+  // The commands that the device has heard when nothing more is on its way to it.
+  std::vector<int> CommandsInTheEnd() {
+    constexpr std::uint8_t kLast = 0xEE;
+    const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(device_->Port());
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const Bytes last(20, kLast);
+    ::sendto(socket.Get(), last.data(), last.size(), 0, reinterpret_cast<const sockaddr*>(&place),
+             sizeof place);
+    std::vector<int> codes;
+    Eventually([&] { return !(codes = Commands()).empty() && codes.back() == kLast; });
+    codes.pop_back();
+    return codes;
   }
 
   // Runs a client call aside; the result says how long it took.

@@ -44,6 +44,13 @@ TEST_F(Start, SendsTheScanCommandAndThePageRequest) {
   EXPECT_EQ(ToHex(&request[12], 2), ToHex(&data_.registration[13], 2)) << "the same sequence id";
 }
 
+TEST_F(Start, PageRequestCarriesTheSequenceIdThatItIsGiven) {
+  ASSERT_TRUE(StartRaw(page_));
+  EXPECT_TRUE(scanner_->cmd_req_page(0x1234));
+  const std::vector<Bytes> sent = device_->AwaitRequests(3);
+  EXPECT_EQ(ToHex(&sent.at(2)[12], 16), "12 34 32 62 08 00 00 00 11 22 33 44 55 66 77 88");
+}
+
 TEST_F(Start, SequenceIdIsNeverZeroAndChanges) {
   std::uint16_t last = 0;
   int changes = 0;
@@ -154,11 +161,13 @@ TEST_F(Start, RefusedRegistrationFailsAtOnce) {
 }
 
 TEST_F(Start, SilentJobServerFailsAfterTheWait) {
-  scanner_->SetWaits({.nFirstData = 5'000, .nData = 5'000, .nRegistration = 30});
+  scanner_->SetWaits({.nFirstData = 60'000, .nData = 60'000, .nRegistration = 30});
   ASSERT_TRUE(Prepare(page_));
   Begin();
   data_ = server_->AwaitChannel();
+  const Stopwatch watch;
   EXPECT_FALSE(Began());
+  EXPECT_LT(watch.Elapsed(), 5s);
   EXPECT_EQ(scanner_->GetIfErrorStatus(), 3u);
 }
 
@@ -175,12 +184,14 @@ void PrintTo(const BadStart& bad, std::ostream* stream) {
 class StartOfADevice : public Start, public testing::WithParamInterface<BadStart> {};
 
 TEST_P(StartOfADevice, ThatFailsLeavesStatus3AndNothingOpen) {
-  scanner_->SetWaits({.nFirstData = 5'000, .nData = 60, .nRegistration = 5'000});
+  scanner_->SetWaits({.nFirstData = 60'000, .nData = 60, .nRegistration = 60'000});
   ASSERT_TRUE(Prepare(page_));
   Begin();
   data_ = server_->TakeChannel();
   GetParam().device(data_, InfoFor(page_));
+  const Stopwatch watch;
   EXPECT_FALSE(Began());
+  EXPECT_LT(watch.Elapsed(), 5s);
   EXPECT_EQ(scanner_->GetIfErrorStatus(), 3u);
 }
 
@@ -297,6 +308,47 @@ TEST_F(StartWithoutMeans, NoSemaphoresIsStatus1) {
     };
   });
   ExpectFailure(1);
+}
+
+// A job that the device has accepted while the start failed.
+class FailedStart : public Start {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(Prepare(page_));
+    Begin();
+    data_ = server_->TakeChannel(1);
+    ASSERT_FALSE(Began());
+    ASSERT_EQ(Commands(), std::vector<int>{kScan});
+    ASSERT_NE(scanner_->GetJobId().dwJobNo, 0u);
+  }
+};
+
+TEST_F(FailedStart, LeavesItsJobToAnAbort) {
+  EXPECT_FALSE(scanner_->Abort());
+  const std::vector<Bytes> sent = device_->AwaitRequests(3);
+  EXPECT_EQ(Commands(), (std::vector<int>{kScan, kRequestPage, kCancel}));
+  EXPECT_EQ(ToHex(&sent.at(2)[20], 8), ToHex(kJob));
+}
+
+TEST_F(FailedStart, JobIsCancelledBeforeAnotherIsAskedFor) {
+  ASSERT_TRUE(StartRaw(page_));
+  EXPECT_EQ(AwaitCommands(4), (std::vector<int>{kScan, kCancel, kScan, kRequestPage}));
+}
+
+TEST_F(FailedStart, JobThatWasAbortedIsNotCancelledAgain) {
+  scanner_->Abort();
+  ASSERT_TRUE(StartRaw(page_));
+  EXPECT_EQ(AwaitCommands(5),
+            (std::vector<int>{kScan, kRequestPage, kCancel, kScan, kRequestPage}));
+}
+
+TEST_F(Start, JobThatHasEndedIsNotCancelled) {
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(StartRaw(page_));
+    data_.peer.Close();
+    EXPECT_EQ(EndPage(0x00), Bytes{0});
+  }
+  EXPECT_EQ(AwaitCommands(4), (std::vector<int>{kScan, kRequestPage, kScan, kRequestPage}));
 }
 
 TEST_F(Start, WorksAgainAfterAFailure) {

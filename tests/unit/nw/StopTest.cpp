@@ -119,22 +119,34 @@ INSTANTIATE_TEST_SUITE_P(
                    }}));
 
 // The device accepts the job while the abort is already there.
-TEST_F(Stop, JobAcceptedMeanwhileIsCancelled) {
-  Moment asked;
-  device_.reset();
-  device_ = std::make_unique<UdpPeer>([&](const Bytes& request) {
-    if (request.at(15) == kScan) asked.Reach();
-    return Answer(request);
-  });
-  settings_.reset();
-  settings_ = std::make_unique<NetSettings>(*device_);
-  ASSERT_TRUE(Prepare(page_));
-  Begin();
-  ASSERT_TRUE(asked.AwaitReached());
-  ExpectAbortAtOnce();
-  asked.Let();
-  EXPECT_FALSE(Began());
-  EXPECT_EQ(AwaitCommands(2), (std::vector<int>{kScan, kCancel}));
+class JobAcceptedMeanwhile : public Stop {
+ protected:
+  void ExpectCommands(const std::vector<int>& commands) {
+    Moment asked;
+    settings_.reset();
+    device_ = std::make_unique<UdpPeer>([&](const Bytes& request) {
+      if (request.at(15) == kScan) asked.Reach();
+      return Answer(request);
+    });
+    settings_ = std::make_unique<NetSettings>(*device_);
+    ASSERT_TRUE(Prepare(page_));
+    Begin();
+    ASSERT_TRUE(asked.AwaitReached());
+    ExpectAbortAtOnce();
+    asked.Let();
+    EXPECT_FALSE(Began());
+    EXPECT_EQ(CommandsInTheEnd(), commands);
+  }
+};
+
+TEST_F(JobAcceptedMeanwhile, IsCancelled) {
+  ExpectCommands({kScan, kCancel});
+}
+
+TEST_F(JobAcceptedMeanwhile, IsCancelledThoughAnAbortedOneBoreItsId) {
+  ASSERT_TRUE(StartRaw(page_));
+  scanner_->Abort();
+  ExpectCommands({kScan, kCancel});
 }
 
 TEST_F(Stop, WhileALineIsAwaited) {
@@ -227,6 +239,7 @@ TEST_F(Stop, DeletingARunningPageIsAStop) {
   data_.peer.Send(Block(0, 10));
   const auto took = Took([this] { scanner_.reset(); });
   EXPECT_LT(took, kAtOnce);
+  EXPECT_EQ(CommandsInTheEnd(), (std::vector<int>{kScan, kRequestPage})) << "Abort is for that";
 }
 
 TEST_F(Stop, PageAfterAnAbortIsAWholePage) {
@@ -327,11 +340,11 @@ TEST_F(Eject, IsCutShortByAnAbort) {
   ASSERT_TRUE(StartRaw(page_));
   Ejects();
   FakeChannel channel = server_->TakeChannel();
-  Replies(kCancel, {});
   std::this_thread::sleep_for(20ms);
   ExpectAbortAtOnce();
   const auto took = Took([this] { EXPECT_FALSE(ejecting_.get()); });
   EXPECT_LT(took, kAtOnce);
+  EXPECT_EQ(scanner_->GetIfErrorStatus(), 0u) << "the client's wish is no error";
 }
 
 }  // namespace
