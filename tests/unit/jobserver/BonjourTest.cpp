@@ -172,6 +172,13 @@ TEST_F(Bonjour, SecondNameOfAFileIsNotWrittenTo) {
   EXPECT_EQ(fs::file_size(target), 8u);
 }
 
+TEST_F(Bonjour, PipeIsNoLockFile) {
+  fs::create_directories(Folder());
+  ASSERT_EQ(::mkfifo(File().c_str(), 0666), 0);
+  EXPECT_EQ(Register(40123), -1);
+  EXPECT_EQ(Resolve(), 0u);
+}
+
 struct PortText {
   const char* text;
   unsigned port;  // 0: refused

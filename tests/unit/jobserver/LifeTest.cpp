@@ -69,6 +69,19 @@ TEST_F(Life, PortOfAnotherProgramIsNamed) {
   EXPECT_EQ(Resolve(), 0u);
 }
 
+// A connection that the first server closed keeps the port marked for a minute.
+TEST_F(Life, ServerThatFollowsAnotherGetsItsPort) {
+  options_.times.notice = 10ms;
+  Start();
+  options_.device_port = server_.Ports().device;
+  {
+    TcpPeer device = Device();
+    EXPECT_EQ(device.AwaitEnd(), TcpPeer::End::kClosed);
+  }
+  server_.Stop();
+  EXPECT_TRUE(server_.Start(options_)) << server_.Error();
+}
+
 TEST_F(Life, StopTwiceIsHarmless) {
   Start();
   server_.Stop();

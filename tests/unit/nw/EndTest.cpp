@@ -153,6 +153,18 @@ TEST_F(End, ClientThatEndsEarlyStillTakesTheNotice) {
   EXPECT_EQ(scanner_->GetIfErrorStatus(), 0u);
 }
 
+// The device need not close the data channel of a page that has come whole, nor the client hurry.
+TEST_F(End, WholePageOfBlocksEndsThoughItsDataChannelStaysOpen) {
+  scanner_->SetWaits({.nFirstData = 60'000, .nData = 60'000, .nRegistration = 60'000});
+  const PageShape page = Bilevel(128, 40);
+  ASSERT_TRUE(StartJbig(page));
+  ASSERT_TRUE(data_.peer.Send(Block(0, 40)));
+  EXPECT_EQ(end_.EndPage(0x00), Bytes{0});
+  EXPECT_TRUE(ReadPage() == PageBytes(page));
+  scanner_->EndScan();
+  EXPECT_EQ(scanner_->GetIfErrorStatus(), 0u);
+}
+
 TEST_F(End, BlocksThatNobodyWantedAreReleased) {
   Moment moment;
   scanner_->before_line = [&] { moment.Reach(); };

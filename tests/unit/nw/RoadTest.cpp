@@ -78,6 +78,27 @@ TEST_F(Road, JbigPageArrivesAsItWasDrawn) {
   EXPECT_TRUE(page == drawn);
 }
 
+TEST_F(Road, EveryKindOfCodingArrivesAsItWasDrawn) {
+  const std::pair<sim::ImageHeader, int> headers[] = {{sim::ImageHeader::kInData, 8},
+                                                      {sim::ImageHeader::kInHeader, 28},
+                                                      {sim::ImageHeader::kNone, 8}};
+  for (int i = 0; i < 12; ++i) {
+    const auto& [header, size] = headers[i % 3];
+    options_.coding.line_template = i < 6 ? 2 : 3;
+    options_.coding.typical_prediction = i / 3 % 2 == 0;
+    options_.coding.image_header = header;
+    SCOPED_TRACE(i);
+    StartDevice();
+    Scanner scanner;
+    ASSERT_TRUE(Prepare(scanner, 150, 1.0f));
+    ASSERT_TRUE(scanner.StartScan(false)) << scanner.GetIfErrorString();
+    EXPECT_EQ(scanner.GetScanningEncodeHeaderSize(), size);
+    const Bytes page = ReadPage(scanner);
+    EXPECT_TRUE(scanner.EndScan());
+    EXPECT_TRUE(page == Drawn(scanner));
+  }
+}
+
 TEST_F(Road, RawPageArrivesAsItWasDrawn) {
   options_.coding.jbig = false;
   StartDevice();
