@@ -336,6 +336,20 @@ TEST_F(Eject, AnotherReplyIsStatus5) {
   EXPECT_EQ(scanner_->GetIfErrorStatus(), 5u);
 }
 
+TEST_F(Eject, NoReplyIsStatus3) {
+  scanner_->SetWaits({.nFirstData = 60'000, .nData = 300, .nRegistration = 60'000});
+  ASSERT_TRUE(StartRaw(page_));
+  Replies(kCancel, {});
+  Ejects();
+  FakeChannel channel = server_->TakeChannel();
+  EXPECT_TRUE(channel.OpenPage(InfoFor(page_)));
+  EXPECT_FALSE(ejecting_.get());
+  EXPECT_EQ(scanner_->GetIfErrorStatus(), 3u);
+  EXPECT_EQ(AwaitCommands(6),
+            (std::vector<int>{kScan, kRequestPage, kRequestPage, kCancel, kCancel, kCancel}))
+      << "three times";
+}
+
 TEST_F(Eject, IsCutShortByAnAbort) {
   ASSERT_TRUE(StartRaw(page_));
   Ejects();
