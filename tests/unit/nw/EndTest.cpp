@@ -46,7 +46,7 @@ TEST_F(End, NextPageOfAJobNeedsNoScanCommand) {
   EndPage(0x90);
   const Bytes first = data_.registration;
   SendPage();
-  EXPECT_EQ(Commands(), (std::vector<int>{kScan, kRequestPage, kRequestPage}));
+  EXPECT_EQ(AwaitCommands(3), (std::vector<int>{kScan, kRequestPage, kRequestPage}));
   EXPECT_EQ(ToHex(&data_.registration[5], 8), ToHex(&first[5], 8));
   EndPage(0x00);
   EXPECT_FALSE(scanner_->IsNextPageExist());
