@@ -72,8 +72,8 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   // job up calls Abort first.
   ~CTwImgIFNW() override;
 
-  // IsOnLine asks the device for its name. Returns: whether it is m_name exactly; false with status
-  // 3 when it does not answer.
+  // IsOnLine asks the device for its name. Returns: whether it is m_name exactly, as it came or as
+  // a device dictionary holds it; false with status 3 when it does not answer.
   bool IsOnLine(unsigned short wTimeout) override;
 
   // GetDevInfo reads the capabilities of the device's scanning units, two at most, from its MIB

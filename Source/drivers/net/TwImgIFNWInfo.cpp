@@ -8,11 +8,11 @@
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/search.h"
+#include "vox/platform/PropertyList.h"
 
 namespace vox {
 namespace {
 
-constexpr int NAME_ROOM = 256;
 constexpr std::uint32_t DPI = 10'000;  // the MIB's resolutions are in 1/10000 dpi
 constexpr int IMAGE_FORMATS = 3;
 
@@ -172,12 +172,12 @@ class CTwImgIFNW::UnitInfo {
 };
 
 bool CTwImgIFNW::IsOnLine(unsigned short /*wTimeout*/) {
-  char name[NAME_ROOM] = {};
-  if (get_name(ip.c_str(), name, NAME_ROOM) != 0) {
+  char name[NET_NAME_SIZE] = {};
+  if (get_name(ip.c_str(), name, NET_NAME_SIZE) != 0) {
     SetIfErrorStatus(IF_ERR_STS_DEVICE_COMM_ERR);
     return false;
   }
-  return m_name == name;
+  return m_name == name || m_name == FitForXml(name);
 }
 
 bool CTwImgIFNW::GetDevInfo(tagSCANDEVINFO* pDevInf) {

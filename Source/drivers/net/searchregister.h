@@ -21,6 +21,7 @@ enum REG_REPLY : std::uint8_t {
   REG_RSP_REFUSED = 0xE4,
 };
 inline constexpr int REG_ATTEMPTS = 3;  // while the device is busy
+inline constexpr int REG_THREADS = 16;  // devices that are registered on at the same time
 
 // tagCLIENTREGPARAM: the parameters of both commands, as they lie in the packet.
 struct tagCLIENTREGPARAM {
@@ -74,5 +75,9 @@ VOX_EXPORT RegistrationResult unregisterOnDevice(const DeviceInfo& device);
 // reg_one_dev registers when "isNetworkPushEnabled" is true, else unregisters.
 // Returns: false when a wanted registration was refused.
 VOX_EXPORT bool reg_one_dev(const DeviceInfo& device);
+
+// reg_devices runs reg_one_dev for every device, up to REG_THREADS at the same time. Returns: those
+// for which it gave false, in the order given.
+VOX_EXPORT DeviceInfoArray reg_devices(const DeviceInfoArray& devices);
 
 }  // namespace vox

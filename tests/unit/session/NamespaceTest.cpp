@@ -6,12 +6,11 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/FreshNamespace.h"
 #include "tests/unit/session/SessionTest.h"
 #include "vox/drivers/SemaphoreSet.h"
 
@@ -23,27 +22,14 @@ bool Exists(int semid) {
   return ::semctl(semid, 0, IPC_STAT, &about) == 0;
 }
 
-bool Unshared() {
-  return ::unshare(CLONE_NEWIPC) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
-}
-
-constexpr int kNotPermitted = 77;
-
 // Runs the work in a child process with an IPC namespace of its own; its exit code, or -1.
 template <typename Work>
-int InFreshNamespace(Work work) {
-  const pid_t child = ::fork();
-  if (child == 0) std::_Exit(Unshared() ? work() : kNotPermitted);
-  int status = 0;
-  if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
+int InFreshIpc(Work work) {
+  return InFreshNamespace(CLONE_NEWIPC, work);
 }
 
-#define SKIP_IF_NOT_PERMITTED(code) \
-  if ((code) == kNotPermitted) GTEST_SKIP() << "this machine does not permit IPC namespaces"
-
 TEST(FreshNamespace, FirstSetIs0AndIsNotKept) {
-  const int code = InFreshNamespace([] {
+  const int code = InFreshIpc([] {
     const int probe = ::semget(IPC_PRIVATE, 1, 0600);
     if (probe != 0) return 1;  // the kernel no longer starts at 0
     ::semctl(probe, 0, IPC_RMID);
@@ -54,7 +40,7 @@ TEST(FreshNamespace, FirstSetIs0AndIsNotKept) {
 }
 
 TEST(FreshNamespace, SetWithTheIdentifier0IsReplaced) {
-  const int code = InFreshNamespace([] {
+  const int code = InFreshIpc([] {
     const int semid = create_line_semaphores();
     if (semid <= 0) return 1;
     if (Exists(0)) return 2;
@@ -73,7 +59,7 @@ int ZeroThenFailures(key_t key, int semaphores, int flags) {
 }
 
 TEST(FreshNamespace, SetWithTheIdentifier0IsNoAttempt) {
-  const int code = InFreshNamespace([] {
+  const int code = InFreshIpc([] {
     SessionSystem system = CurrentSessionSystem();
     system.make_set = &ZeroThenFailures;
     SetSessionSystem(system);
@@ -99,7 +85,7 @@ constexpr int kSetsLeft = 78;
 
 // All tests of this program but these, in a namespace of their own, where every set is ours.
 TEST(FreshNamespace, EverySessionTestPassesThereAndLeavesNoSet) {
-  const int code = InFreshNamespace([] {
+  const int code = InFreshIpc([] {
     const pid_t tests = ::fork();
     if (tests == 0) {
       ::execl("/proc/self/exe", "/proc/self/exe", "--gtest_filter=-FreshNamespace.*",

@@ -105,21 +105,6 @@ bool parse_dotted(const char* text, in_addr* address) {
   return text && ::inet_pton(AF_INET, text, address) == 1;
 }
 
-bool look_up(const char* host, in_addr* address) {
-  if (!host) return false;
-  if (parse_dotted(host, address)) return true;
-  addrinfo wanted{};
-  wanted.ai_family = AF_INET;
-  wanted.ai_socktype = SOCK_DGRAM;
-  addrinfo* found = nullptr;
-  if (::getaddrinfo(host, nullptr, &wanted, &found) != 0) return false;
-  sockaddr_in first{};
-  std::memcpy(&first, found->ai_addr, sizeof first);
-  ::freeaddrinfo(found);
-  *address = first.sin_addr;
-  return true;
-}
-
 bool send_to(int sock, const sockaddr_in& to, const std::uint8_t* bytes, std::int32_t length) {
   if (length < 0 || (length > 0 && !bytes)) return false;
   ssize_t sent = -1;
@@ -140,7 +125,7 @@ FileDescriptor send_request(const char* host, std::uint16_t port, const std::uin
                             std::int32_t length) {
   FileDescriptor sock = open_socket();
   in_addr address{};
-  if (!sock || !look_up(host, &address)) return {};
+  if (!sock || !net_look_up(host, &address)) return {};
   if (!send_to(sock.Get(), address_of(address, port), bytes, length)) return {};
   return sock;
 }
@@ -178,15 +163,19 @@ list_owner receive_element(int sock, steady::time_point deadline) {
   return element;
 }
 
-// collect gathers datagrams until a quiet `wait` has passed or `address` itself has answered.
-packet_data_list* collect(int sock, in_addr address, milliseconds wait) {
+// collect gathers datagrams until a quiet `wait` has passed, `address` itself has answered, or the
+// observer has heard enough.
+packet_data_list* collect(int sock, in_addr address, milliseconds wait,
+                          const packet_observer& observer) {
   packet_data_list* list = nullptr;
   packet_data_list** tail = &list;
   const auto last = now() + wait * NET_COLLECT_TIMEOUTS;
   for (std::int32_t count = 0; count < NET_COLLECT_MAX && now() <= last; ++count) {
     *tail = receive_element(sock, now() + wait).release();
     if (!*tail) break;
-    if ((*tail)->lpPacketData->IPAddress.ulAddress == address.s_addr) break;
+    const packet_data& packet = *(*tail)->lpPacketData;
+    if (observer && !observer(packet)) break;
+    if (packet.IPAddress.ulAddress == address.s_addr) break;
     tail = &(*tail)->lpPacketDataListNext;
   }
   return list;
@@ -279,8 +268,29 @@ packet_data_list* net_send_rev(const char* host, std::int32_t seconds, const std
   return receive_element(sock.Get(), now() + in_time(seconds)).release();
 }
 
+bool net_look_up(const char* host, in_addr* address) {
+  if (!host) return false;
+  if (parse_dotted(host, address)) return true;
+  addrinfo wanted{};
+  wanted.ai_family = AF_INET;
+  wanted.ai_socktype = SOCK_DGRAM;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(host, nullptr, &wanted, &found) != 0) return false;
+  sockaddr_in first{};
+  std::memcpy(&first, found->ai_addr, sizeof first);
+  ::freeaddrinfo(found);
+  *address = first.sin_addr;
+  return true;
+}
+
 packet_data_list* multi_net_send_rev(const char* address, std::int32_t seconds,
                                      const std::uint8_t* bytes, std::int32_t length) {
+  return multi_net_send_rev_each(address, seconds, bytes, length, packet_observer());
+}
+
+packet_data_list* multi_net_send_rev_each(const char* address, std::int32_t seconds,
+                                          const std::uint8_t* bytes, std::int32_t length,
+                                          const packet_observer& observer) {
   in_addr to{};
   if (seconds < 0 || !parse_dotted(address, &to)) return nullptr;
   const FileDescriptor sock = open_socket();
@@ -289,7 +299,7 @@ packet_data_list* multi_net_send_rev(const char* address, std::int32_t seconds,
     return nullptr;
   }
   if (!send_to(sock.Get(), address_of(to, snmpPort), bytes, length)) return nullptr;
-  return collect(sock.Get(), to, in_time(seconds));
+  return collect(sock.Get(), to, in_time(seconds), observer);
 }
 
 }  // namespace vox

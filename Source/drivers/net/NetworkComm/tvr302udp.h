@@ -11,7 +11,9 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "vox/drivers/net/NetworkComm/tvr302udpconst.h"
@@ -108,5 +110,16 @@ VOX_EXPORT packet_data_list* net_send_rev(const char* host, std::int32_t seconds
 // came.
 VOX_EXPORT packet_data_list* multi_net_send_rev(const char* address, std::int32_t seconds,
                                                 const std::uint8_t* bytes, std::int32_t length);
+
+// packet_observer hears of each datagram of a broadcast query when it has come; false ends the
+// query. It must not throw. Inside the library only, as are the two calls below.
+using packet_observer = std::function<bool(const packet_data&)>;
+packet_data_list* multi_net_send_rev_each(const char* address, std::int32_t seconds,
+                                          const std::uint8_t* bytes, std::int32_t length,
+                                          const packet_observer& observer);
+
+// net_look_up finds the address of a host. Returns: false when it has none; *address is then as it
+// was.
+bool net_look_up(const char* host, in_addr* address);
 
 }  // namespace vox

@@ -10,7 +10,6 @@ namespace {
 
 using pdu_owner = std::unique_ptr<snmp_pdu, decltype(&free_snmp_pdu)>;
 using packets_owner = std::unique_ptr<packet_data_list, decltype(&free_packet_data_list)>;
-using answers_owner = std::unique_ptr<snmp_pdu_list, decltype(&free_snmp_pdu_list)>;
 
 // built_message is a message on its way out.
 struct built_message {
@@ -38,6 +37,33 @@ snmp_pdu_list* parse_packets(const packet_data_list* packets) {
   }
   return list;
 }
+
+// answer_store puts the answers of a broadcast query into the caller's records as they come.
+struct answer_store {
+  snmp_simple_pdu* answers;
+  std::int32_t capacity;
+  std::int32_t* count;
+  const snmp_answer_observer& observer;
+  bool answered = false;
+
+  // take gives whether the query goes on.
+  bool take(const packet_data& packet) {
+    pdu_owner answer(parse_packet(packet), &free_snmp_pdu);
+    if (!answer) return true;
+    answered = true;
+    if (*count >= capacity) {
+      ++*count;
+      return true;
+    }
+    snmp_simple_pdu* const record = &answers[*count];
+    if (snmp_standard2simple(answer.get(), record) != 0) {
+      static_cast<void>(answer.release());  // by the failed conversion
+      return true;
+    }
+    ++*count;
+    return !observer || observer(*record);
+  }
+};
 
 }  // namespace
 
@@ -80,20 +106,26 @@ snmp_pdu_list* multi_snmp_request(const char* address, std::int32_t seconds, con
 std::int32_t multi_snmp_request_simple(const char* address, std::int32_t seconds,
                                        snmp_simple_pdu* request, snmp_simple_pdu* answers,
                                        std::int32_t capacity, std::int32_t* count) {
+  return multi_snmp_request_each(address, seconds, request, answers, capacity, count,
+                                 snmp_answer_observer());
+}
+
+std::int32_t multi_snmp_request_each(const char* address, std::int32_t seconds,
+                                     snmp_simple_pdu* request, snmp_simple_pdu* answers,
+                                     std::int32_t capacity, std::int32_t* count,
+                                     const snmp_answer_observer& observer) {
   if (!count) return NET_FAILED;
   *count = 0;
   const pdu_owner pdu(snmp_simple2standard(request), &free_snmp_pdu);
   if (!pdu) return NET_FAILED;
-  const answers_owner list(multi_snmp_request(address, seconds, pdu.get()), &free_snmp_pdu_list);
-  if (!list) return NET_FAILED;
-  for (snmp_pdu_list* answer = list.get(); answer; answer = answer->lpSnmpPduListNext) {
-    if (*count < capacity && snmp_standard2simple(answer->lpSnmpPdu, &answers[*count]) != 0) {
-      answer->lpSnmpPdu = nullptr;  // released by the failed conversion
-      continue;
-    }
-    ++*count;
-  }
-  return NET_OK;
+  const built_message message(pdu.get());
+  if (!message.built) return NET_FAILED;
+  answer_store store{answers, capacity, count, observer};
+  const packets_owner packets(
+      multi_net_send_rev_each(address, seconds, message.bytes, message.length,
+                              [&store](const packet_data& packet) { return store.take(packet); }),
+      &free_packet_data_list);
+  return store.answered ? NET_OK : NET_FAILED;
 }
 
 }  // namespace vox

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "vox/drivers/net/NetworkComm/wnxsnmp.h"
 #include "vox/platform/Export.h"
@@ -42,5 +43,13 @@ VOX_EXPORT std::int32_t multi_snmp_request_simple(const char* address, std::int3
                                                   snmp_simple_pdu* request,
                                                   snmp_simple_pdu* answers, std::int32_t capacity,
                                                   std::int32_t* count);
+
+// snmp_answer_observer hears of each answer that was stored, when it has come; false ends the
+// query; it must not throw. Inside the library only.
+using snmp_answer_observer = std::function<bool(const snmp_simple_pdu&)>;
+std::int32_t multi_snmp_request_each(const char* address, std::int32_t seconds,
+                                     snmp_simple_pdu* request, snmp_simple_pdu* answers,
+                                     std::int32_t capacity, std::int32_t* count,
+                                     const snmp_answer_observer& observer);
 
 }  // namespace vox
