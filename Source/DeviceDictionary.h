@@ -27,6 +27,13 @@ inline constexpr char kDeviceLocationKey[] = "location";          // set by the 
 inline constexpr char kDeviceTypeNetwork[] = "network";
 inline constexpr char kDeviceTypeUsb[] = "usb";
 
+// is_device_of_type tells whether the dictionary's "type" is this text.
+inline bool is_device_of_type(const Dictionary& info, const char* type) {
+  const PropertyValue* const value = info.Find(kDeviceTypeKey);
+  const std::string* const text = value != nullptr ? value->AsString() : nullptr;
+  return text != nullptr && *text == type;
+}
+
 using DeviceInfo = std::shared_ptr<Dictionary>;
 using DeviceInfoArray = std::vector<DeviceInfo>;
 using DeviceInfoDictionary = std::map<std::string, DeviceInfo>;  // by "deviceId"

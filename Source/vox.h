@@ -2,10 +2,12 @@
 #pragma once
 
 #include "vox/DSDebugging.h"
+#include "vox/DevicesManager.h"
 #include "vox/DupImgFile.h"
 #include "vox/Environment.h"
 #include "vox/FullPathToLeafTransformer.h"
 #include "vox/PaperSizes.h"
+#include "vox/SearchOnline.h"
 #include "vox/SupportedDevices.h"
 #include "vox/UserPreferences.h"
 #include "vox/drivers/LineKernels.h"
@@ -19,4 +21,5 @@
 #include "vox/drivers/net/NetworkComm/tvr302udpsnmp.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/bonjour.h"
+#include "vox/drivers/net/reg_all_dev.h"
 #include "vox/drivers/net/search.h"

@@ -1,0 +1,212 @@
+// What the registry keeps, merges, stores and hands out.
+#include <limits>
+
+#include "tests/unit/registry/Registry.h"
+
+namespace vox {
+namespace {
+
+using testing::ElementsAre;
+using testing::Optional;
+
+TEST_F(Registry, IsOneObjectThatNobodyFrees) {
+  DevicesManager& manager = DevicesManager::instance();
+  EXPECT_EQ(&manager, &DevicesManager::instance());
+  EXPECT_EQ(&manager, &manager.retain());
+  EXPECT_EQ(&manager, &manager.autorelease());
+  manager.release();
+  EXPECT_EQ(manager.retainCount(), std::numeric_limits<unsigned>::max());
+}
+
+TEST_F(Registry, ANewDeviceIsKeptAsACopyAndStoredWholeWithPushAndLocation) {
+  const DeviceInfo found = Network("02:00:00:00:00:01", "192.168.0.5", "Office");
+  Manager().appendDevices({{"any key", found}});
+  const DeviceInfo kept = Manager().infoForDevice("02:00:00:00:00:01");
+  ASSERT_NE(kept, nullptr);
+  EXPECT_NE(kept, found);
+  Dictionary wanted = *found;
+  wanted.Set("isNetworkPushEnabled", true);
+  wanted.Set("location", "Office (192.168.0.5)");
+  EXPECT_EQ(*kept, wanted);
+  EXPECT_THAT(StoredDevice("02:00:00:00:00:01"), Optional(wanted));
+  EXPECT_FALSE(found->Contains("location"));
+}
+
+TEST_F(Registry, WhatWasStoredIsThereInTheNextProgram) {
+  Manager().appendOneDeviceInfo(Network("02:00:00:00:00:01", "192.168.0.5", "Office"));
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  Reload();
+  EXPECT_EQ(Ids(Manager().knownDevices()), (std::set<std::string>{"02:00:00:00:00:01", "SN1"}));
+  EXPECT_EQ(Manager().infoForDevice("SN1")->String("location"), "USB");
+}
+
+TEST_F(Registry, AMissingPushFlagLoadsAsTrueButIsWrittenOnlyWithTheNextSave) {
+  Store("Device.m", *Network("m", "10.0.0.1", "A"));
+  const std::string before = SharedText();
+  Reload();
+  EXPECT_EQ(Manager().infoForDevice("m")->Boolean("isNetworkPushEnabled"), true);
+  EXPECT_EQ(Manager().infoForDevice("m")->String("location"), "A (10.0.0.1)");
+  EXPECT_EQ(SharedText(), before);
+  Manager().saveAllDevices();
+  EXPECT_EQ(StoredDevice("m")->Boolean("isNetworkPushEnabled"), true);
+}
+
+TEST_F(Registry, APushFlagThatIsFalseStays) {
+  Dictionary stored = *Network("m", "10.0.0.1", "A");
+  stored.Set("isNetworkPushEnabled", false);
+  Store("Device.m", stored);
+  Reload();
+  EXPECT_EQ(Manager().infoForDevice("m")->Boolean("isNetworkPushEnabled"), false);
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.2", "A"));
+  EXPECT_EQ(StoredDevice("m")->Boolean("isNetworkPushEnabled"), false);
+}
+
+TEST_F(Registry, AUsbDeviceGetsNoPushFlag) {
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  EXPECT_FALSE(Manager().infoForDevice("SN1")->Contains("isNetworkPushEnabled"));
+}
+
+TEST_F(Registry, AKnownNetworkDeviceTakesOverAddressAndName) {
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  const DeviceInfo kept = Manager().infoForDevice("m");
+  DeviceInfo moved = Network("m", "10.0.0.2", "B");
+  moved->Set("modelName", "Veltronix Other");
+  Manager().appendOneDeviceInfo(moved);
+  EXPECT_EQ(Manager().infoForDevice("m"), kept) << "the same dictionary";
+  EXPECT_EQ(kept->String("ip"), "10.0.0.2");
+  EXPECT_EQ(kept->String("name"), "B");
+  EXPECT_EQ(kept->String("location"), "B (10.0.0.2)");
+  EXPECT_EQ(kept->String("modelName"), "Veltronix QD7200") << "only address and name";
+  EXPECT_THAT(StoredDevice("m"), Optional(*kept));
+}
+
+TEST_F(Registry, EitherChangeAloneIsSaved) {
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.2", "A"));
+  EXPECT_EQ(StoredDevice("m")->String("location"), "A (10.0.0.2)");
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.2", "B"));
+  EXPECT_EQ(StoredDevice("m")->String("location"), "B (10.0.0.2)");
+}
+
+TEST_F(Registry, AnUnchangedDeviceIsNotWritten) {
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  Prefs().removeSharedKey("Device.m");
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  EXPECT_EQ(StoredDevice("m"), std::nullopt);
+}
+
+TEST_F(Registry, AKnownUsbDeviceIsNeitherChangedNorSaved) {
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  Prefs().removeSharedKey("Device.SN1");
+  DeviceInfo again = Usb("SN1");
+  again->Set("modelName", "Veltronix Other");
+  again->Set("ip", "10.0.0.9");
+  again->Set("name", "N");
+  Manager().appendOneDeviceInfo(again);
+  EXPECT_EQ(Manager().infoForDevice("SN1")->String("modelName"), "Veltronix QD7200");
+  EXPECT_FALSE(Manager().infoForDevice("SN1")->Contains("ip"));
+  EXPECT_EQ(StoredDevice("SN1"), std::nullopt);
+}
+
+TEST_F(Registry, WhatHasNoIdIsNotTaken) {
+  Manager().appendOneDeviceInfo(nullptr);
+  Manager().appendOneDeviceInfo(std::make_shared<Dictionary>(Dictionary{{"type", "usb"}}));
+  Manager().appendOneDeviceInfo(std::make_shared<Dictionary>(Dictionary{{"deviceId", 7}}));
+  EXPECT_TRUE(Manager().knownDevices().empty());
+  EXPECT_TRUE(Prefs().allSharedKeys().empty());
+}
+
+TEST_F(Registry, RemovingForgetsHereAndInTheFile) {
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  Manager().appendOneDeviceInfo(Usb("SN2"));
+  Manager().removeDevice("SN1");
+  EXPECT_EQ(Manager().infoForDevice("SN1"), nullptr);
+  EXPECT_THAT(Prefs().allSharedKeys(), ElementsAre("Device.SN2"));
+}
+
+TEST_F(Registry, RemovingAnUnknownIdRemovesItsAbsentKeyWithoutError) {
+  Store("Device.later", *Usb("later"));  // by another program, after this one loaded
+  Manager().removeDevice("later");
+  EXPECT_TRUE(Prefs().allSharedKeys().empty());
+  Manager().removeDevice("never");
+  EXPECT_TRUE(Manager().knownDevices().empty());
+}
+
+TEST_F(Registry, AChangedDictionaryIsSavedOnRequest) {
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  Manager().infoForDevice("m")->Set("isNetworkPushEnabled", false);
+  EXPECT_EQ(StoredDevice("m")->Boolean("isNetworkPushEnabled"), true);
+  Manager().saveDeviceInfo("m");
+  EXPECT_EQ(StoredDevice("m")->Boolean("isNetworkPushEnabled"), false);
+}
+
+TEST_F(Registry, SavingNilOrAnUnknownIdDoesNothing) {
+  Manager().saveDeviceInfo(std::nullopt);
+  Manager().saveDeviceInfo("never");
+  EXPECT_FALSE(std::filesystem::exists(Prefs().pathToGlobalSettings()));
+}
+
+TEST_F(Registry, SynchronizingForgetsWhatIsNotStored) {
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  Prefs().removeSharedKey("Device.SN1");
+  Store("Device.SN2", *Usb("SN2"));
+  Manager().synchronizeDevices();
+  EXPECT_EQ(Ids(Manager().knownDevices()), std::set<std::string>{"SN2"});
+}
+
+TEST_F(Registry, OnlyKeysThatBeginWithDeviceAreRecords) {
+  Store("Device.SN1", *Usb("SN1"));
+  Store("device.SN2", *Usb("SN2"));
+  Store("MyDevice.SN3", *Usb("SN3"));
+  Store("computerName", "desk");
+  Reload();
+  EXPECT_EQ(Ids(Manager().knownDevices()), std::set<std::string>{"SN1"});
+}
+
+TEST_F(Registry, RecordsOfTheWrongTypesAreLeftOut) {
+  Store("Device.a", "text");
+  Store("Device.b", Array{1, 2});
+  Store("Device.c", Dictionary{{"type", "usb"}});
+  Store("Device.d", Dictionary{{"deviceId", 5}, {"type", "usb"}});
+  Store("Device.e", Dictionary{{"deviceId", "e"}, {"type", 9}, {"name", Data{1}}});
+  Store("Device.f", Dictionary{{"deviceId", "f"}, {"type", "network"}, {"ip", 3}});
+  Reload();
+  EXPECT_EQ(Ids(Manager().knownDevices()), (std::set<std::string>{"e", "f"}));
+  EXPECT_EQ(Manager().deviceLocation("e"), std::nullopt);
+  EXPECT_EQ(Manager().deviceLocation("f"), " ()");
+  for (const char* id : {"e", "f"}) {
+    EXPECT_EQ(Manager().createInterfaceForDevice(id), nullptr);
+    EXPECT_FALSE(Manager().isDeviceOnline(id));
+  }
+}
+
+TEST_F(Registry, TheLocationIsMadeOfTypeNameAndAddress) {
+  const auto location = &DevicesManager::deviceLocationWithDeviceInfo;
+  EXPECT_EQ(location(*Network("m", "192.168.0.5", "Office")), "Office (192.168.0.5)");
+  EXPECT_EQ(location(*Usb("SN1")), "USB");
+  EXPECT_EQ(location(Dictionary{{"type", "scsi"}}), std::nullopt);
+  EXPECT_EQ(location(Dictionary{}), std::nullopt);
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  EXPECT_EQ(Manager().deviceLocation("SN1"), "USB");
+  EXPECT_EQ(Manager().deviceLocation("never"), std::nullopt);
+}
+
+TEST_F(Registry, ListsOfIdsAndOfDevicesKeepTheirOrder) {
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  Manager().appendOneDeviceInfo(Usb("SN2"));
+  const auto devices = Manager().devicesListFromDevicesIdList({"SN2", "SN1", "SN2"});
+  ASSERT_TRUE(devices);
+  EXPECT_THAT(Manager().devicesIdListFromDevicesList(*devices), ElementsAre("SN2", "SN1", "SN2"));
+  EXPECT_EQ((*devices)[0], Manager().infoForDevice("SN2"));
+  EXPECT_EQ(Manager().devicesListFromDevicesIdList({"SN1", "never"}), std::nullopt);
+}
+
+TEST_F(Registry, AFolderThatIsMissingLosesNothingOfTheSession) {
+  std::filesystem::remove_all(Path("root/var/lib/Veltronix Vox"));
+  Manager().appendOneDeviceInfo(Usb("SN1"));
+  EXPECT_NE(Prefs().lastOutcome().error, 0);
+  EXPECT_NE(Manager().infoForDevice("SN1"), nullptr);
+}
+
+}  // namespace
+}  // namespace vox
