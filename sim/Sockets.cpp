@@ -57,8 +57,9 @@ std::string InterfaceOf(std::uint32_t address) {
   for (const ifaddrs* at = list; at; at = at->ifa_next) {
     if (!at->ifa_addr || at->ifa_addr->sa_family != AF_INET) continue;
     const auto* const inet = reinterpret_cast<const sockaddr_in*>(at->ifa_addr);
-    const bool loopback = (at->ifa_flags & IFF_LOOPBACK) != 0;
-    if (ntohl(inet->sin_addr.s_addr) == address) return loopback ? "" : at->ifa_name;
+    if (ntohl(inet->sin_addr.s_addr) != address) continue;
+    const std::string label = (at->ifa_flags & IFF_LOOPBACK) != 0 ? "" : at->ifa_name;
+    return label.substr(0, label.find(':'));  // eth0:1 labels a second address of eth0
   }
   return {};
 }

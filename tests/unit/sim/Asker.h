@@ -22,7 +22,10 @@ inline constexpr std::size_t kIdPlace = 17;
 
 class Asker {
  public:
-  Asker() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+  Asker() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const int on = 1;
+    EXPECT_EQ(::setsockopt(socket_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on), 0);
+  }
   void Ask(const std::string& address, std::uint16_t port) {
     sockaddr_in to = At(address, port);
     EXPECT_EQ(::sendto(socket_.Get(), kGetName.data(), kGetName.size(), 0,
