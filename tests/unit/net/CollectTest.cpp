@@ -1,7 +1,7 @@
 // A broadcast query: whom it hears, and when it ends.
 #include <gtest/gtest.h>
 
-#include "tests/unit/net/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/unit/net/Exchange.h"
 
 namespace vox {

@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/net/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/unit/net/Exchange.h"
 
 namespace vox {

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Allocations.h"
 #include "tests/support/SnmpMessage.h"
-#include "tests/unit/net/Allocations.h"
 
 namespace vox {
 namespace {

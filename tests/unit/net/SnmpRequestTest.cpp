@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Allocations.h"
 #include "tests/support/SnmpMessage.h"
 #include "tests/support/UdpPeer.h"
-#include "tests/unit/net/Allocations.h"
 
 namespace vox {
 namespace {

@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Allocations.h"
 #include "tests/support/UdpPeer.h"
-#include "tests/unit/net/Allocations.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/platform/Bytes.h"
 
