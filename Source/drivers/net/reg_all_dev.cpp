@@ -6,11 +6,7 @@
 namespace vox {
 
 DeviceInfoArray reg_all_dev() {
-  DeviceInfoArray failed;
-  for (const DeviceInfo& device : DevicesManager::instance().knownDevices()) {
-    if (!reg_one_dev(device)) failed.push_back(device);
-  }
-  return failed;
+  return reg_devices(DevicesManager::instance().knownDevices());
 }
 
 }  // namespace vox

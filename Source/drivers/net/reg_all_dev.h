@@ -6,9 +6,9 @@
 
 namespace vox {
 
-// reg_all_dev runs reg_one_dev (searchregister.h) for each known device, one after the other.
+// reg_all_dev runs reg_one_dev (searchregister.h) for each known device, many at the same time.
 // Returns: the devices that refused a wanted registration.
-// Thread rule: DevicesManager's. Each device takes up to 27 s.
+// Thread rule: DevicesManager's. A device takes up to 27 s.
 VOX_EXPORT DeviceInfoArray reg_all_dev();
 
 }  // namespace vox
