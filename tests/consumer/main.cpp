@@ -1,8 +1,10 @@
 // Uses the installed library as a stranger would: one include gives every part of it, and what the
 // headers promise is in the library.
 #include <cstdio>
+#include <fstream>
 #include <string>
 
+#include <vox/platform/Resources.h>
 #include <vox/vox.h>
 
 namespace {
@@ -38,6 +40,14 @@ bool IsAskedForSettings() {
          vox::ValueTransformer::valueTransformerForName("FullPathToLeafTransformer") != nullptr;
 }
 
+// Each table of the installed library is found, and has in it what the library ships.
+bool HasItsTables() {
+  const auto letter = vox::PaperSizes::instance().paperByPaperId("Letter");
+  return vox::SupportedDevices::instance().isSupportedModelName("Veltronix QD7200") &&
+         letter != nullptr && letter->Integer("twainId") == 3 &&
+         std::ifstream(vox::ResourcePath("DSDebug", "plist")).good();
+}
+
 }  // namespace
 
 int main() {
@@ -46,5 +56,6 @@ int main() {
   }
   const std::string text = vox::IfErrorText(8);
   std::printf("%s\n", text.c_str());
-  return text == " no document" && IsScannerReady() && IsAskedForSettings() ? 0 : 1;
+  return text == " no document" && IsScannerReady() && IsAskedForSettings() && HasItsTables() ? 0
+                                                                                              : 1;
 }

@@ -2,6 +2,7 @@
 # run.sh BUILD_DIR: installs BUILD_DIR into a folder of its own, builds the consumer project against it with
 # find_package and a small program with pkg-config, and runs both and the installed programs.
 set -euo pipefail
+unset VOX_RESOURCES  # the tables must be those of the installed library
 build=$(readlink -f "$1")
 here=$(dirname "$(readlink -f "$0")")
 work=$(mktemp -d)
