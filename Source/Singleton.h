@@ -1,6 +1,6 @@
 // Singleton is the base of the objects that exist once in a process. The object is made on the
 // first call of instance() and is never destroyed while the process runs, so references to it stay
-// good; retain, release and autorelease are kept for clients that count, and do nothing.
+// good; retain, release, autorelease and copy are kept for clients that count, and do nothing.
 //
 //   class Environment : public Singleton<Environment> { friend class Singleton<Environment>; ... };
 //
@@ -37,6 +37,8 @@ class Singleton {
   T& retain() { return static_cast<T&>(*this); }
   void release() {}
   T& autorelease() { return static_cast<T&>(*this); }
+  // copy gives the object itself: there is no second one.
+  T& copy() { return static_cast<T&>(*this); }
   // retainCount is always the greatest number: the object is not to be freed.
   unsigned retainCount() const { return std::numeric_limits<unsigned>::max(); }
 

@@ -44,6 +44,7 @@ TEST_F(UserSettings, IsOneObjectThatIsNeverFreed) {
   one.release();
   EXPECT_EQ(&one.retain(), &one);
   EXPECT_EQ(&one.autorelease(), &one);
+  EXPECT_EQ(&one.copy(), &one);
   EXPECT_EQ(one.retainCount(), std::numeric_limits<unsigned>::max());
   EXPECT_EQ(&UserPreferences::instance(), &one);
 }

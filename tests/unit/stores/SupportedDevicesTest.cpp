@@ -130,6 +130,7 @@ TEST_F(ModelTable, IsOneObjectForAllThreadsAndNeverGoes) {
   SupportedDevices& table = SupportedDevices::instance();
   EXPECT_EQ(&table.retain(), &table);
   EXPECT_EQ(&table.autorelease(), &table);
+  EXPECT_EQ(&table.copy(), &table);
   table.release();
   EXPECT_EQ(table.retainCount(), UINT_MAX);
   EXPECT_EQ(table.count(), 1u);
