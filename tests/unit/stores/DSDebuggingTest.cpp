@@ -4,12 +4,12 @@
 #include <array>
 #include <regex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tests/unit/stores/ResourceFolder.h"
-#include "vox/platform/PropertyListFile.h"
-#include "vox/platform/Resources.h"
 
 namespace vox {
 namespace {
@@ -47,6 +47,11 @@ TEST_F(Trace, BannerHasTheTimeBetweenTwoRules) {
                                "[0-6][0-9]\\.[0-9]{3}  \n\\*{65}\n")));
 }
 
+TEST_F(Trace, HalfAMillisecondIsAddedToTheSeconds) {
+  EXPECT_NE(debug_banner(0, 0, 3.0002).find(" 00:00:03.001  \n"), std::string::npos);
+  EXPECT_NE(debug_banner(0, 0, 3.0007).find(" 00:00:03.001  \n"), std::string::npos);
+}
+
 TEST_F(Trace, SecondsDoNotCarryIntoMinutes) {
   EXPECT_NE(debug_banner(23, 59, 59.9996).find(" 23:59:60.000  \n"), std::string::npos);
 }
@@ -58,6 +63,14 @@ TEST_F(Trace, ClosesWithARule) {
 TEST_F(Trace, TripletIsALineForEachPart) {
   EXPECT_EQ(Traced([] { DS_LogTriplet(2, 0x0101, 0x0001, nullptr); }),
             "     group :  [2]\n attribute :  [0x0101]\n   message :  [0x0001]\n\n");
+}
+
+TEST_F(Trace, GroupIsASignedNumberOf32Bits) {
+  for (const auto& [group, text] : {std::pair(0x7FFFFFFFu, "2147483647"), {0xFFFFFFFFu, "-1"}}) {
+    EXPECT_EQ(Traced([group = group] { DS_LogTriplet(group, 0x8001, 0xFFFF, nullptr); }),
+              "     group :  [" + std::string(text) +
+                  "]\n attribute :  [0x8001]\n   message :  [0xffff]\n\n");
+  }
 }
 
 TEST_F(Trace, CapabilityIsTheFirstFieldOfItsData) {
@@ -83,6 +96,13 @@ TEST_F(Trace, EventsOfTheUserInterfaceAreSilent) {
 TEST_F(Trace, ResultsThatAreNoNewsAreSilent) {
   for (const std::uint16_t rc : {0, 4, 5})
     EXPECT_EQ(Traced([&] { DS_LogResult(rc, 3); }), "") << rc;
+}
+
+TEST_F(Trace, EveryOtherResultIsNews) {
+  for (const std::uint16_t rc : {1, 2, 3, 6, 7, 0xFFFF}) {
+    EXPECT_EQ(Traced([&] { DS_LogResult(rc, 0); }),
+              "    result :  [" + std::to_string(rc) + "]\n\n");
+  }
 }
 
 TEST_F(Trace, ResultAndCondition) {
@@ -129,42 +149,6 @@ TEST_F(Trace, HookIsSilent) {
 
 TEST_F(Trace, LogFileOfClients) {
   EXPECT_STREQ(DEBUG_LOG_FILENAME, "/Users/Shared/twlog.txt");
-}
-
-// The names that ship.
-TEST(ShippedNames, KnowWhatIsTraced) {
-  const Variable unset("VOX_RESOURCES");
-  Traced([] { DS_DebugInitialize(); });
-  EXPECT_EQ(Traced([] { DS_LogTriplet(1, 1, 6, kFeederEnabled.data()); }),
-            "     group :  [1] - DG_CONTROL\n attribute :  [0x0001] - DAT_CAPABILITY\n"
-            "   message :  [0x0006] - MSG_SET\ncapability :  [0x1002] - CAP_FEEDERENABLED\n\n");
-  EXPECT_EQ(Traced([] { DS_LogResult(1, 10); }),
-            "    result :  [1] - TWRC_FAILURE\n Condition :  [10] - TWCC_BADVALUE\n\n");
-  EXPECT_EQ(Traced([] { DS_LogMessage(0x0301); }), "   message :  [0x0301] - MSG_OPENDSM\n");
-}
-
-// Each key is written as the trace prints its numbers, or it would never be found.
-TEST(ShippedNames, AreKeyedAsTheTracePrints) {
-  const Variable unset("VOX_RESOURCES");
-  const Dictionary all = ReadDictionaryFile(ResourcePath("DSDebug", "plist")).content;
-  const struct {
-    const char *category, *key, *prefix;
-  } rows[] = {
-      {"Result", "[0-9]+", "TWRC_"},          {"Condition", "[0-9]+", "TWCC_"},
-      {"Messages", "0x[0-9a-f]{4}", "MSG_"},  {"DataGroup", "[0-9]+", "DG_"},
-      {"Attribute", "0x[0-9a-f]{4}", "DAT_"}, {"Capabilities", "0x[0-9a-f]{4}", ""},
-  };
-  EXPECT_EQ(all.Size(), std::size(rows));
-  for (const auto& row : rows) {
-    const Dictionary* names = all.AsDictionary(row.category);
-    ASSERT_NE(names, nullptr) << row.category;
-    EXPECT_GE(names->Size(), 3u);
-    for (const auto& [key, name] : *names) {
-      EXPECT_TRUE(std::regex_match(key, std::regex(row.key))) << row.category << key;
-      ASSERT_TRUE(name.String()) << key;
-      EXPECT_TRUE(name.String()->starts_with(row.prefix)) << *name.String();
-    }
-  }
 }
 
 }  // namespace

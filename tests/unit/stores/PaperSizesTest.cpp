@@ -1,6 +1,7 @@
 // The table of paper sizes: looking up; and the table that ships.
 #include "vox/PaperSizes.h"
 
+#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
@@ -119,6 +120,41 @@ TEST_F(ShippedPapers, HasEverySheetOfTwain) {
     EXPECT_EQ(table_.paperByTwainId(id) != nullptr, id != kUnused) << id;
 }
 
+// By TWAIN's number, from 1 (TWSS_A4) to 53 (TWSS_BUSINESSCARD).
+TEST_F(ShippedPapers, TwainNumbersMeanTheirSheets) {
+  const char* const sheets[] = {
+      "A4",      "B5",        "Letter", "Legal",     "A5",          "B4-ISO", "B6-ISO", "",
+      "Ledger",  "Executive", "A3",     "B3-ISO",    "A6",          "C4",     "C5",     "C6",
+      "4A0",     "2A0",       "A0",     "A1",        "A2",          "A7",     "A8",     "A9",
+      "A10",     "B0-ISO",    "B1-ISO", "B2-ISO",    "B5-ISO",      "B7-ISO", "B8-ISO", "B9-ISO",
+      "B10-ISO", "B0",        "B1",     "B2",        "B3",          "B4",     "B6",     "B7",
+      "B8",      "B9",        "B10",    "C0",        "C1",          "C2",     "C3",     "C7",
+      "C8",      "C9",        "C10",    "Statement", "BusinessCard"};
+  ASSERT_EQ(std::size(sheets), 53u);
+  for (std::size_t i = 0; i < std::size(sheets); ++i) {
+    const std::string sheet = sheets[i];
+    if (sheet.empty()) continue;
+    EXPECT_EQ(table_.paperIdByTwainId(static_cast<int>(i + 1)), PropertyValue(sheet)) << i + 1;
+  }
+}
+
+TEST_F(ShippedPapers, AmericanSheetsAreInches) {
+  const struct {
+    const char* paper;
+    double width, height;
+  } rows[] = {{"Letter", 8.5, 11},
+              {"Legal", 8.5, 14},
+              {"Ledger", 11, 17},
+              {"Executive", 7.25, 10.5},
+              {"Statement", 5.5, 8.5}};
+  for (const auto& row : rows) {
+    const auto paper = table_.paperByPaperId(row.paper);
+    ASSERT_NE(paper, nullptr) << row.paper;
+    EXPECT_NEAR(*paper->Number("width"), row.width * 25.4, 1e-9) << row.paper;
+    EXPECT_NEAR(*paper->Number("height"), row.height * 25.4, 1e-9) << row.paper;
+  }
+}
+
 TEST_F(ShippedPapers, IdsAreUniqueAndOfOneType) {
   std::set<std::int64_t> twain, push;
   std::set<std::string> names;
@@ -145,12 +181,22 @@ TEST_F(ShippedPapers, SizesAreUprightMillimetres) {
   EXPECT_EQ(table_.paperByPaperId("Executive")->Number("width"), 184.15);
 }
 
-// ISO 216: halving a sheet gives the next one, rounded down.
+// ISO 216, ISO 269, JIS P 0138: halving a sheet gives the next one, rounded down.
 TEST_F(ShippedPapers, SeriesHalve) {
-  for (const std::string series : {"A", "C"}) {
+  const struct {
+    std::string letter, end;
+    double width, height;  // of the sheet 0
+  } series[] = {
+      {"A", "", 841, 1189}, {"C", "", 917, 1297}, {"B", "-ISO", 1000, 1414}, {"B", "", 1030, 1456}};
+  for (const auto& [letter, end, width, height] : series) {
+    const auto first = table_.paperByPaperId(letter + "0" + end);
+    ASSERT_NE(first, nullptr) << letter << end;
+    EXPECT_EQ(first->Number("width"), width);
+    EXPECT_EQ(first->Number("height"), height);
     for (int n = 0; n < 10; ++n) {
-      const auto whole = table_.paperByPaperId(series + std::to_string(n));
-      const auto half = table_.paperByPaperId(series + std::to_string(n + 1));
+      SCOPED_TRACE(letter + std::to_string(n + 1) + end);
+      const auto whole = table_.paperByPaperId(letter + std::to_string(n) + end);
+      const auto half = table_.paperByPaperId(letter + std::to_string(n + 1) + end);
       ASSERT_TRUE(whole && half);
       EXPECT_EQ(half->Number("height"), whole->Number("width"));
       EXPECT_NEAR(*half->Number("width"), *whole->Number("height") / 2, 0.51);
