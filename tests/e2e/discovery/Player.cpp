@@ -1,12 +1,14 @@
 #include "tests/e2e/discovery/Player.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <stdexcept>
 #include <thread>
 
 #include <linux/capability.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "vox/drivers/net/reg_all_dev.h"
@@ -170,6 +172,16 @@ void Player::DropRawSockets() {
   if (::syscall(SYS_capset, &header, data) != 0) throw std::runtime_error("capset");
 }
 
+// Its output goes into a file: a job server that it starts lives on and would keep a pipe open.
+void Player::Vox(const Words& words) {
+  std::string command = "cd '" + Folder("work") +
+                        "' && PATH='" VOX_JOBD_FOLDER "':$PATH timeout 60 '" VOX_PROGRAM "'";
+  for (const std::string& word : words) command.append(" '").append(word).append("'");
+  command.append(" >'").append(Path("said")).append("' 2>&1 </dev/null");
+  const int ended = std::system(command.c_str());
+  status_ = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
+}
+
 struct Verb {
   using Words = Player::Words;
   // What the host does: it is timed, and the shared settings before it are kept.
@@ -205,6 +217,7 @@ const std::map<std::string, void (*)(Player&, const Step&)>& Verb::Deeds() {
          p.ExpectDevices(manager.filterOnlineDevicesCancelDelegate(known, nullptr), s.words);
        }},
       {"cancelled-online", [](Player& p, const Step& s) { p.CancelledOnline(s.words); }},
+      {"vox", [](Player& p, const Step& s) { p.Vox(s.words); }},
       {"restart", [](Player& p, const Step&) { p.Reload(); }}};
   return deeds;
 }
@@ -246,6 +259,15 @@ const std::map<std::string, void (*)(Player&, const Verb::Words&)>& Verb::Others
          EXPECT_EQ(p.Value(stored ? std::make_shared<Dictionary>(*stored) : nullptr, w.at(1)),
                    w.at(2));
        }},
+      {"status",
+       [](Player& p, W w) { EXPECT_EQ(p.status_, std::stoi(w.at(0))) << p.Text(p.Path("said")); }},
+      {"says",
+       [](Player& p, W w) {
+         EXPECT_NE(p.Text(p.Path("said")).find(w.at(0)), std::string::npos)
+             << w.at(0) << " is not in:\n"
+             << p.Text(p.Path("said"));
+       }},
+      {"file", [](Player& p, W w) { EXPECT_FALSE(p.Text(p.Path("work/" + w.at(0))).empty()); }},
       {"saved", [](Player& p, W w) { p.ExpectSaved(YesOrNo(w.at(0))); }},
       {"book",
        [](Player& p, W w) {

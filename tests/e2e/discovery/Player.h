@@ -22,12 +22,15 @@
 //   online ID...|none           the known devices that are on line
 //   cancelled-online MS         the same, cancelled after so many ms; it returns within 0.2 s
 //   restart                     the program starts anew
+//   vox WORD...                 the vox program, in a folder of its own
 // What came of it:
 //   found ID...|none            by the last search, and nothing else
 //   answered yes|no             whether anybody answered it
 //   value ID KEY TEXT           of what was found
 //   known ID...|none            by the registry, and nothing else
 //   stored ID KEY TEXT          in the shared settings
+//   status N, says TEXT         how the vox program ended, and what it wrote somewhere
+//   file LEAF                   is there, and not empty
 //   saved yes|no                whether the last step of the host wrote the shared settings
 //   book ID N                   entries in the device's registration book
 //   commands ID N               registration commands that came to it
@@ -67,6 +70,7 @@ class Player : public Registry {
   void ExpectPacket(const Words& words);
   void ExpectSaved(bool wanted);
   void DropRawSockets();
+  void Vox(const Words& words);
   DeviceInfo Known(const std::string& id);
   std::string Value(const DeviceInfo& info, const std::string& key);
   std::string IpOf(const std::string& id);
@@ -76,6 +80,7 @@ class Player : public Registry {
   bool answered_ = false;
   std::string settings_before_;
   Clock::duration took_{};
+  int status_ = -1;
 };
 
 }  // namespace vox
