@@ -1,5 +1,4 @@
 // The settings of the user: what is kept under which key, and when it reaches the file.
-#include <limits>
 #include <string>
 
 #include "tests/unit/prefs/Desktop.h"
@@ -37,16 +36,6 @@ TEST_F(UserSettings, MetricIsExactlyOneWord) {
     Start();
     EXPECT_FALSE(Prefs().isMetricMeasurementUnits()) << other;
   }
-}
-
-TEST_F(UserSettings, IsOneObjectThatIsNeverFreed) {
-  UserPreferences& one = UserPreferences::instance();
-  one.release();
-  EXPECT_EQ(&one.retain(), &one);
-  EXPECT_EQ(&one.autorelease(), &one);
-  EXPECT_EQ(&one.copy(), &one);
-  EXPECT_EQ(one.retainCount(), std::numeric_limits<unsigned>::max());
-  EXPECT_EQ(&UserPreferences::instance(), &one);
 }
 
 TEST_F(UserSettings, NothingIsWrittenBeforeSomethingIsSet) {
