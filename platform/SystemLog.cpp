@@ -1,5 +1,6 @@
 #include "vox/platform/SystemLog.h"
 
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <utility>
@@ -11,6 +12,9 @@
 namespace vox {
 namespace {
 
+// Room for two of the longest paths and a sentence: a line without the end of its path says little.
+constexpr std::size_t kLongestLine = 2 * PATH_MAX + 1023;  // bytes
+
 Mutex sink_mutex;
 
 SystemLogSink& Sink() VOX_REQUIRES(sink_mutex) {
@@ -21,7 +25,7 @@ SystemLogSink& Sink() VOX_REQUIRES(sink_mutex) {
 }  // namespace
 
 void LogToSystem(const char* format, ...) {
-  char line[1024];
+  char line[kLongestLine + 1];
   va_list arguments;
   va_start(arguments, format);
   std::vsnprintf(line, sizeof line, format, arguments);

@@ -61,6 +61,20 @@ TEST_F(Transformer, PathWithoutAFileIsNilWithALogLine) {
                                 "display name for path "));
 }
 
+TEST_F(Transformer, LongestPathIsLoggedWhole) {
+  const std::string longest = "/" + std::string(4094, 'x');
+  EXPECT_EQ(Shown(longest), std::nullopt);
+  EXPECT_THAT(log_, ElementsAre("-[FullPathToLeafTransformer transformedValue:]: failed to get "
+                                "display name for path " +
+                                longest));
+}
+
+TEST_F(Transformer, LineOfTheLogIsCutInTheEnd) {
+  EXPECT_EQ(Shown("/" + std::string(100'000, 'x')), std::nullopt);
+  ASSERT_EQ(log_.size(), 1u);
+  EXPECT_EQ(log_[0].size(), 9215u);
+}
+
 TEST_F(Transformer, IsFoundByNameOnceSubmitted) {
   EXPECT_EQ(ValueTransformer::valueTransformerForName(kName), nullptr);
   FullPathToLeafTransformer::submit();
