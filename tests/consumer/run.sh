@@ -16,6 +16,20 @@ for program in vox voxjobd voxsim; do "$work/prefix/bin/$program" --version >/de
 "$work/prefix/bin/vox" scan --virtual --resolution 75 -o "$work/page.png"
 [ -s "$work/page.png" ]
 
+# The example finds a virtual device and remembers it.
+mkfifo "$work/ready"
+"$work/prefix/bin/voxsim" --address 127.0.0.1 --name Office >"$work/ready" &
+sim=$!
+read -r line <"$work/ready"
+port=$(sed 's/.*"snmpPort":\([0-9]*\).*/\1/' <<<"$line")
+mkdir -p "$work/root/var/lib/Veltronix Vox"
+VOX_ROOT=$work/root XDG_CONFIG_HOME=$work/root "$work/build/devices" 127.0.0.1 "$port" >"$work/said"
+kill "$sim"
+wait "$sim" || true
+grep -q '^found Office at 127.0.0.1$' "$work/said"
+grep -q 'Office (127.0.0.1), Veltronix .*, supported, online$' "$work/said"
+grep -q 'usual paper is' "$work/said"
+
 libdir=$(dirname "$(find "$work/prefix" -name vox.pc)")/..
 flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --define-variable=prefix="$work/prefix" --cflags --libs vox)
 # shellcheck disable=SC2086  # the flags are words

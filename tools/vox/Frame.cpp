@@ -6,34 +6,25 @@
 #include <cmath>
 
 #include "tools/vox/Failure.h"
+#include "vox/PaperSizes.h"
+#include "vox/UserPreferences.h"
 
 namespace vox::cli {
 
 namespace {
 
-struct Paper {
-  const char* name;
-  double width, height;  // millimetres, upright
-};
+constexpr char kDefaultPaper[] = "default";
 
-// ISO 216, JIS P 0138, ANSI/ASME Y14.1 and the sheets of North American offices.
-constexpr std::array<Paper, 15> kPapers{{
-    {"A3", 297, 420},
-    {"A4", 210, 297},
-    {"A5", 148, 210},
-    {"A6", 105, 148},
-    {"B4-ISO", 250, 353},
-    {"B5-ISO", 176, 250},
-    {"B4", 257, 364},  // JIS, which the devices know
-    {"B5", 182, 257},
-    {"B6", 128, 182},
-    {"Letter", 215.9, 279.4},
-    {"Legal", 215.9, 355.6},
-    {"Ledger", 279.4, 431.8},
-    {"Executive", 184.15, 266.7},
-    {"Statement", 139.7, 215.9},
-    {"Folio", 210, 330},
-}};
+PaperSizes::Paper FindPaper(const std::string& name) {
+  PaperSizes& table = PaperSizes::instance();
+  if (::strcasecmp(name.c_str(), kDefaultPaper) == 0)
+    return table.defaultForMeasurementUnits(UserPreferences::instance().measurementUnits());
+  for (const PaperSizes::Paper& paper : table.enumerator()) {
+    const auto id = paper->String("paperId");
+    if (id && ::strcasecmp(id->c_str(), name.c_str()) == 0) return paper;
+  }
+  return nullptr;
+}
 
 [[noreturn]] void RefuseFrame(const std::string& text, const std::string& why) {
   throw UsageFailure("--frame " + text + ": " + why +
@@ -68,17 +59,18 @@ Frame ParseFrame(const std::string& text) {
 }
 
 std::optional<Frame> PaperFrame(const std::string& name) {
-  for (const Paper& paper : kPapers) {
-    if (::strcasecmp(paper.name, name.c_str()) == 0)
-      return Frame{0, 0, paper.width / kMillimetresPerInch, paper.height / kMillimetresPerInch};
-  }
-  return std::nullopt;
+  const PaperSizes::Paper paper = FindPaper(name);
+  if (paper == nullptr) return std::nullopt;
+  const double width = paper->Number("width").value_or(0);
+  const double height = paper->Number("height").value_or(0);
+  if (!(width > 0 && height > 0)) return std::nullopt;
+  return Frame{0, 0, width / kMillimetresPerInch, height / kMillimetresPerInch};
 }
 
 std::vector<std::string> PaperNames() {
   std::vector<std::string> names;
-  names.reserve(kPapers.size());
-  for (const Paper& paper : kPapers) names.emplace_back(paper.name);
+  for (const PaperSizes::Paper& paper : PaperSizes::instance().enumerator())
+    names.push_back(paper->String("paperId").value_or(""));
   return names;
 }
 

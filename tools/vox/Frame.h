@@ -22,11 +22,12 @@ struct Frame {
 // Throws UsageFailure for anything else, for negative numbers and for an empty area.
 Frame ParseFrame(const std::string& text);
 
-// PaperFrame gives the area of a paper laid into the left upper corner; names in any case ("a4",
-// "Letter", "B5-iso"). Nothing for a name that is not in the table.
+// PaperFrame gives the area of a paper laid into the left upper corner: one of the library's table
+// of papers, by its name in any case ("a4", "Letter", "B5-ISO"), or "default", the usual one where
+// the user's locale measures in centimetres or inches. Nothing for a name that is not in the table.
 std::optional<Frame> PaperFrame(const std::string& name);
 
-// PaperNames gives the names in the table, for messages and help.
+// PaperNames gives the names in the table, for messages; empty when the table cannot be read.
 std::vector<std::string> PaperNames();
 
 }  // namespace vox::cli

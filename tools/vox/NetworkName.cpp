@@ -22,10 +22,12 @@ Failure NobodyBears(const std::string& host) {
 
 }  // namespace
 
+bool IsNetworkName(const std::string& device) {
+  return device.rfind(kPrefix, 0) == 0;
+}
+
 std::string NetworkAddress(const std::string& device) {
-  if (device.rfind(kPrefix, 0) != 0)
-    throw UsageFailure(device + ": a device is named by its address, as in net:192.168.0.5");
-  std::string host = device.substr(sizeof kPrefix - 1);
+  std::string host = IsNetworkName(device) ? device.substr(sizeof kPrefix - 1) : device;
   in_addr address{};
   if (::inet_pton(AF_INET, host.c_str(), &address) == 1) return host;
   if (host.empty()) throw UsageFailure("net: wants an address, as in net:192.168.0.5");

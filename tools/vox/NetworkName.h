@@ -7,8 +7,11 @@
 
 namespace vox::cli {
 
-// NetworkAddress gives the dotted IPv4 address of a DEVICE of the form net:ADDRESS.
-// Throws Failure: 64 for no DEVICE that this version knows, 4 for a host name that nobody bears.
+// IsNetworkName tells whether a DEVICE has the form net:ADDRESS.
+bool IsNetworkName(const std::string& device);
+
+// NetworkAddress gives the dotted IPv4 address of a DEVICE of the form net:ADDRESS; "net:" may be
+// missing. Throws Failure: 64 for an empty address, 4 for a host name that nobody bears.
 std::string NetworkAddress(const std::string& device);
 
 }  // namespace vox::cli

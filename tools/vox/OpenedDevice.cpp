@@ -2,43 +2,59 @@
 
 #include <array>
 
-#include "tools/vox/CancelWatch.h"
 #include "tools/vox/Failure.h"
-#include "tools/vox/NetworkName.h"
-#include "tools/vox/VirtualSetup.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/search.h"
 
 namespace vox::cli {
 
-OpenedDevice::OpenedDevice(const DeviceOptions& options, bool both_sides, CancelWatch& watch)
-    : label_(options.with.on ? "the virtual device" : options.name) {
-  if (options.with.on) {
-    watch.Prepare([&]() -> CancelWatch::Action {
-      virtual_ = std::make_unique<VirtualSetup>(options.with, both_sides);
-      return [root = virtual_->Root()] { PrivateFolder::Remove(root); };
-    });
-    address_ = virtual_->Address();
+namespace {
+
+DeviceTarget Target(const std::string& name, const Premises& premises) {
+  if (premises.IsVirtual()) return {"the virtual device", premises.Address(), nullptr};
+  return FindDevice(name);
+}
+
+}  // namespace
+
+OpenedDevice::OpenedDevice(const std::string& name, const Premises& premises)
+    : premises_(premises), target_(Target(name, premises)) {
+  if (target_.remembered != nullptr) {
+    CheckIdentity();
+    name_ = target_.remembered->String(kDeviceNameKey).value_or("");
   } else {
-    address_ = NetworkAddress(options.name);
+    ReadName();
   }
-  ReadName();
-  interface_ = std::make_unique<CTwImgIFNW>(name_.c_str(), address_.c_str());
+  interface_ = std::make_unique<CTwImgIFNW>(name_.c_str(), Address().c_str());
   ReadAbilities();
 }
 
-OpenedDevice::~OpenedDevice() = default;
+// An address may have passed to another device since the device was remembered.
+void OpenedDevice::CheckIdentity() const {
+  std::array<char, NET_MAC_TEXT_SIZE> mac{};
+  if (get_mac(Address().c_str(), mac.data()) != 0)
+    throw Failure(ExitStatus::kIoError,
+                  Label() + " does not answer: it was asked over SNMP at " + CleanText(Address()) +
+                      ", where it was found last; check that it is on, or find it again with vox "
+                      "discover");
+  const std::string remembered = target_.remembered->String(kDeviceMacKey).value_or(mac.data());
+  if (remembered != mac.data())
+    throw Failure(
+        ExitStatus::kIoError,
+        "another device, " + std::string(mac.data()) + ", answers at the address of " + Label() +
+            "; find that again with vox discover, or use this one as net:" + CleanText(Address()));
+}
 
 void OpenedDevice::ReadName() {
-  std::array<char, 256> name{};
-  if (get_name(address_.c_str(), name.data(), static_cast<std::int32_t>(name.size())) != 0)
-    throw DeviceFailure("ask for the name", label_, IF_ERR_STS_DEVICE_COMM_ERR);
+  std::array<char, NET_NAME_SIZE> name{};
+  if (get_name(Address().c_str(), name.data(), static_cast<std::int32_t>(name.size())) != 0)
+    throw DeviceFailure("ask for the name", Label(), IF_ERR_STS_DEVICE_COMM_ERR);
   name_ = name.data();
 }
 
 void OpenedDevice::ReadAbilities() {
   if (!interface_->GetDevInfo(&abilities_.common))
-    throw DeviceFailure("ask what can be done", label_, interface_->GetIfErrorStatus());
+    throw DeviceFailure("ask what can be done", Label(), interface_->GetIfErrorStatus());
   tagSCANDEVINFO unit{};
   for (std::uint32_t i = 0; interface_->GetUnitInfo(i, &unit); ++i)
     abilities_.units.push_back(unit);

@@ -6,6 +6,8 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/vox/Failure.h"
+#include "tools/vox/VerbParser.h"
+#include "vox/platform/Resources.h"
 
 namespace vox::cli {
 
@@ -14,8 +16,11 @@ namespace {
 constexpr unsigned kHighestResolution = 9600;  // dpi
 
 constexpr char kFooter[] =
-    "DEVICE is net:ADDRESS, a dotted address or a host name. --virtual brings one of its own;\n"
-    "see vox --help.\n"
+    "DEVICE is net:ADDRESS, or the id, name, address, or unique beginning of one, of a device "
+    "that\n"
+    "is remembered; left out, it is the only one remembered or the one used last. --virtual "
+    "brings\n"
+    "one of its own; see vox --help.\n"
     "Exit status: 0 done, 2 cancelled, 3 busy, 4 cannot do that, 7 no document, 9 device or file\n"
     "trouble, 10 memory, 11 permission, 64 mistake in the command line.";
 
@@ -59,7 +64,11 @@ Frame ParsePaper(const std::string& name) {
   if (const auto frame = PaperFrame(name)) return *frame;
   std::string known;
   for (const std::string& paper : PaperNames()) known += " " + paper;
-  throw UsageFailure("--paper " + name + ": not known; choose one of" + known);
+  if (known.empty())
+    throw Failure(ExitStatus::kIoError, "the table of papers cannot be read: " +
+                                            CleanText(ResourcePath("PaperSizes", "plist")) +
+                                            "; install vox anew, or give --frame");
+  throw UsageFailure("--paper " + name + ": not known; choose default or one of" + known);
 }
 
 // A pattern holds one %d, with or without a width as in %03d; "%%" stands for a per cent sign.
@@ -130,7 +139,7 @@ void ChooseReduction(const RawOptions& raw, ScanOptions& scan) {
     throw UsageFailure("--threshold and --halftone are for --mode lineart alone");
 }
 
-ScanOptions FinishScan(RawOptions& raw, bool stdout_is_terminal) {
+ScanOptions FinishScan(RawOptions& raw, bool trace_only, bool stdout_is_terminal) {
   ScanOptions scan = raw.scan;
   scan.device.with = raw.with;
   if (!raw.mode.empty()) scan.mode = ParseMode(raw.mode);
@@ -140,19 +149,20 @@ ScanOptions FinishScan(RawOptions& raw, bool stdout_is_terminal) {
   scan.turned = raw.rotate == "180";
   ChooseArea(raw, scan);
   ChooseReduction(raw, scan);
-  ChooseOutput(raw, scan, stdout_is_terminal);
+  if (!trace_only) {
+    ChooseOutput(raw, scan, stdout_is_terminal);
+    return scan;
+  }
+  scan.trace = scan.trace_only = true;
+  scan.output = "/dev/null";
+  scan.format = ImageFormat::kPnm;
   return scan;
 }
 
-void CheckDevice(const DeviceOptions& device) {
-  const bool shaped =
-      !device.with.page_files.empty() || device.with.feeder || !device.with.faults.empty();
-  if (shaped && !device.with.on)
+void CheckVirtual(const VirtualOptions& with) {
+  const bool shaped = !with.page_files.empty() || with.feeder || !with.faults.empty();
+  if (shaped && !with.on)
     throw UsageFailure("--virtual-page, --virtual-feeder and --virtual-fault go with --virtual");
-  if (device.with.on && !device.name.empty())
-    throw UsageFailure("--virtual brings its own device: leave " + device.name + " out");
-  if (!device.with.on && device.name.empty())
-    throw UsageFailure("which device? Name one, as in net:192.168.0.5, or use --virtual");
 }
 
 void DeclareVirtual(CLI::App& app, RawOptions& raw) {
@@ -177,7 +187,8 @@ void DeclareImage(CLI::App& scan, RawOptions& raw) {
       ->type_name("DPI");
   scan.add_option("--frame", raw.frame, "Area in mm, or in inches with a final 'in'")
       ->type_name("L,T,R,B[mm|in]");
-  scan.add_option("--paper", raw.paper, "Area of a sheet: A3 to A6, B4, B5, Letter, Legal, ...")
+  scan.add_option("--paper", raw.paper,
+                  "Area of a sheet: A4, B5, Letter, ...; default is A4 or Letter")
       ->type_name("NAME");
   scan.add_flag("--preview", raw.scan.preview, "A quick scan at the device's preview resolution");
   scan.add_option("--brightness", raw.scan.brightness, "-100 to 100 (0)")
@@ -194,9 +205,9 @@ void DeclareImage(CLI::App& scan, RawOptions& raw) {
   scan.add_option("--rotate", raw.rotate, "180 turns the written page")->type_name("DEGREES");
 }
 
-CLI::App* DeclareScan(CLI::App& app, RawOptions& raw) {
+void DeclareScan(CLI::App& app, RawOptions& raw) {
   CLI::App* scan = app.add_subcommand("scan", "Scan a page, or all pages of the feeder");
-  scan->add_option("DEVICE", raw.scan.device.name, "As in net:192.168.0.5")->type_name("");
+  scan->add_option("DEVICE", raw.scan.device.name, kDeviceHelp)->type_name("");
   scan->add_option("-o,--output", raw.output, "File for one page; - is standard output")
       ->type_name("FILE");
   scan->add_option("--format", raw.format, "png, tiff, pnm or pdf (what the file's name says)")
@@ -204,17 +215,25 @@ CLI::App* DeclareScan(CLI::App& app, RawOptions& raw) {
   scan->add_option("--batch", raw.batch, "All pages: page-%03d.png, or one .pdf or .tif")
       ->type_name("PATTERN");
   scan->add_flag("--json", raw.scan.json, "Say in JSON what was written, one object a page");
+  scan->add_flag("--trace", raw.scan.trace, "Write its TWAIN operations to standard error");
   DeclareImage(*scan, raw);
   scan->footer(kFooter);
-  return scan;
 }
 
-CLI::App* DeclareInfo(CLI::App& app, RawOptions& raw) {
+void DeclareTrace(CLI::App& app, RawOptions& raw) {
+  CLI::App* trace = app.add_subcommand(
+      "trace", "Scan a page into nothing and write its TWAIN operations to standard error");
+  trace->add_option("DEVICE", raw.scan.device.name, kDeviceHelp)->type_name("");
+  trace->add_flag("--json", raw.scan.json, "The operations as JSON, too, one object each");
+  DeclareImage(*trace, raw);
+  trace->footer(kFooter);
+}
+
+void DeclareInfo(CLI::App& app, RawOptions& raw) {
   CLI::App* info = app.add_subcommand("info", "Say what a device can do");
-  info->add_option("DEVICE", raw.info.device.name, "As in net:192.168.0.5")->type_name("");
+  info->add_option("DEVICE", raw.info.device.name, kDeviceHelp)->type_name("");
   info->add_flag("--json", raw.info.json, "As JSON");
   info->footer(kFooter);
-  return info;
 }
 
 // An empty value comes from a script's empty variable; taking it for a missing option would, for
@@ -228,12 +247,33 @@ void RefuseEmptyValues(const CLI::App& app) {
   }
 }
 
-Command FinishCommand(RawOptions& raw, bool is_scan, bool stdout_is_terminal) {
-  DeviceOptions& device = is_scan ? raw.scan.device : raw.info.device;
-  device.with = raw.with;
-  CheckDevice(device);
-  if (!is_scan) return raw.info;
-  return FinishScan(raw, stdout_is_terminal);
+void RefuseEmptyValuesOfVerbs(const CLI::App& app) {
+  RefuseEmptyValues(app);
+  for (const CLI::App* verb : app.get_subcommands()) RefuseEmptyValuesOfVerbs(*verb);
+}
+
+// The help of what was named last: `vox settings set --help` asks about set.
+std::string Help(const CLI::App& app) {
+  const CLI::App* asked = &app;
+  std::string before;
+  while (!asked->get_subcommands().empty()) {
+    before += (before.empty() ? "" : " ") + asked->get_name();
+    asked = asked->get_subcommands().front();
+  }
+  return asked->help(before);
+}
+
+Command FinishCommand(RawOptions& raw, const CLI::App& app, VerbParser& verbs,
+                      bool stdout_is_terminal) {
+  CheckVirtual(raw.with);
+  if (app.got_subcommand("scan") || app.got_subcommand("trace")) {
+    CheckDeviceName(raw.scan.device.name, raw.with);
+    return FinishScan(raw, app.got_subcommand("trace"), stdout_is_terminal);
+  }
+  if (!app.got_subcommand("info")) return verbs.Finish(raw.with);
+  CheckDeviceName(raw.info.device.name, raw.with);
+  raw.info.device.with = raw.with;
+  return raw.info;
 }
 
 std::string OneLine(std::string text) {
@@ -262,24 +302,25 @@ Command ParseCommandLine(const std::vector<std::string>& arguments, bool stdout_
   app.require_subcommand(0, 1);
   app.fallthrough();
   DeclareVirtual(app, raw);
-  const CLI::App* scan = DeclareScan(app, raw);
+  DeclareScan(app, raw);
+  DeclareTrace(app, raw);
   DeclareInfo(app, raw);
+  VerbParser verbs(app);
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
   try {
     app.parse(reversed);
   } catch (const CLI::CallForHelp&) {
-    const auto used = app.get_subcommands();
-    return TextAnswer{used.empty() ? app.help() : used.front()->help("vox")};
+    return TextAnswer{Help(app)};
   } catch (const CLI::CallForVersion&) {
     return TextAnswer{app.version() + "\n"};
   } catch (const CLI::ParseError& error) {
     throw UsageFailure(OneLine(error.what()) + "; see vox --help");
   }
-  if (app.get_subcommands().empty()) throw UsageFailure("say what to do: vox scan, or vox info");
-  RefuseEmptyValues(app);
-  RefuseEmptyValues(*app.get_subcommands().front());
+  if (app.get_subcommands().empty())
+    throw UsageFailure("say what to do, as in: vox discover, or vox scan; see vox --help");
+  RefuseEmptyValuesOfVerbs(app);
   if (app.count("--virtual-feeder") > 0) raw.with.feeder = raw.feeder;
-  return FinishCommand(raw, scan->parsed(), stdout_is_terminal);
+  return FinishCommand(raw, app, verbs, stdout_is_terminal);
 }
 
 }  // namespace vox::cli

@@ -32,7 +32,7 @@ struct VirtualOptions {
 };
 
 struct DeviceOptions {
-  std::string name;  // DEVICE as given; empty with --virtual
+  std::string name;  // DEVICE as given; empty with --virtual, and when it was left out
   VirtualOptions with;
 };
 
@@ -53,10 +53,50 @@ struct ScanOptions {
   bool duplex = false;
   bool turned = false;  // --rotate 180
   bool json = false;
+  bool trace = false;       // write the TWAIN operations of this scan to standard error
+  bool trace_only = false;  // vox trace: the page goes nowhere; json is about the operations
 };
 
 struct InfoOptions {
   DeviceOptions device;
+  bool json = false;
+};
+
+struct DiscoverOptions {
+  VirtualOptions with;
+  bool json = false;
+};
+
+struct ListOptions {
+  VirtualOptions with;
+  bool online = false;  // ask each whether it is on
+  bool json = false;
+};
+
+struct AddOptions {
+  DeviceOptions device;  // ADDRESS, with or without net: in front
+  bool json = false;
+};
+
+struct RemoveOptions {
+  DeviceOptions device;
+  bool json = false;
+};
+
+// vox register, and vox unregister.
+struct RegisterOptions {
+  bool wanted = true;              // false: unregister
+  std::vector<std::string> names;  // of devices, at least one unless all
+  bool all = false;
+  VirtualOptions with;
+  bool json = false;
+};
+
+struct SettingsOptions {
+  enum class Action { kGet, kSet, kReset, kList };  // kReset: back to the default
+  Action action = Action::kList;
+  std::string key, value;
+  VirtualOptions with;
   bool json = false;
 };
 
@@ -65,7 +105,8 @@ struct TextAnswer {
   std::string text;
 };
 
-using Command = std::variant<ScanOptions, InfoOptions, TextAnswer>;
+using Command = std::variant<ScanOptions, InfoOptions, DiscoverOptions, ListOptions, AddOptions,
+                             RemoveOptions, RegisterOptions, SettingsOptions, TextAnswer>;
 
 // ParseCommandLine reads the arguments behind the program's name. `stdout_is_terminal` decides
 // whether an image may go there when no file is named. Throws UsageFailure, one line.

@@ -11,12 +11,13 @@ namespace vox::cli {
 
 namespace {
 
-std::string MakeFolder(const std::string& subfolders) {
+std::string MakeFolder(const std::vector<std::string>& subfolders) {
   std::string path = TemporaryFolder() + "/vox-virtual-XXXXXX";
   if (::mkdtemp(path.data()) == nullptr) throw SpoolFailure("create a folder in", errno);
-  std::error_code error;
-  std::filesystem::create_directories(path + "/" + subfolders, error);
-  if (error) {
+  for (const std::string& subfolder : subfolders) {
+    std::error_code error;
+    std::filesystem::create_directories(path + "/" + subfolder, error);
+    if (!error) continue;
     PrivateFolder::Remove(path);
     throw SpoolFailure("create a folder in", error.value());
   }
@@ -25,7 +26,8 @@ std::string MakeFolder(const std::string& subfolders) {
 
 }  // namespace
 
-PrivateFolder::PrivateFolder(const std::string& subfolders) : path_(MakeFolder(subfolders)) {}
+PrivateFolder::PrivateFolder(const std::vector<std::string>& subfolders)
+    : path_(MakeFolder(subfolders)) {}
 
 PrivateFolder::~PrivateFolder() {
   Remove(path_);

@@ -5,13 +5,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace vox::cli {
 
 class PrivateFolder {
  public:
   // `subfolders` ("var/tmp") are made in it. Throws Failure.
-  explicit PrivateFolder(const std::string& subfolders);
+  explicit PrivateFolder(const std::vector<std::string>& subfolders);
   ~PrivateFolder();
   PrivateFolder(const PrivateFolder&) = delete;
   PrivateFolder& operator=(const PrivateFolder&) = delete;

@@ -3,15 +3,13 @@
 #include <cmath>
 #include <cstdio>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/vox/DeviceText.h"
 #include "tools/vox/Failure.h"
+#include "tools/vox/Json.h"
 
 namespace vox::cli {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr double kUnitsPerMillimetre = 10000.0 / kMillimetresPerInch;
 
@@ -53,11 +51,6 @@ Json Dpi(std::uint32_t x, std::uint32_t y) {
   return {{"x", x}, {"y", y}};
 }
 
-// Text of a device or of a file name as JSON takes it: UTF-8, what is none replaced.
-std::string Dump(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
 std::string Row(const char* name, const std::string& value) {
   char label[24];
   std::snprintf(label, sizeof label, "%-14s", name);
@@ -90,6 +83,13 @@ Json UnitJson(const tagSCANDEVINFO& unit) {
           {"resolution", Range(unit)}};
 }
 
+std::string RememberedRows(const DeviceInfo& device) {
+  if (device == nullptr) return {};
+  const auto text = [&](const char* key) { return CleanText(device->String(key).value_or("-")); };
+  return Row("Model", text(kDeviceModelNameKey)) + Row("Id", text(kDeviceIdKey)) +
+         Row("Registered", device->Truth(kDevicePushKey).value_or(true) ? "wanted" : "not wanted");
+}
+
 }  // namespace
 
 std::string DeviceWords(const DeviceReport& report) {
@@ -97,7 +97,7 @@ std::string DeviceWords(const DeviceReport& report) {
   std::string text =
       Row("Name", CleanText(report.name)) +
       Row("Address", CleanText(report.ip) + (report.is_virtual ? " (virtual)" : "")) +
-      Row("Modes", Joined(ModeNames(device))) +
+      RememberedRows(report.remembered) + Row("Modes", Joined(ModeNames(device))) +
       Row("Resolution", Pair(device.dwXResMin, device.dwYResMin) + " to " +
                             Pair(device.dwXResMax, device.dwYResMax) +
                             " dpi; others are made from these") +
@@ -110,7 +110,7 @@ std::string DeviceWords(const DeviceReport& report) {
 
 std::string DeviceJson(const DeviceReport& report) {
   const tagSCANDEVINFO& device = report.abilities.common;
-  Json json;
+  Json json = report.remembered != nullptr ? DeviceRecord(*report.remembered) : Json::object();
   json["name"] = report.name;
   json["type"] = "network";
   json["ip"] = report.ip;
@@ -130,7 +130,7 @@ std::string DeviceJson(const DeviceReport& report) {
                      {"bottom", FromUnits(device.dwRegularBottomMargin)}};
   json["supportedPapers"] = static_cast<std::uint32_t>(device.dwSupportPaper);
   json["compression"] = static_cast<std::uint32_t>(device.dwCompInfo);
-  return Dump(json);
+  return JsonLine(json);
 }
 
 std::string PageWords(const PageReport& report, const ScanPlan& plan) {
@@ -159,7 +159,7 @@ std::string PageJson(const PageReport& report, const ScanPlan& plan) {
                    {"bottom", Millimetres(plan.frame.bottom)}};
   json["rotated"] = report.turned ? 180 : 0;
   json["seconds"] = std::round(report.seconds * 1000) / 1000;
-  return Dump(json);
+  return JsonLine(json);
 }
 
 }  // namespace vox::cli

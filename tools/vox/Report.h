@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tools/vox/Request.h"
+#include "vox/DeviceDictionary.h"
 
 namespace vox::cli {
 
@@ -14,6 +15,7 @@ struct DeviceReport {
   std::string name, ip;
   bool is_virtual = false;
   Abilities abilities;
+  DeviceInfo remembered = nullptr;  // its record in the registry, or null
 };
 
 // DeviceWords and DeviceJson end in a newline; names are cleaned of control characters.

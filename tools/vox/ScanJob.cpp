@@ -3,21 +3,21 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <system_error>
 
 #include <unistd.h>
 
+#include "tools/vox/KnownDevices.h"
 #include "tools/vox/LineReducer.h"
+#include "tools/vox/Output.h"
 #include "tools/voxjobd/Starter.h"
+#include "vox/UserPreferences.h"
 
 namespace vox::cli {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-void Note(const std::string& line) {
-  std::fprintf(stderr, "vox: note: %s\n", line.c_str());
-}
 
 }  // namespace
 
@@ -28,13 +28,16 @@ ScanJob::ScanJob(const ScanOptions& options, OpenedDevice& device, CancelWatch& 
       watch_(watch),
       plan_(PlanScan(options, device.What())),
       files_(options, watch.Fd()),
-      progress_(::isatty(STDERR_FILENO) == 1) {}
+      progress_(!options.trace && ::isatty(STDERR_FILENO) == 1),
+      trace_(options.trace, options.trace_only && options.json ? PrintOut : TwainTrace::Sink()) {}
 
 void ScanJob::Run() {
   for (const std::string& note : plan_.notes) Note(note);
   CancelWatch::Attachment attachment(watch_, [this] { interface_.Abort(); });
   try {
+    trace_.Begin(plan_);
     ScanPages();
+    trace_.End();
   } catch (const Failure& failure) {
     StopJob(attachment);
     GiveUp(failure);
@@ -84,6 +87,7 @@ bool ScanJob::ScanPage(unsigned page) {
   files_.Open(page);
   progress_.Show(page, 0, plan_.page.height);  // the device may take a minute to begin
   const Clock::time_point start = Clock::now();
+  trace_.Page();
   StartPage(page);
   ReadPage(page);
   interface_.EndScan();
@@ -91,6 +95,7 @@ bool ScanJob::ScanPage(unsigned page) {
   const bool more = interface_.IsNextPageExist();
   if (watch_.Requested() || interface_.GetIfErrorStatus() != IF_ERR_STS_NONE) FailPage(page);
   progress_.Clear();
+  trace_.EndPage();
   const std::string path = files_.Path();
   files_.End();
   finished_.push_back({page, path, options_.format, options_.turned,
@@ -125,11 +130,14 @@ void ScanJob::ReadPage(unsigned page) {
       FailPage(page);
     writer.WriteLine(reducer.Reduce(line));
     progress_.Show(page, y + 1, plan_.page.height);
+    trace_.Lines(y + 1, y + 1 == plan_.page.height);
   }
 }
 
 void ScanJob::FailPage(unsigned page) {
+  if (watch_.Requested()) trace_.Cancel();
   if (watch_.Requested()) throw CancelledFailure();
+  trace_.Fail(interface_.GetIfErrorStatus());
   device_failed_ = true;
   const std::string what = page == 1 ? "scan" : "scan page " + std::to_string(page);
   throw DeviceFailure(what, device_.Label(), interface_.GetIfErrorStatus());
@@ -137,29 +145,48 @@ void ScanJob::FailPage(unsigned page) {
 
 void ScanJob::PrintReports() {
   for (const PageReport& page : finished_) {
-    if (options_.output != "-")
+    if (options_.output != "-" && !options_.trace_only)
       PrintOut(options_.json ? PageJson(page, plan_) : PageWords(page, plan_));
   }
   finished_.clear();
 }
 
+namespace {
+
+// A device that is named by its address counts as used, too, when it is remembered.
+void RememberUse(const OpenedDevice& device) {
+  if (device.IsVirtual()) return;
+  const DeviceInfo known =
+      device.Remembered() != nullptr ? device.Remembered() : RememberedAt(device.Address());
+  if (known == nullptr) return;
+  UserPreferences& preferences = UserPreferences::instance();
+  const auto id = known->String(kDeviceIdKey);
+  if (preferences.lastScannerDeviceId() == id) return;
+  preferences.setLastScannerDeviceId(id);
+  const StoreOutcome outcome = preferences.lastOutcome();
+  if (outcome.error != 0)
+    Note("cannot keep in " + CleanText(outcome.path) +
+         " which device was used last: " + std::generic_category().message(outcome.error));
+}
+
+}  // namespace
+
 void RunScan(const ScanOptions& options) {
   CancelWatch watch;
-  OpenedDevice device(options.device, options.duplex, watch);
+  const Premises premises(options.device.with, options.duplex, watch);
+  OpenedDevice device(options.device.name, premises);
   ScanJob(options, device, watch).Run();
+  RememberUse(device);
 }
 
 void RunInfo(const InfoOptions& options) {
   CancelWatch watch;
-  OpenedDevice device(options.device, false, watch);
-  const DeviceReport report{device.Name(), device.Address(), device.IsVirtual(), device.What()};
+  const Premises premises(options.device.with, false, watch);
+  OpenedDevice device(options.device.name, premises);
+  const DeviceReport report{device.Name(), device.Address(), device.IsVirtual(), device.What(),
+                            device.Remembered()};
   PrintOut(options.json ? DeviceJson(report) : DeviceWords(report));
   watch.Finish();
-}
-
-void PrintOut(const std::string& text) {
-  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-    throw FileFailure("write", "standard output", errno);
 }
 
 }  // namespace vox::cli

@@ -21,6 +21,7 @@
 #include "tools/vox/Progress.h"
 #include "tools/vox/Report.h"
 #include "tools/vox/Request.h"
+#include "tools/vox/TwainTrace.h"
 
 namespace vox::cli {
 
@@ -49,6 +50,7 @@ class ScanJob {
   ScanPlan plan_;
   PageFiles files_;
   Progress progress_;
+  TwainTrace trace_;
   bool device_failed_ = false;        // the failure on its way is the device's, not a file's
   std::vector<PageReport> finished_;  // pages whose file is not there yet
 };
@@ -56,8 +58,5 @@ class ScanJob {
 // RunScan and RunInfo carry a command out. They throw Failure.
 void RunScan(const ScanOptions& options);
 void RunInfo(const InfoOptions& options);
-
-// PrintOut writes a text to standard output and flushes it. Throws Failure.
-void PrintOut(const std::string& text);
 
 }  // namespace vox::cli

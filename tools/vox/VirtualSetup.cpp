@@ -12,7 +12,10 @@ namespace vox::cli {
 
 namespace {
 
-constexpr char kTemporary[] = "var/tmp";  // in the private folder; the lock file lies there too
+// In the private folder.
+constexpr char kTemporary[] = "var/tmp";  // the lock file lies there too
+constexpr char kShared[] = "var/lib/Veltronix Vox";
+constexpr char kOfTheUser[] = "config";
 
 Failure CannotStart(const std::string& what, const std::string& error) {
   return Failure(ExitStatus::kIoError, "cannot start " + what + ": " + CleanText(error));
@@ -44,8 +47,9 @@ sim::DeviceOptions Describe(const VirtualOptions& options, bool both_sides) {
 }  // namespace
 
 VirtualSetup::VirtualSetup(const VirtualOptions& options, bool both_sides)
-    : root_(kTemporary), device_(Describe(options, both_sides)) {
+    : root_({kTemporary, kShared, kOfTheUser}), device_(Describe(options, both_sides)) {
   ::setenv("VOX_ROOT", root_.Path().c_str(), 1);
+  ::setenv("XDG_CONFIG_HOME", (root_.Path() + "/" + kOfTheUser).c_str(), 1);
   ::setenv("TMPDIR", (root_.Path() + "/" + kTemporary).c_str(), 1);
   JobServerOptions doors;
   doors.device_port = 0;

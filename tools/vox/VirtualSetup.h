@@ -1,6 +1,7 @@
 // VirtualSetup is what --virtual stands for: a virtual device and a job server in threads of this
-// process, on free ports of loopback, and a private folder as VOX_ROOT and TMPDIR. Any number run
-// at once beside a real job server, as any user.
+// process, on free ports of loopback, and a private folder for settings and temporary files
+// (VOX_ROOT, XDG_CONFIG_HOME, TMPDIR). Any number run at once beside a real job server, as any
+// user.
 //
 // Thread rule: constructed before other threads use the library; destroyed after them.
 #pragma once
@@ -16,7 +17,7 @@ namespace vox::cli {
 
 class VirtualSetup {
  public:
-  // Sets VOX_ROOT, TMPDIR and the library's two ports. `both_sides` makes the pages fronts and
+  // Sets these variables and the library's two ports. `both_sides` makes the pages fronts and
   // backs of sheets in turn. Throws Failure: 9 (11 without permission) for a page file that cannot
   // be read, 9 for a device that cannot start, 64 for a fault that is none.
   VirtualSetup(const VirtualOptions& options, bool both_sides);

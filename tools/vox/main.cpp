@@ -1,4 +1,4 @@
-// vox: scans from the command line. See docs/vox.md.
+// vox: scanners from the command line. See docs/vox.md.
 #include <csignal>
 #include <cstdio>
 #include <new>
@@ -9,7 +9,9 @@
 
 #include "tools/vox/Failure.h"
 #include "tools/vox/Options.h"
+#include "tools/vox/Output.h"
 #include "tools/vox/ScanJob.h"
+#include "tools/vox/Verbs.h"
 
 namespace {
 
@@ -20,6 +22,24 @@ void Execute(const ScanOptions& options) {
 }
 void Execute(const InfoOptions& options) {
   RunInfo(options);
+}
+void Execute(const DiscoverOptions& options) {
+  RunDiscover(options);
+}
+void Execute(const ListOptions& options) {
+  RunList(options);
+}
+void Execute(const AddOptions& options) {
+  RunAdd(options);
+}
+void Execute(const RemoveOptions& options) {
+  RunRemove(options);
+}
+void Execute(const RegisterOptions& options) {
+  RunRegister(options);
+}
+void Execute(const SettingsOptions& options) {
+  RunSettings(options);
 }
 void Execute(const TextAnswer& answer) {
   PrintOut(answer.text);

@@ -126,7 +126,7 @@ TEST_F(CancelWatchDeathTest, WithoutAJobTheProgramEndsAtOnce) {
   ::setenv("TMPDIR", parent.c_str(), 1);
   CancelWatch watch;
   watch.Prepare([]() -> CancelWatch::Action {
-    static const PrivateFolder folder("var/tmp");
+    static const PrivateFolder folder({"var/tmp"});
     std::ofstream(folder.Path() + "/var/tmp/file") << "content";
     return [] { PrivateFolder::Remove(folder.Path()); };
   });
@@ -173,7 +173,7 @@ TEST_F(CancelWatchDeathTest, WhatWasIgnoredStaysIgnored) {
 TEST_F(CancelWatchTest, APrivateFolderIsPrivateAndGoesWithItsContents) {
   std::string path;
   {
-    const PrivateFolder folder("var/tmp");
+    const PrivateFolder folder({"var/tmp"});
     path = folder.Path();
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::owner_all);
     EXPECT_TRUE(std::filesystem::is_directory(path + "/var/tmp"));

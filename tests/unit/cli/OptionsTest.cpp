@@ -9,6 +9,7 @@
 #include "tests/support/OptionsIn.h"
 #include "tools/vox/Failure.h"
 #include "tools/vox/Options.h"
+#include "vox/UserPreferences.h"
 
 namespace vox::cli::test {
 namespace {
@@ -119,7 +120,8 @@ TEST(OptionsTest, TheManualTellsOfEveryOptionAndOfNoOther) {
   std::ifstream stream(VOX_SOURCE_DIR "/docs/vox.md");
   const std::string manual{std::istreambuf_iterator<char>(stream), {}};
   std::string help;
-  for (const char* line : {"--help", "scan --help", "info --help"})
+  for (const char* line : {"--help", "scan --help", "info --help", "trace --help", "list --help",
+                           "register --help", "settings set --help"})
     help += std::get<TextAnswer>(Parse(line)).text;
   EXPECT_EQ(vox::test::OptionsIn(manual), vox::test::OptionsIn(help));
 }
@@ -135,8 +137,19 @@ TEST(OptionsTest, MistakesGetOneLineThatNamesThem) {
       {"--virtual", "say what to do"},
       {"scan info --virtual", "info"},
       {"scann", "scann"},
-      {"scan -o a.png", "which device?"},
-      {"info", "which device?"},
+      {"add", "which device?"},
+      {"remove", "which device shall be forgotten?"},
+      {"register", "which devices?"},
+      {"unregister", "which devices?"},
+      {"register a --all", "leave the names out"},
+      {"register a --virtual", "leave a out"},
+      {"discover a", "a"},
+      {"list --virtual-feeder 2", "go with --virtual"},
+      {"settings", "subcommand"},
+      {"settings get", "KEY"},
+      {"settings set computerName", "what shall computerName be?"},
+      {"settings set computerName a --default", "exclude each other"},
+      {"trace -o a.png", "-o"},
       {"scan net:a --virtual -o a.png", "leave net:a out"},
       {"scan net:a -o a.png --virtual-feeder 2", "go with --virtual"},
       {"scan net:a net:b -o a.png", "net:b"},
@@ -154,7 +167,7 @@ TEST(OptionsTest, MistakesGetOneLineThatNamesThem) {
       {"scan net:a -o a.png --resolution -300", "--resolution -300"},
       {"scan net:a -o a.png --frame 1,2,3", "four numbers"},
       {"scan net:a -o a.png --frame 0,0,10,10cm", "mm or in"},
-      {"scan net:a -o a.png --paper A9", "choose one of A3"},
+      {"scan net:a -o a.png --paper A11", "choose default or one of"},
       {"scan net:a -o a.png --paper A4 --frame 0,0,1,1", "give one of the two"},
       {"scan net:a -o a.png --brightness 101", "brightness"},
       {"scan net:a -o a.png --contrast x", "contrast"},
@@ -181,6 +194,42 @@ TEST(OptionsTest, ATerminalGetsNoImage) {
   EXPECT_THAT(Refusal("scan net:a", true), HasSubstr("Name a file"));
   EXPECT_THAT(Refusal("scan net:a -o -", true), HasSubstr("nothing for a terminal"));
   EXPECT_EQ(Scan("-o a.png", true).output, "a.png");
+}
+
+TEST(OptionsTest, ADeviceMayBeLeftOutOfAScan) {
+  EXPECT_EQ(std::get<ScanOptions>(Parse("scan -o a.png")).device.name, "");
+  EXPECT_EQ(std::get<InfoOptions>(Parse("info")).device.name, "");
+}
+
+TEST(OptionsTest, VerbsOfDevicesCarryWhatWasAsked) {
+  EXPECT_TRUE(std::get<DiscoverOptions>(Parse("discover --json")).json);
+  EXPECT_TRUE(std::get<ListOptions>(Parse("list --online")).online);
+  EXPECT_EQ(std::get<AddOptions>(Parse("add 10.0.0.1")).device.name, "10.0.0.1");
+  EXPECT_TRUE(std::get<AddOptions>(Parse("add --virtual")).device.with.on);
+  EXPECT_EQ(std::get<RemoveOptions>(Parse("remove office --json")).device.name, "office");
+  const auto both = std::get<RegisterOptions>(Parse("register a b"));
+  EXPECT_TRUE(both.wanted && !both.all);
+  EXPECT_THAT(both.names, ElementsAre("a", "b"));
+  const auto all = std::get<RegisterOptions>(Parse("unregister --all --json"));
+  EXPECT_TRUE(!all.wanted && all.all && all.json);
+}
+
+TEST(OptionsTest, SettingsAreReadChangedForgottenAndListed) {
+  using Action = SettingsOptions::Action;
+  const auto get = std::get<SettingsOptions>(Parse("settings get computerName"));
+  EXPECT_TRUE(get.action == Action::kGet && get.key == "computerName");
+  const auto set = std::get<SettingsOptions>(Parse("settings set computerName desk --json"));
+  EXPECT_TRUE(set.action == Action::kSet && set.value == "desk" && set.json);
+  EXPECT_EQ(std::get<SettingsOptions>(Parse("settings set computerName --default")).action,
+            Action::kReset);
+  EXPECT_EQ(std::get<SettingsOptions>(Parse("settings list --virtual")).action, Action::kList);
+}
+
+TEST(OptionsTest, ATraceNeedsNoFile) {
+  const auto trace = std::get<ScanOptions>(Parse("trace net:a --mode gray --json", true));
+  EXPECT_TRUE(trace.trace && trace.trace_only && trace.json);
+  EXPECT_TRUE(Scan("-o a.png --trace").trace);
+  EXPECT_FALSE(Scan("-o a.png --trace").trace_only);
 }
 
 // As a script's empty variable gives them: -o "$FILE".
@@ -232,7 +281,9 @@ TEST(FrameTest, PapersHaveTheirStandardSizes) {
   EXPECT_DOUBLE_EQ(PaperFrame("LETTER")->bottom, 11);
   EXPECT_DOUBLE_EQ(PaperFrame("legal")->bottom, 14);
   EXPECT_DOUBLE_EQ(PaperFrame("B5")->bottom, 257 / 25.4);
-  EXPECT_FALSE(PaperFrame("A9"));
+  EXPECT_FALSE(PaperFrame("A11"));
+  const bool metric = UserPreferences::instance().isMetricMeasurementUnits();
+  EXPECT_DOUBLE_EQ(PaperFrame("default")->right, PaperFrame(metric ? "A4" : "Letter")->right);
   for (const std::string& name : PaperNames()) {
     ASSERT_TRUE(PaperFrame(name)) << name;
     EXPECT_LT(PaperFrame(name)->Width(), PaperFrame(name)->Height()) << name << " stands upright";

@@ -1,0 +1,43 @@
+// Which remembered device a DEVICE of the command line means.
+//
+// Thread rule: pure functions, but for FindDevice, which is the main thread's.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "vox/DeviceDictionary.h"
+
+namespace vox::cli {
+
+// MatchDevices gives the devices that `text` may mean: those whose id, name or address it is; else
+// those of which one of these begins with it. Capitals count as small letters. Empty text means
+// none.
+DeviceInfoArray MatchDevices(const DeviceInfoArray& known, const std::string& text);
+
+// ChooseDevice gives the one device that `text` means. Throws Failure 4: no device, with what to
+// do; several, with their names.
+DeviceInfo ChooseDevice(const DeviceInfoArray& known, const std::string& text);
+
+// UsualDevice is the device when none was named: the only one, else the one used last. Throws
+// Failure 4.
+DeviceInfo UsualDevice(const DeviceInfoArray& known, const std::optional<std::string>& last_used);
+
+// DeviceTarget is the device of a command.
+struct DeviceTarget {
+  std::string label;      // for messages
+  std::string address;    // dotted
+  DeviceInfo remembered;  // null for one that was named by net:ADDRESS
+};
+
+// FindDevice gives the device that DEVICE names; empty is one that was left out. Throws Failure.
+DeviceTarget FindDevice(const std::string& name);
+
+// FindRemembered is FindDevice for commands about what is remembered: net:ADDRESS is the remembered
+// device with that address.
+DeviceTarget FindRemembered(const std::string& name);
+
+// RememberedAt gives the remembered device with that dotted address, or null.
+DeviceInfo RememberedAt(const std::string& address);
+
+}  // namespace vox::cli

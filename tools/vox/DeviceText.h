@@ -1,0 +1,24 @@
+// What vox says about a remembered or found device: for people, and as JSON with the keys of the
+// device dictionary.
+//
+// Thread rule: pure functions.
+#pragma once
+
+#include <string>
+
+#include "tools/vox/Json.h"
+#include "vox/DeviceDictionary.h"
+
+namespace vox::cli {
+
+// DeviceName is how messages name a device: "Office (192.168.0.5)"; its id when it has no name.
+// Control characters are replaced.
+std::string DeviceName(const Dictionary& device);
+
+// DeviceLine is a row of a list: address, name, model, id, and what `behind` says; with a newline.
+std::string DeviceLine(const Dictionary& device, const std::string& behind);
+
+// DeviceRecord has those of the device dictionary's keys that the device has.
+Json DeviceRecord(const Dictionary& device);
+
+}  // namespace vox::cli

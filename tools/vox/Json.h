@@ -1,0 +1,22 @@
+// JSON as vox prints it: one object a line, keys in the order that docs/vox.md has.
+//
+// Thread rule: pure functions.
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "vox/platform/PropertyValue.h"
+
+namespace vox::cli {
+
+using Json = nlohmann::ordered_json;
+
+// JsonLine gives the text with a newline behind; bytes of a text that are no UTF-8 are replaced.
+std::string JsonLine(const Json& json);
+
+// ValueJson gives a stored value: data as hexadecimal text, dates in seconds since 1970.
+Json ValueJson(const PropertyValue& value);
+
+}  // namespace vox::cli

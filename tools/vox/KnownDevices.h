@@ -1,0 +1,40 @@
+// The registry of devices as commands use it: what the library keeps quiet about the settings' file
+// is told to a person.
+//
+// Thread rule: the main thread.
+#pragma once
+
+#include <string>
+
+#include "tools/vox/Failure.h"
+#include "vox/DevicesManager.h"
+
+namespace vox::cli {
+
+inline constexpr char kUserDomain[] = "com.veltronix.vox";  // of the user's own settings
+
+// OpenRegistry gives the registry. A damaged file of settings, the shared or the user's own, is
+// kept aside and reported, a line on standard error, once; it counts as empty.
+DevicesManager& OpenRegistry();
+
+// BeforeSharedChange makes sure that a change of the shared settings loses nothing. Throws Failure
+// for a file that may not be read, and for a damaged one that cannot be kept.
+void BeforeSharedChange();
+
+// AfterChange throws Failure when the change of a store that this thread made last was not written.
+void AfterChange();
+
+// SharedFailure describes trouble with the shared settings: `what` is the verb ("write"), `error`
+// an errno. Where permission is missing the advice is the group to join.
+Failure SharedFailure(const std::string& what, const std::string& path, int error);
+
+// SortedDevices gives the known devices by name, then by id.
+DeviceInfoArray SortedDevices(const DevicesManager& registry);
+
+// Note writes a line for the user on standard error.
+void Note(const std::string& line);
+
+// NoteNoPings says that this machine permits no pings, and what that means.
+void NoteNoPings();
+
+}  // namespace vox::cli
