@@ -75,9 +75,10 @@ void DevicesManager::appendOneDeviceInfo(const DeviceInfo& found) {
   const auto id = found != nullptr ? found->String(kDeviceIdKey) : std::nullopt;
   if (!id) return;
   bool save = false;
-  DeviceInfo& stored = m_knownDevices[*id];
+  DeviceInfo stored = infoForDevice(*id);
   if (stored == nullptr) {
     stored = std::make_shared<Dictionary>(*found);
+    m_knownDevices[*id] = stored;
     save = true;
   } else if (is_device_of_type(*found, kDeviceTypeNetwork)) {
     const bool moved = take_over(*stored, *found, kDeviceIpKey);

@@ -13,8 +13,7 @@
 // Stored records are not trusted: one that is no dictionary, or has no text as "deviceId", is left
 // out when the registry loads.
 // Errors: nothing is reported but nil, null or NO. A program that wants to know whether a record
-// was
-//         written asks UserPreferences::lastOutcome.
+//         was written asks UserPreferences::lastOutcome.
 // Thread rule: instance() from any thread; all else from one thread at a time. A search that runs
 // on another thread hands its result to appendDevices on the client's.
 #pragma once
@@ -89,7 +88,9 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
   // devices of other types than "network" that are on line, then the network devices that answer an
   // echo request and are on line, both in the list's order. Where echo requests are not permitted
   // no network device answers one; network_ping_permitted (searchping.h) tells.
-  // delegate: asked before each device; once it is cancelled the result is what was found so far.
+  // delegate: asked before each device and every 0.1 s while answers are awaited; once it is
+  //           cancelled the result is what was found so far.
+  // Returns: nothing when there is no memory for the test.
   DeviceInfoArray filterOnlineDevicesCancelDelegate(const DeviceInfoArray& devices,
                                                     CancelDelegate* delegate) const;
 

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <new>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -40,7 +41,7 @@ class online_test {
   // wait gives the answer of one device; nothing when the delegate is cancelled first.
   std::optional<bool> wait(std::size_t index, CancelDelegate* delegate) VOX_EXCLUDES(mutex) {
     if (is_cancelled(delegate)) return std::nullopt;
-    if (!has_thread) return is_online(devices[index]);
+    if (!has_thread) return answers_question(devices[index]);
     MutexLock lock(mutex);
     while (!answers[index]) {
       answered.WaitFor(lock, ONLINE_CANCEL);
@@ -57,10 +58,17 @@ class online_test {
 
   void ask(std::size_t index) VOX_EXCLUDES(mutex) {
     const NetInterrupt hurry(cancelled.Get(), 0);
-    const bool online = !cancelled.IsRaised() && is_online(devices[index]);
+    const bool online = !cancelled.IsRaised() && answers_question(devices[index]);
     const MutexLock lock(mutex);
     answers[index] = online;
     answered.NotifyOne();
+  }
+
+  // A device that there is no memory to ask is off.
+  bool answers_question(const DeviceInfo& device) const try {
+    return is_online(device);
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 
   const DeviceInfoArray devices;
@@ -101,7 +109,8 @@ bool DevicesManager::searchDevices(CancelDelegate* delegate) {
 }
 
 DeviceInfoArray DevicesManager::filterOnlineDevicesCancelDelegate(const DeviceInfoArray& devices,
-                                                                  CancelDelegate* delegate) const {
+                                                                  CancelDelegate* delegate) const
+    try {
   const auto is_online = [this](const DeviceInfo& info) {
     return isDeviceOnline(info->String(kDeviceIdKey));
   };
@@ -123,6 +132,8 @@ DeviceInfoArray DevicesManager::filterOnlineDevicesCancelDelegate(const DeviceIn
     if (*answer) online.push_back(alive[i]);
   }
   return online;
+} catch (const std::bad_alloc&) {
+  return {};
 }
 
 }  // namespace vox

@@ -1,27 +1,42 @@
 #include "tests/support/NoMemory.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 namespace vox::test {
 namespace {
 
-thread_local bool none_left = false;
+constexpr int kEndless = std::numeric_limits<int>::max();
+
+std::atomic<int> left_in_new_threads = kEndless;
+thread_local int left = left_in_new_threads;  // calls that do not fail; kEndless: all
 
 }  // namespace
 
-NoMemory::NoMemory() {
-  none_left = true;
+NoMemory::NoMemory(int spared) {
+  left = spared;
 }
 NoMemory::~NoMemory() {
-  none_left = false;
+  left = kEndless;
+}
+
+NoMemoryInNewThreads::NoMemoryInNewThreads() {
+  left = kEndless;  // this thread is none of them
+  left_in_new_threads = 0;
+}
+NoMemoryInNewThreads::~NoMemoryInNewThreads() {
+  left_in_new_threads = kEndless;
 }
 
 namespace {
 
 void* Memory(std::size_t size) {
-  void* const block = none_left ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+  const bool spared = left > 0;
+  if (spared && left != kEndless) --left;
+  void* const block = spared ? std::malloc(std::max<std::size_t>(size, 1)) : nullptr;
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }

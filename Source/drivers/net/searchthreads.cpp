@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <functional>
 #include <new>
 #include <system_error>
 
@@ -44,9 +45,10 @@ void run_all(int count, int limit, const std::function<void(int)>& work) {
   const auto run = [&] {
     for (int i = next++; i < count; i = next++) work(i);
   };
+  // Given by reference, which takes no memory: nothing may throw beside threads that run.
   std::vector<std::thread> helpers;
   const int wanted = std::min(count, limit) - 1;
-  while (static_cast<int>(helpers.size()) < wanted && start_thread(&helpers, run)) {
+  while (static_cast<int>(helpers.size()) < wanted && start_thread(&helpers, std::ref(run))) {
   }
   run();
   for (std::thread& helper : helpers) helper.join();

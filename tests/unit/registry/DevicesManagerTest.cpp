@@ -1,6 +1,8 @@
 // What the registry keeps, merges, stores and hands out.
 #include <limits>
+#include <new>
 
+#include "tests/support/NoMemory.h"
 #include "tests/unit/registry/Registry.h"
 
 namespace vox {
@@ -59,6 +61,15 @@ TEST_F(Registry, APushFlagThatIsFalseStays) {
   EXPECT_EQ(Manager().infoForDevice("m")->Boolean("isNetworkPushEnabled"), false);
   Manager().appendOneDeviceInfo(Network("m", "10.0.0.2", "A"));
   EXPECT_EQ(StoredDevice("m")->Boolean("isNetworkPushEnabled"), false);
+}
+
+TEST_F(Registry, AKnownDeviceWithoutAPushFlagGetsItBackUnsaved) {
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  Manager().infoForDevice("m")->Remove("isNetworkPushEnabled");
+  Manager().saveDeviceInfo("m");
+  Manager().appendOneDeviceInfo(Network("m", "10.0.0.1", "A"));
+  EXPECT_EQ(Manager().infoForDevice("m")->Boolean("isNetworkPushEnabled"), true);
+  EXPECT_FALSE(StoredDevice("m")->Contains("isNetworkPushEnabled"));
 }
 
 TEST_F(Registry, AUsbDeviceGetsNoPushFlag) {
@@ -161,6 +172,35 @@ TEST_F(Registry, OnlyKeysThatBeginWithDeviceAreRecords) {
   Store("computerName", "desk");
   Reload();
   EXPECT_EQ(Ids(Manager().knownDevices()), std::set<std::string>{"SN1"});
+}
+
+TEST_F(Registry, ARecordCountsUnderItsOwnIdWhateverItsKey) {
+  Store("Device.elsewhere", *Usb("SN1"));
+  Reload();
+  EXPECT_EQ(Ids(Manager().knownDevices()), std::set<std::string>{"SN1"});
+  EXPECT_EQ(Manager().infoForDevice("elsewhere"), nullptr);
+}
+
+TEST_F(Registry, AStoredLocationIsMadeAnew) {
+  Dictionary stored = *Network("m", "10.0.0.1", "A");
+  stored.Set("location", "B (10.0.0.2)");
+  Store("Device.m", stored);
+  Reload();
+  EXPECT_EQ(Manager().infoForDevice("m")->String("location"), "A (10.0.0.1)");
+  EXPECT_EQ(StoredDevice("m")->String("location"), "B (10.0.0.2)") << "nothing is written back";
+}
+
+TEST_F(Registry, ADeviceThatThereIsNoMemoryToKeepLeavesNoGap) {
+  const auto found = std::make_shared<Dictionary>(Dictionary{{"deviceId", "SN1"}});
+  for (int spared = 0; spared < 3; ++spared) {
+    try {
+      const test::NoMemory none(spared);
+      Manager().appendOneDeviceInfo(found);
+    } catch (const std::bad_alloc&) {
+    }
+    for (const DeviceInfo& info : Manager().knownDevices()) ASSERT_NE(info, nullptr);
+    Manager().removeDevice("SN1");
+  }
 }
 
 TEST_F(Registry, RecordsOfTheWrongTypesAreLeftOut) {

@@ -2,12 +2,14 @@
 #include <chrono>
 
 #include "sim/VirtualDevice.h"
+#include "tests/support/NoMemory.h"
 #include "tests/support/UdpPeer.h"
 #include "tests/unit/registry/Registry.h"
 #include "vox/SearchOnline.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/reg_all_dev.h"
 #include "vox/drivers/net/searchping.h"
+#include "vox/drivers/net/searchregister.h"
 
 namespace vox {
 namespace {
@@ -82,6 +84,34 @@ TEST_F(Online, ACancelledFilterAsksNobody) {
   EXPECT_TRUE(device.Events().All().empty());
 }
 
+// Says yes at the second question alone.
+class CancelledOnce final : public CancelDelegate {
+ public:
+  bool isCancelled() override { return ++asked_ == 2; }
+
+ private:
+  int asked_ = 0;
+};
+
+TEST_F(Online, ACancelEndsTheListButThoseBeforeItAreStillAsked) {
+  if (!network_ping_permitted()) GTEST_SKIP() << "ping is not permitted here";
+  Add("127.0.0.1", "A");
+  Add("127.0.0.2", "B");
+  const DeviceInfoArray list = {Know("a", "127.0.0.1", "A"), Know("b", "127.0.0.2", "B")};
+  CancelledOnce once;
+  EXPECT_EQ(Filter(list, &once), DeviceInfoArray{list[0]});
+}
+
+TEST_F(Online, ADeviceThatThereIsNoMemoryToAskIsOff) {
+  if (!network_ping_permitted()) GTEST_SKIP() << "ping is not permitted here";
+  settings_.emplace(std::uint16_t{9}, 100'000);  // nobody is there; 300 s for an answer
+  const DeviceInfoArray list = {Know("a", "127.0.0.8", "A"), Know("b", "127.0.0.9", "B")};
+  const test::Stopwatch watch;
+  const test::NoMemoryInNewThreads none;
+  EXPECT_TRUE(Filter(list).empty());
+  EXPECT_LT(watch.Elapsed(), std::chrono::seconds(30));
+}
+
 TEST_F(Online, ACancelEndsTheWaitForADeviceThatDoesNotAnswer) {
   if (!network_ping_permitted()) GTEST_SKIP() << "ping is not permitted here";
   Add("127.0.0.1", "A");  // at 127.0.0.9 only the kernel answers
@@ -131,6 +161,19 @@ TEST_F(Online, RegisteringAllListsThoseThatRefuse) {
   EXPECT_EQ(good.Registrations().size(), 1u);
   EXPECT_TRUE(bad.Registrations().empty());
   EXPECT_EQ(unwanted.Events().Count(sim::EventKind::kRegister), 0u);
+}
+
+TEST_F(Online, RegisteringAllWaitsForTheSilentOnesAtTheSameTime) {
+  test::UdpPeer silent(test::Silent(), "0.0.0.0");
+  settings_.emplace(silent.Port(), 40);  // 0.36 s for an answer
+  for (int i = 1; i <= REG_THREADS; ++i) {
+    const std::string address = "127.0.1." + std::to_string(i);
+    Know(address, address, "Mute");
+  }
+  const test::Stopwatch watch;
+  EXPECT_TRUE(reg_all_dev().empty()) << "silence is no refusal";
+  EXPECT_EQ(silent.Requests().size(), 3u * REG_THREADS);
+  EXPECT_LT(watch.Elapsed(), std::chrono::seconds(3)) << "one after the other they take 5.8 s";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/NoMemory.h"
 #include "tests/unit/search/Street.h"
 #include "vox/drivers/net/searchdevice.h"
 #include "vox/drivers/net/searchthreads.h"
@@ -182,6 +183,18 @@ TEST(RunAll, DoesEveryWorkOnce) {
       run_all(count, limit, [&runs](int i) { ++runs[static_cast<std::size_t>(i)]; });
       for (const auto& run : runs) EXPECT_EQ(run, 1);
     }
+  }
+}
+
+TEST(RunAll, DoesEveryWorkOnceWhateverMemoryIsLeftForThreads) {
+  for (int spared = 0; spared < 12; ++spared) {
+    std::atomic<int> runs = 0;
+    const std::function<void(int)> work = [&runs](int) { ++runs; };
+    {
+      const NoMemory none(spared);
+      run_all(6, 6, work);
+    }
+    EXPECT_EQ(runs, 6) << spared;
   }
 }
 

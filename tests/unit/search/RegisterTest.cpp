@@ -224,6 +224,23 @@ TEST_F(Panel, UnregisteringNeedsASupportedModel) {
   EXPECT_THAT(Commands(), IsEmpty());
 }
 
+TEST_F(Panel, UnregisteringFailsWithoutParameters) {
+  Answers(Silent());
+  IsModel("QD7200");
+  const auto by_name = std::make_shared<Dictionary>(Dictionary{{"ip", "localhost"}});
+  EXPECT_EQ(unregisterOnDevice(by_name), RegistrationResult_Failed) << "no dotted address";
+  EXPECT_TRUE(reg_one_dev(by_name)) << "only a wanted registration can fail";
+  EXPECT_THAT(Commands(), IsEmpty());
+}
+
+TEST_F(Panel, ADeviceThatIsNotWantedIsUnregistered) {
+  Answers(Silent());
+  IsModel("QD7200");
+  EXPECT_TRUE(reg_one_dev(Device(false)));
+  ASSERT_THAT(AwaitCommand(), SizeIs(1));
+  EXPECT_EQ(Commands()[0][15], REG_CMD_UNREGISTER);
+}
+
 TEST_F(Panel, PushIsATruthThatMayBeANumber) {
   Answers(Replies({0xE4}));
   IsModel("QD7200");

@@ -133,6 +133,13 @@ TEST(NetworkSearch, ADeviceThatAnswersTwiceIsAskedAndListedOnce) {
   EXPECT_EQ(street.Questions(0), 4u);
 }
 
+TEST(NetworkSearch, ADeviceThatFailedIsAskedAgainWhenItAnswersAgain) {
+  Street street;
+  street.Add(Resident(Home(2)).Lacks(kNameOid).Cries(2).After(milliseconds(200)));
+  EXPECT_THAT(street.Search(), IsEmpty());
+  EXPECT_EQ(street.Questions(0), 8u);
+}
+
 TEST(NetworkSearch, TheLaterOfTwoAddressesOfADeviceStays) {
   Street street;
   street.Add(Resident(Home(2)).Mac(Hex("02 00 00 00 00 01")))
