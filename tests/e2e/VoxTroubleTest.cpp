@@ -25,12 +25,14 @@ TEST_F(VoxScan, MistakesInOptionsAreSixtyFour) {
   ExpectFailure("-o a.xyz", 64, "a.xyz");
   ExpectFailure("-o a.png --virtual-fault nonsense", 64, "nonsense");
   EXPECT_EQ(vox_.Run("").status, 64);
+  EXPECT_EQ(vox_.Run("add").status, 64);
   EXPECT_EQ(vox_.Run("--help").status, 0);
 }
 
 TEST_F(VoxScan, WhatTheDeviceCannotDoIsFour) {
   ExpectFailure("-o a.png --frame 500,0,600,100", 4, "beside the bed");
   EXPECT_EQ(vox_.Run("scan net:no-such-host.invalid -o a.png").status, 4);
+  EXPECT_EQ(vox_.Run("scan usb:1 -o a.png").status, 4);
 }
 
 struct Fault {
