@@ -58,8 +58,10 @@ class StormTest : public SessionTest {
     return [this](FakeTransport&) {
       Dice dice(seed_ + static_cast<unsigned>(draws_++));
       dice.Dawdle();
-      if (dice.OneIn(300)) throw std::runtime_error("in mid page");
-      return dice.OneIn(150) ? -1 : 0;
+      const bool throws = dice.OneIn(300), fails = throws || dice.OneIn(150);
+      if (fails) ++failures_;
+      if (throws) throw std::runtime_error("in mid page");
+      return fails ? -1 : 0;
     };
   }
 
@@ -104,7 +106,9 @@ class StormTest : public SessionTest {
     EXPECT_EQ(device_->ends, started_) << "seed " << seed_;
     EXPECT_LE(device_->m_semaphore.Value(), 1u);
     EXPECT_EQ(footprint_.SetsLeft(), 0u) << "seed " << seed_;
-    EXPECT_EQ(LinesLogged("Sem post fail!\n"), 0) << "seed " << seed_ << ": nothing failed to post";
+    // A page that fails by itself takes the semaphores from who posts; one that is stopped does
+    // not.
+    EXPECT_LE(LinesLogged("Sem post fail!\n"), failures_) << "seed " << seed_;
   }
 
   const unsigned seed_ = FromEnvironment("VOX_STORM_SEED", 20260101);
@@ -112,6 +116,7 @@ class StormTest : public SessionTest {
   const tagTWSCANPARAM request_ = RequestFor({8, 30, kLines, 300, 300});
   std::atomic<unsigned> draws_{0};
   std::atomic<int> started_{0};
+  std::atomic<int> failures_{0};  // of lines
 };
 
 TEST_F(StormTest, OneClient) {
