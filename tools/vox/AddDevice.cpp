@@ -39,7 +39,7 @@ std::string Label(const std::string& given, const std::string& address) {
 
 DeviceInfo AskWho(const std::string& given, const std::string& address) {
   bool answered = false;
-  const DeviceInfo device = getNetworkDeviceInfo(&answered, address.c_str());
+  DeviceInfo device = getNetworkDeviceInfo(&answered, address.c_str());
   if (device != nullptr) return device;
   if (!answered) FailSilent(Label(given, address));
   FailToAdd(Label(given, address), address);

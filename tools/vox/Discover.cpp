@@ -148,7 +148,7 @@ class Discovery {
       Note(
           "nobody answered; check that devices are on and in this network, or name one's address " +
           std::string("with vox add"));
-    if (unsaved_) throw *unsaved_;
+    if (unsaved_) throw Failure(*unsaved_);
   }
 
  private:

@@ -16,7 +16,7 @@ std::string MakeFolder(const std::vector<std::string>& subfolders) {
   if (::mkdtemp(path.data()) == nullptr) throw SpoolFailure("create a folder in", errno);
   for (const std::string& subfolder : subfolders) {
     std::error_code error;
-    std::filesystem::create_directories(path + "/" + subfolder, error);
+    std::filesystem::create_directories(std::filesystem::path(path) / subfolder, error);
     if (!error) continue;
     PrivateFolder::Remove(path);
     throw SpoolFailure("create a folder in", error.value());

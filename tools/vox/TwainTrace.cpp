@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 
 #include "tools/vox/Json.h"
 #include "tools/vox/TwainCodes.h"
@@ -100,6 +101,14 @@ void TwainTrace::Cancel() {
   if (!begun_) return;
   page_ = true;
   Do({kImage, kImageMemoryTransfer, kGet, 0, kCancelled});
+}
+
+TwainTrace::~TwainTrace() {
+  try {
+    End();
+  } catch (const std::exception&) {  // another failure may be on its way out
+    begun_ = false;
+  }
 }
 
 void TwainTrace::End() {
