@@ -589,44 +589,5 @@ TEST_F(PipelineTest, TwoScannersAtOnce) {
   EXPECT_TRUE(other.EndScan());
 }
 
-// waitLine alone, with a set of its own.
-class WaitLineTest : public testing::Test {
- protected:
-  WaitLineTest() { data_.semid = create_line_semaphores(); }
-  ~WaitLineTest() override { remove_semaphores(data_.semid); }
-  __DataContainer data_;
-};
-
-TEST_F(WaitLineTest, ReadyLineTakesNoPost) {
-  data_.CurLineReady = 5;
-  EXPECT_TRUE(waitLine(&data_, 5));
-  EXPECT_TRUE(waitLine(&data_, 0));
-}
-
-TEST_F(WaitLineTest, PostsBeforeTheLineAreTakenAndWaitedAgain) {
-  auto waiter = std::async(std::launch::async, [this] { return waitLine(&data_, 2); });
-  for (int line = 0; line < 3; ++line) {
-    data_.CurLineReady = line;
-    ASSERT_EQ(post_semaphore(data_.semid, kSemScaledLine), SemResult::kDone);
-  }
-  EXPECT_TRUE(waiter.get());
-}
-
-TEST_F(WaitLineTest, PostWhileNoLineIsReadyIsWaitedAgain) {
-  ASSERT_EQ(post_semaphore(data_.semid, kSemScaledLine), SemResult::kDone);
-  auto waiter = std::async(std::launch::async, [this] { return waitLine(&data_, 0); });
-  ASSERT_TRUE(Eventually([this] { return ::semctl(data_.semid, kSemScaledLine, GETNCNT) == 1; }));
-  data_.CurLineReady = 0;
-  ASSERT_EQ(post_semaphore(data_.semid, kSemScaledLine), SemResult::kDone);
-  EXPECT_TRUE(waiter.get());
-}
-
-TEST_F(WaitLineTest, RemovedSetIsFalse) {
-  auto waiter = std::async(std::launch::async, [this] { return waitLine(&data_, 0); });
-  ASSERT_TRUE(Eventually([this] { return ::semctl(data_.semid, kSemScaledLine, GETNCNT) == 1; }));
-  remove_semaphores(data_.semid.exchange(kNoSemaphores));
-  EXPECT_FALSE(waiter.get());
-}
-
 }  // namespace
 }  // namespace vox::test

@@ -27,6 +27,16 @@ class OnALan : public ::testing::Test {
     devices_.push_back(std::make_unique<VirtualDevice>(options));
     ASSERT_TRUE(devices_.back()->Start()) << devices_.back()->Error();
   }
+  // Takes two answers and gives where they come from.
+  static std::set<std::string> SendersOfTwo(Asker& asker) {
+    std::set<std::string> senders;
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_FALSE(asker.Take().empty());
+      senders.insert(asker.Sender());
+      EXPECT_EQ(asker.SenderPort(), 161);
+    }
+    return senders;
+  }
   Lan lan_{4};
   std::vector<std::unique_ptr<VirtualDevice>> devices_;
 };
@@ -42,13 +52,7 @@ TEST_F(OnALan, ABroadcastIsAnsweredFromTheDevicesOwnAddressByWhoeverHearsIt) {
   const Inside inside(Host());
   Asker asker;
   asker.Ask("255.255.255.255", 161);
-  std::set<std::string> senders;
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_FALSE(asker.Take().empty());
-    senders.insert(asker.Sender());
-    EXPECT_EQ(asker.SenderPort(), 161);
-  }
-  EXPECT_EQ(senders, (std::set<std::string>{"10.77.0.2", "10.77.0.3"}));
+  EXPECT_EQ(SendersOfTwo(asker), (std::set<std::string>{"10.77.0.2", "10.77.0.3"}));
   EXPECT_TRUE(asker.Take(kMoment).empty()) << "and one answer each";
 }
 
@@ -67,12 +71,7 @@ TEST_F(OnALan, DevicesOfOneMachineAllHearABroadcast) {
   const Inside inside(Host());
   Asker asker;
   asker.Ask("255.255.255.255", 161);
-  std::set<std::string> senders;
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_FALSE(asker.Take().empty());
-    senders.insert(asker.Sender());
-  }
-  EXPECT_EQ(senders, (std::set<std::string>{"10.77.0.2", "10.77.0.99"}));
+  EXPECT_EQ(SendersOfTwo(asker), (std::set<std::string>{"10.77.0.2", "10.77.0.99"}));
 }
 
 TEST_F(OnALan, AMachineMovesAndIsUnplugged) {
