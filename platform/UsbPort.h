@@ -15,6 +15,7 @@
 // thread at a time.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -166,6 +167,13 @@ class VOX_EXPORT UsbInterrupt {
 
   // Fds are those in force on this thread; a port waits for them beside its transfers.
   static const std::vector<int>& Fds();
+
+  // Wait sleeps for the time, at most an hour, and ends early once one of them is raised.
+  // Returns: whether one is.
+  static bool Wait(std::chrono::milliseconds time);
+
+ private:
+  const int fd_;
 };
 
 }  // namespace vox
