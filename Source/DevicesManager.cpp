@@ -32,8 +32,8 @@ bool take_over(Dictionary& stored, const Dictionary& found, const char* key) {
 }
 
 // The stored record as a dictionary of our own; null when it is none, or bears no id.
-DeviceInfo copy_of_record(const std::optional<PropertyValue>& record) {
-  const Dictionary* stored = record ? record->AsDictionary() : nullptr;
+DeviceInfo copy_of_record(const PropertyValue& record) {
+  const Dictionary* stored = record.AsDictionary();
   if (stored == nullptr || !stored->String(kDeviceIdKey)) return nullptr;
   return std::make_shared<Dictionary>(*stored);
 }
@@ -56,10 +56,10 @@ void DevicesManager::initDevices() {
 
 void DevicesManager::synchronizeDevices() {
   m_knownDevices.clear();
-  UserPreferences& preferences = UserPreferences::instance();
-  for (const std::string& key : preferences.allSharedKeys()) {
+  const Dictionary settings = UserPreferences::instance().allSharedValues();
+  for (const auto& [key, record] : settings) {
     if (!key.starts_with(DEVICE_RECORD)) continue;
-    const DeviceInfo info = copy_of_record(preferences.valueForSharedKey(key));
+    const DeviceInfo info = copy_of_record(record);
     if (info == nullptr) continue;
     default_push(*info);
     renew_location(*info);
@@ -68,12 +68,22 @@ void DevicesManager::synchronizeDevices() {
 }
 
 void DevicesManager::appendDevices(const DeviceInfoDictionary& devices) {
-  for (const auto& [key, info] : devices) appendOneDeviceInfo(info);
+  Dictionary records;
+  for (const auto& [key, found] : devices) {
+    const DeviceInfo changed = merge(found);
+    if (changed != nullptr) records.Set(record_key(*found->String(kDeviceIdKey)), *changed);
+  }
+  UserPreferences::instance().setValuesForSharedKeys(records);
 }
 
 void DevicesManager::appendOneDeviceInfo(const DeviceInfo& found) {
+  if (merge(found) != nullptr) saveDeviceInfo(found->String(kDeviceIdKey));
+}
+
+// merge gives the stored dictionary when it needs saving, else null.
+DeviceInfo DevicesManager::merge(const DeviceInfo& found) {
   const auto id = found != nullptr ? found->String(kDeviceIdKey) : std::nullopt;
-  if (!id) return;
+  if (!id) return nullptr;
   bool save = false;
   DeviceInfo stored = infoForDevice(*id);
   if (stored == nullptr) {
@@ -86,9 +96,9 @@ void DevicesManager::appendOneDeviceInfo(const DeviceInfo& found) {
     save = moved || renamed;
   }
   default_push(*stored);
-  if (!save) return;
+  if (!save) return nullptr;
   renew_location(*stored);
-  saveDeviceInfo(id);
+  return stored;
 }
 
 void DevicesManager::saveDeviceInfo(const std::optional<std::string>& deviceId) {
@@ -98,7 +108,13 @@ void DevicesManager::saveDeviceInfo(const std::optional<std::string>& deviceId) 
 }
 
 void DevicesManager::saveAllDevices() {
-  for (const auto& [id, info] : m_knownDevices) saveDeviceInfo(info->String(kDeviceIdKey));
+  Dictionary records;
+  for (const auto& [id, info] : m_knownDevices) {
+    const auto own = info->String(kDeviceIdKey);
+    const DeviceInfo known = own ? infoForDevice(*own) : nullptr;
+    if (known != nullptr) records.Set(record_key(*own), *known);
+  }
+  UserPreferences::instance().setValuesForSharedKeys(records);
 }
 
 void DevicesManager::removeDevice(const std::string& deviceId) {

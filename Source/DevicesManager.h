@@ -38,7 +38,8 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
   // written back.
   void synchronizeDevices();
 
-  // appendDevices merges what a search found; the dictionary's own keys do not matter.
+  // appendDevices merges what a search found, each as appendOneDeviceInfo does; what changed is
+  // saved in one piece. The dictionary's own keys do not matter.
   void appendDevices(const DeviceInfoDictionary& devices);
   // appendOneDeviceInfo merges one found device: a new one is kept (a copy), a known network device
   // takes over the found "ip" and "name", a known USB device stays as it is. What changed is saved.
@@ -47,6 +48,7 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
 
   // saveDeviceInfo stores a known device's dictionary; nothing happens for nil or an unknown id.
   void saveDeviceInfo(const std::optional<std::string>& deviceId);
+  // saveAllDevices does that for every known device, in one piece.
   void saveAllDevices();
   // removeDevice forgets a device, here and in the shared settings; an unknown id is no error.
   void removeDevice(const std::string& deviceId);
@@ -100,6 +102,7 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
   ~DevicesManager() = default;
 
   void initDevices();
+  DeviceInfo merge(const DeviceInfo& found);
 
   DeviceInfoDictionary m_knownDevices;  // by "deviceId"; no null
 };

@@ -11,14 +11,14 @@
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchping.h"
-#include "vox/drivers/net/searchthreads.h"
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/Mutex.h"
+#include "vox/platform/Threads.h"
 
 namespace vox {
 namespace {
 
-constexpr int ONLINE_THREADS = 64;                       // devices that are asked at the same time
+constexpr std::size_t ONLINE_THREADS = 64;               // devices that are asked at the same time
 constexpr std::chrono::milliseconds ONLINE_CANCEL(100);  // between two looks at the delegate
 
 // online_test asks devices at the same time whether they are on line, and tells it in their order.
@@ -28,7 +28,7 @@ class online_test {
 
   online_test(const DeviceInfoArray& list, question what)
       : devices(list), is_online(std::move(what)), answers(list.size()) {
-    has_thread = start_thread(&threads, [this] { ask_all(); });
+    has_thread = StartThread(&threads, [this] { ask_all(); });
   }
   // The devices that have not answered are not waited for.
   ~online_test() {
@@ -52,8 +52,7 @@ class online_test {
 
  private:
   void ask_all() {
-    run_all(static_cast<int>(devices.size()), ONLINE_THREADS,
-            [this](int index) { ask(static_cast<std::size_t>(index)); });
+    RunTogether(devices.size(), ONLINE_THREADS, [this](std::size_t index) { ask(index); });
   }
 
   void ask(std::size_t index) VOX_EXCLUDES(mutex) {

@@ -228,12 +228,24 @@ std::vector<std::string> UserPreferences::allSharedKeys() {
   return read_shared(pathToGlobalSettings()).Keys();
 }
 
+Dictionary UserPreferences::allSharedValues() {
+  return read_shared(pathToGlobalSettings());
+}
+
 void UserPreferences::setValueForSharedKey(const std::optional<PropertyValue>& value,
                                            const std::string& key) {
   if (!value) return removeSharedKey(key);
   const std::string path = pathToGlobalSettings();
   Dictionary settings = read_shared(path);
   settings.Set(key, *value);
+  write_shared(path, settings);
+}
+
+void UserPreferences::setValuesForSharedKeys(const Dictionary& values) {
+  if (values.IsEmpty()) return;
+  const std::string path = pathToGlobalSettings();
+  Dictionary settings = read_shared(path);
+  for (const auto& [key, value] : values) settings.Set(key, value);
   write_shared(path, settings);
 }
 

@@ -98,7 +98,12 @@ class VOX_EXPORT UserPreferences : public Singleton<UserPreferences> {
   std::optional<PropertyValue> valueForSharedKey(const std::string& key);
   // Keys in byte order.
   std::vector<std::string> allSharedKeys();
+  // All keys with their values, as they were at one moment.
+  Dictionary allSharedValues();
   void setValueForSharedKey(const std::optional<PropertyValue>& value, const std::string& key);
+  // Sets several keys with one replacement of the file: others see all of them set or none. Nothing
+  // to set: nothing is read or written.
+  void setValuesForSharedKeys(const Dictionary& values);
   // Writes the file also when the key was not there.
   void removeSharedKey(const std::string& key);
 

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "tools/vox/KnownDevices.h"
-#include "tools/vox/Together.h"
 #include "vox/drivers/net/searchping.h"
+#include "vox/platform/Threads.h"
 
 namespace vox::cli {
 

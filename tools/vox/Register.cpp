@@ -12,9 +12,9 @@
 #include "tools/vox/Output.h"
 #include "tools/vox/Premises.h"
 #include "tools/vox/Registration.h"
-#include "tools/vox/Together.h"
 #include "tools/vox/Verbs.h"
 #include "vox/UserPreferences.h"
+#include "vox/platform/Threads.h"
 
 namespace vox::cli {
 

@@ -12,8 +12,8 @@
 
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/drivers/net/search.h"
-#include "vox/drivers/net/searchthreads.h"
 #include "vox/platform/PropertyList.h"
+#include "vox/platform/Threads.h"
 
 namespace vox {
 namespace {
@@ -35,21 +35,21 @@ bool has_number(const char* address, const char (&oid)[length]) {
 
 // device_questions are the four that a dictionary takes; each fills in fields of its own.
 struct device_questions {
-  static constexpr int COUNT = 4;
+  static constexpr std::size_t COUNT = 4;
   const char* address;
   int stop_fd;
   char name[NET_NAME_SIZE] = {};
   char mac[NET_MAC_TEXT_SIZE] = {};
   std::array<bool, COUNT> answered{};
 
-  void ask(int which) {
+  void ask(std::size_t which) {
     std::optional<NetInterrupt> stop;
     if (stop_fd >= 0) stop.emplace(stop_fd, 0);
-    answered[static_cast<std::size_t>(which)] = is_answered(which);
+    answered[which] = is_answered(which);
   }
 
  private:
-  bool is_answered(int which) {
+  bool is_answered(std::size_t which) {
     switch (which) {
       case 0:
         return get_name(address, name, NET_NAME_SIZE) == NET_OK;
@@ -105,8 +105,8 @@ std::int32_t ask_device(const std::string& address, const std::string& model, De
   if (!device) return NET_FAILED;
   device->reset();
   device_questions questions{address.c_str(), nStopFd};
-  run_all(device_questions::COUNT, device_questions::COUNT,
-          [&questions](int which) { questions.ask(which); });
+  RunTogether(device_questions::COUNT, device_questions::COUNT,
+              [&questions](std::size_t which) { questions.ask(which); });
   for (const bool answered : questions.answered) {
     if (!answered) return NET_FAILED;
   }

@@ -11,8 +11,8 @@
 #include "vox/drivers/net/NetworkComm/tvr302udpsnmp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchdevice.h"
-#include "vox/drivers/net/searchthreads.h"
 #include "vox/platform/Mutex.h"
+#include "vox/platform/Threads.h"
 
 namespace vox {
 namespace {
@@ -78,7 +78,7 @@ class device_search {
     devices.push_back({ip, model});
     arrived.NotifyOne();
     if (devices.size() - asked > idle && threads.size() < SEARCH_THREADS) {
-      start_thread(&threads, [this] { ask_devices(); });
+      StartThread(&threads, [this] { ask_devices(); });
     }
   }
 

@@ -9,7 +9,7 @@
 #include "vox/UserPreferences.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/drivers/net/search.h"
-#include "vox/drivers/net/searchthreads.h"
+#include "vox/platform/Threads.h"
 
 namespace vox {
 namespace {
@@ -118,10 +118,8 @@ bool reg_one_dev(const DeviceInfo& device) {
 
 DeviceInfoArray reg_devices(const DeviceInfoArray& devices) try {
   std::vector<std::uint8_t> good(devices.size());
-  run_all(static_cast<int>(devices.size()), REG_THREADS, [&](int i) {
-    const auto at = static_cast<std::size_t>(i);
-    good[at] = reg_one_dev(devices[at]) ? 1 : 0;
-  });
+  RunTogether(devices.size(), REG_THREADS,
+              [&](std::size_t i) { good[i] = reg_one_dev(devices[i]) ? 1 : 0; });
   DeviceInfoArray failed;
   for (std::size_t i = 0; i < devices.size(); ++i) {
     if (good[i] == 0) failed.push_back(devices[i]);

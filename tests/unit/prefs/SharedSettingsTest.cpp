@@ -169,6 +169,29 @@ TEST_F(SharedSettings, ValuesOfAnyTypeComeBack) {
   }
 }
 
+TEST_F(SharedSettings, SeveralAreReadAtOnce) {
+  EXPECT_EQ(Prefs().allSharedValues(), Dictionary());
+  EXPECT_EQ(Prefs().lastOutcome().found, FileState::Missing);
+  const Dictionary content{{"a", 1}, {"b", Dictionary{{"c", "d"}}}};
+  Hold(content);
+  EXPECT_EQ(Prefs().allSharedValues(), content);
+  Write(File(), kNoList);
+  EXPECT_EQ(Prefs().allSharedValues(), Dictionary());
+  EXPECT_EQ(Prefs().lastOutcome().found, FileState::Damaged);
+}
+
+TEST_F(SharedSettings, SeveralAreSetAtOnceBesideWhatOthersWrote) {
+  Hold({{"a", 1}, {"b", 2}});
+  Prefs().setValuesForSharedKeys({{"b", 3}, {"c", "d"}});
+  EXPECT_EQ(Stored(File()), (Dictionary{{"a", 1}, {"b", 3}, {"c", "d"}}));
+  EXPECT_EQ(Prefs().lastOutcome().error, 0);
+}
+
+TEST_F(SharedSettings, SettingNoneWritesNothing) {
+  Prefs().setValuesForSharedKeys({});
+  EXPECT_FALSE(std::filesystem::exists(File()));
+}
+
 TEST_F(SharedSettings, SettingNilRemoves) {
   Prefs().setValueForSharedKey(1, "k");
   Prefs().setValueForSharedKey(std::nullopt, "k");

@@ -1,15 +1,58 @@
 // What the registry keeps, merges, stores and hands out.
+#include <cstdio>
 #include <limits>
 #include <new>
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
 #include "tests/support/NoMemory.h"
 #include "tests/unit/registry/Registry.h"
+#include "vox/platform/FileDescriptor.h"
+#include "vox/platform/FileReplacement.h"
 
 namespace vox {
 namespace {
 
 using testing::ElementsAre;
 using testing::Optional;
+
+// Counts how often a file is replaced while it lives.
+class Replacements {
+ public:
+  Replacements() : before_(SetFileReplacementSystem({::write, ::fsync, &Counted})) { count = 0; }
+  ~Replacements() { SetFileReplacementSystem(before_); }
+  Replacements(const Replacements&) = delete;
+  Replacements& operator=(const Replacements&) = delete;
+  static inline int count = 0;
+
+ private:
+  static int Counted(const char* from, const char* to) {
+    ++count;
+    return std::rename(from, to);
+  }
+  const FileReplacementSystem before_;
+};
+
+// Counts how often a file was opened since.
+class Openings {
+ public:
+  explicit Openings(const std::string& path) {
+    // Closing, too: two equal events in a row would come as one.
+    EXPECT_GE(::inotify_add_watch(watch_.Get(), path.c_str(), IN_OPEN | IN_CLOSE_NOWRITE), 0);
+  }
+  int Count() const {
+    int count = 0;
+    inotify_event event{};
+    while (::read(watch_.Get(), &event, sizeof event) == sizeof event) {
+      count += (event.mask & IN_OPEN) != 0;
+    }
+    return count;
+  }
+
+ private:
+  const FileDescriptor watch_{::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)};
+};
 
 TEST_F(Registry, IsOneObjectThatNobodyFrees) {
   DevicesManager& manager = DevicesManager::instance();
@@ -117,6 +160,45 @@ TEST_F(Registry, AKnownUsbDeviceIsNeitherChangedNorSaved) {
   EXPECT_EQ(Manager().infoForDevice("SN1")->String("modelName"), "Veltronix QD7200");
   EXPECT_FALSE(Manager().infoForDevice("SN1")->Contains("ip"));
   EXPECT_EQ(StoredDevice("SN1"), std::nullopt);
+}
+
+TEST_F(Registry, WhatASearchFoundIsWrittenInOnePieceBesideWhatOthersWrote) {
+  Manager().appendOneDeviceInfo(Network("a", "10.0.0.1", "A"));
+  Manager().appendOneDeviceInfo(Network("b", "10.0.0.2", "B"));
+  Store("Device.later", *Usb("later"));  // by another program
+  const DeviceInfoDictionary found = {{"1", Network("a", "10.0.0.1", "A")},
+                                      {"2", Network("b", "10.0.0.3", "B")},
+                                      {"3", Network("c", "10.0.0.4", "C")},
+                                      {"4", nullptr}};
+  {
+    const Replacements replacements;
+    Manager().appendDevices(found);
+    EXPECT_EQ(replacements.count, 1);
+    Manager().appendDevices(found);
+    EXPECT_EQ(replacements.count, 1) << "nothing changed";
+  }
+  for (const char* id : {"a", "b", "c"}) {
+    EXPECT_THAT(StoredDevice(id), Optional(*Manager().infoForDevice(id)));
+  }
+  EXPECT_EQ(StoredDevice("b")->String("location"), "B (10.0.0.3)");
+  EXPECT_NE(StoredDevice("later"), std::nullopt);
+}
+
+TEST_F(Registry, AllAreSavedInOnePiece) {
+  Manager().appendDevices({{"1", Usb("SN1")}, {"2", Usb("SN2")}});
+  Prefs().removeSharedKey("Device.SN1");
+  Prefs().removeSharedKey("Device.SN2");
+  const Replacements replacements;
+  Manager().saveAllDevices();
+  EXPECT_EQ(replacements.count, 1);
+  EXPECT_THAT(Prefs().allSharedKeys(), ElementsAre("Device.SN1", "Device.SN2"));
+}
+
+TEST_F(Registry, TheFileIsReadOnceHoweverManyDevicesItHas) {
+  for (const char* id : {"SN1", "SN2", "SN3"}) Manager().appendOneDeviceInfo(Usb(id));
+  const Openings openings(Prefs().pathToGlobalSettings());
+  Manager().synchronizeDevices();
+  EXPECT_EQ(openings.Count(), 1);
 }
 
 TEST_F(Registry, WhatHasNoIdIsNotTaken) {

@@ -3,10 +3,8 @@
 
 #include <gmock/gmock.h>
 
-#include "tests/support/NoMemory.h"
 #include "tests/unit/search/Street.h"
 #include "vox/drivers/net/searchdevice.h"
-#include "vox/drivers/net/searchthreads.h"
 #include "vox/platform/PropertyList.h"
 
 namespace vox::test {
@@ -174,28 +172,6 @@ TEST(OneDevice, ModelIsTextThatListsAndJsonCanHold) {
   const DeviceInfo info = InfoOf(Resident(kHome).Model("QD7200\x07\xFFx"));
   ASSERT_TRUE(info);
   EXPECT_EQ(info->String("modelName"), "Veltronix QD7200\xEF\xBF\xBD\xEF\xBF\xBDx");
-}
-
-TEST(RunAll, DoesEveryWorkOnce) {
-  for (const int count : {0, 1, 3, 100}) {
-    for (const int limit : {0, 1, 4}) {
-      std::vector<std::atomic<int>> runs(static_cast<std::size_t>(count));
-      run_all(count, limit, [&runs](int i) { ++runs[static_cast<std::size_t>(i)]; });
-      for (const auto& run : runs) EXPECT_EQ(run, 1);
-    }
-  }
-}
-
-TEST(RunAll, DoesEveryWorkOnceWhateverMemoryIsLeftForThreads) {
-  for (int spared = 0; spared < 12; ++spared) {
-    std::atomic<int> runs = 0;
-    const std::function<void(int)> work = [&runs](int) { ++runs; };
-    {
-      const NoMemory none(spared);
-      run_all(6, 6, work);
-    }
-    EXPECT_EQ(runs, 6) << spared;
-  }
 }
 
 }  // namespace
