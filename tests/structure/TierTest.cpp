@@ -34,7 +34,7 @@ const Rule kRules[] = {
     {R"(Source/(CancelDelegate|DeviceDictionary))", 1},
     {R"(Source/drivers/JbigBuf[^/]*)", 2},
     {R"(Source/drivers/net/(search|bonjour)[^/]*)", 2},
-    {R"(Source/drivers/usb/(UsbScanCtrl|UsbSearch)[^/]*)", 2},
+    {R"(Source/drivers/usb/(UsbRegistry|UsbScanCtrl|UsbSearch)[^/]*)", 2},
     {R"(Source/drivers/[^/]*)", 3},
     {R"(Source/DupImgFile)", 3},
     {R"(Source/drivers/net/reg_all_dev)", 5},
