@@ -11,6 +11,7 @@
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchping.h"
+#include "vox/drivers/usb/UsbSearch.h"
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/Mutex.h"
 #include "vox/platform/Threads.h"
@@ -85,8 +86,11 @@ class online_test {
 
 DeviceInfoDictionary searchDevices(CancelDelegate* delegate, int kinds) {
   DeviceInfoDictionary devices;
-  if ((kinds & SEARCH_NETWORK) != 0) devices.merge(searchNetworkDevices(delegate, nullptr));
-  return devices;
+  if ((kinds & SEARCH_NETWORK) != 0) devices = searchNetworkDevices(delegate, nullptr);
+  if ((kinds & SEARCH_USB) == 0) return devices;
+  DeviceInfoDictionary attached = searchUsbDevices(delegate, 0);
+  attached.merge(devices);  // of two with one key the attached device stays
+  return attached;
 }
 
 void DevicesManager::searchAllDevices(CancelDelegate* delegate) {

@@ -13,8 +13,10 @@ namespace vox {
 enum SEARCH_KINDS : int { SEARCH_USB = 1, SEARCH_NETWORK = 2, SEARCH_ALL = 3 };
 
 // searchDevices finds the devices of the given kinds that answer now and gives their dictionaries
-// by "deviceId". It reads and changes nothing of the registry. Other bits of kinds do not matter.
-// delegate: see searchNetworkDevices (drivers/net/search.h); may be null.
+// by "deviceId"; where a device at USB and one of the network have the same, the one at USB. It
+// reads and changes nothing of the registry. Other bits of kinds do not matter.
+// delegate: see searchNetworkDevices (drivers/net/search.h) and searchUsbDevices
+//           (drivers/usb/UsbSearch.h); may be null.
 VOX_EXPORT DeviceInfoDictionary searchDevices(CancelDelegate* delegate, int kinds);
 
 }  // namespace vox

@@ -1,5 +1,7 @@
 #include "vox/drivers/usb/UsbRegistry.h"
 
+#include "vox/platform/PropertyList.h"
+
 namespace vox {
 
 USB_MATCH match_usb_devices(const PropertyValue& vendorId, const PropertyValue& productId,
@@ -18,6 +20,11 @@ USB_MATCH match_usb_devices(const PropertyValue& vendorId, const PropertyValue& 
 
 usb_object next_object(const usb_object& iterator) {
   return usb_object(UsbPort::Current().IOIteratorNext(iterator.get()));
+}
+
+bool has_serial(const usb_object& device, const std::string& serial) {
+  const auto own = usb_string(device, kUSBSerialNumberString);
+  return own && (*own == serial || FitForXml(*own) == serial);
 }
 
 std::optional<std::string> usb_string(const usb_object& device, const char* key) {

@@ -47,6 +47,10 @@ USB_MATCH match_usb_devices(const PropertyValue& vendorId, const PropertyValue& 
 // next_object gives the next object of an iterator; none at its end.
 usb_object next_object(const usb_object& iterator);
 
+// has_serial tells whether the device's serial number is this one, as it came or as a device
+// dictionary holds it.
+bool has_serial(const usb_object& device, const std::string& serial);
+
 // usb_string reads a property that is a string; nothing when there is none, or it is no string.
 std::optional<std::string> usb_string(const usb_object& device, const char* key);
 

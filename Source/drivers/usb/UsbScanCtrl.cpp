@@ -115,7 +115,7 @@ bool CUsbScanCtrl::take_device(unsigned short vendorId, unsigned short productId
     LogToSystem("%s: failed to create matching dictionary", "UsbScanOpen");
   if (match != USB_MATCHED) return false;
   while (const usb_object device = next_object(devices)) {
-    if (usb_string(device, kUSBSerialNumberString) != serial) continue;
+    if (!has_serial(device, serial)) continue;
     if (DealWithDevice(device.get(), idevice) == 0) break;
   }
   return idevice->m_inf != nullptr;
