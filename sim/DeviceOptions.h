@@ -16,6 +16,7 @@
 #include "sim/Faults.h"
 #include "sim/PageSource.h"
 #include "sim/ScanInfo.h"
+#include "sim/UsbOptions.h"
 
 namespace vox::sim {
 
@@ -129,6 +130,8 @@ struct DeviceOptions {
   // Pages that were drawn and coded once are kept for the next request of the same kind, up to
   // this many bytes in all; 0 keeps none.
   std::uint64_t cache_bytes = 0;
+
+  UsbOptions usb;  // of a device at USB (UsbDevice.h)
 
   Faults faults;
   TimeLimits limits;

@@ -7,13 +7,14 @@
 namespace vox::sim {
 namespace {
 
-constexpr std::array<const char*, 23> kNames = {
+constexpr std::array<const char*, 27> kNames = {
     "snmp-request", "scan-command",      "page-request",  "cancel-command",
     "standby",      "register",          "unregister",    "bad-datagram",
     "reply",        "job-started",       "job-ended",     "job-cancelled",
     "job-lost",     "data-channel",      "page-accepted", "scan-info-sent",
     "page-sent",    "data-channel-lost", "end-channel",   "end-notice",
-    "end-answered", "end-channel-lost",  "fault"};
+    "end-answered", "end-channel-lost",  "information",   "halt-cleared",
+    "plugged",      "unplugged",         "fault"};
 static_assert(kNames.size() == static_cast<std::size_t>(EventKind::kFault) + 1);
 
 }  // namespace

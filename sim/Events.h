@@ -25,7 +25,7 @@ enum class EventKind : std::uint8_t {
   kStandby,          // bytes: the datagram
   kRegister,         // bytes: the datagram
   kUnregister,       // bytes: the datagram
-  kBadDatagram,      // bytes: a datagram on the command port that is no command
+  kBadDatagram,      // bytes: a datagram on the command port, or a USB packet, that is no command
   kReply,            // bytes: the reply that was sent
   kJobStarted,       // bytes: the 8-byte job id
   kJobEnded,         // bytes: the job id; the last page's end notice was answered, or another
@@ -41,6 +41,10 @@ enum class EventKind : std::uint8_t {
   kEndNotice,        // bytes: the notice that was sent
   kEndAnswered,      // bytes: the host's byte
   kEndChannelLost,   // text says why
+  kInformation,      // USB: bytes: the packet that asks for device information
+  kHaltCleared,      // USB: count: bytes that were to be sent and never will be; text: the pipe
+  kPlugged,          // USB
+  kUnplugged,        // USB
   kFault,            // text: the fault that took effect
 };
 const char* EventName(EventKind kind);

@@ -59,7 +59,8 @@ constexpr std::pair<std::string_view, Stage> kStages[] = {
     {"request", Stage::kPageRequest},    {"start", Stage::kStartNotice},
     {"info", Stage::kScanInfo},          {"data", Stage::kData},
     {"end-connect", Stage::kEndConnect}, {"end", Stage::kEndNotice},
-    {"cancel", Stage::kCancel}};
+    {"cancel", Stage::kCancel},          {"device-info", Stage::kDeviceInfo},
+    {"standby", Stage::kStandby}};
 
 constexpr std::pair<std::string_view, std::chrono::milliseconds Delays::*> kDelays[] = {
     {"snmp", &Delays::snmp},
@@ -100,6 +101,21 @@ bool ReadSilence(std::string_view text, bool whole_device, Silence& silence) {
   return bytes.empty() || (silence.at == Stage::kData && ReadNumber(bytes, silence.after_bytes));
 }
 
+bool ReadStop(std::string_view text, Stop& stop) {
+  const auto [stage, bytes] = Split(text, ':');
+  stop.after_bytes = 0;
+  return Look(kStages, stage, stop.at) && (bytes.empty() || ReadNumber(bytes, stop.after_bytes));
+}
+
+bool ReadNotReady(std::string_view text, NotReady& wait) {
+  const auto [headers, pause] = Split(text, ':');
+  std::uint32_t milliseconds = 0;
+  if (!ReadNumber(headers, wait.headers)) return false;
+  if (!pause.empty() && !ReadNumber(pause, milliseconds)) return false;
+  wait.pause = std::chrono::milliseconds(milliseconds);
+  return true;
+}
+
 bool ReadDelay(std::string_view text, Delays& delays) {
   const auto [where, time] = Split(text, ':');
   std::chrono::milliseconds Delays::*place = nullptr;
@@ -125,6 +141,12 @@ bool ReadSnmp(std::string_view text, Faults& faults) {
 bool ReadBlock(std::string_view text, Faults& faults) {
   const auto [kind, index] = Split(text, ':');
   return Look(kBlocks, kind, faults.block) &&
+         (index.empty() || ReadNumber(index, faults.block_index));
+}
+
+bool ReadBlockLength(std::string_view text, Faults& faults) {
+  const auto [length, index] = Split(text, ':');
+  return ReadOptional(length, faults.block_length) &&
          (index.empty() || ReadNumber(index, faults.block_index));
 }
 
@@ -162,7 +184,16 @@ constexpr std::pair<std::string_view, Reader> kWords[] = {
     {"not-ready", [](auto v, Faults& f) { return ReadNumber(v, f.end_not_ready); }},
     {"end-code", [](auto v, Faults& f) { return ReadOptional(v, f.end_code); }},
     {"end-split", [](auto v, Faults& f) { return ReadNumber(v, f.end_split); }},
-    {"end-cut", [](auto v, Faults& f) { return ReadNumber(v, f.end_notice_bytes); }}};
+    {"end-cut", [](auto v, Faults& f) { return ReadNumber(v, f.end_notice_bytes); }},
+    {"unplug", [](auto v, Faults& f) { return ReadStop(v, f.unplug); }},
+    {"halt-in", [](auto v, Faults& f) { return ReadStop(v, f.halt_in); }},
+    {"halt-out", [](auto v, Faults& f) { return ReadStop(v, f.halt_out); }},
+    {"pending-first", [](auto v, Faults& f) { return ReadNotReady(v, f.first); }},
+    {"pending", [](auto v, Faults& f) { return ReadNotReady(v, f.every); }},
+    {"check-error", [](auto v, Faults& f) { return ReadOptional(v, f.check_error); }},
+    {"block-length", ReadBlockLength},
+    {"info-bytes", [](auto v, Faults& f) { return ReadOptional(v, f.information_bytes); }},
+    {"info-length", [](auto v, Faults& f) { return ReadOptional(v, f.information_length); }}};
 
 std::string ParseWord(std::string_view word, Faults& faults) {
   const auto [name, value] = Split(word, '=');

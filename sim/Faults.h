@@ -10,7 +10,8 @@
 
 namespace vox::sim {
 
-// Where the device stops.
+// Where the device stops. At USB kPageRequest, kScanInfo, kData and kEndNotice stand for what is
+// sent in their place.
 enum class Stage : std::uint8_t {
   kNone,
   kAlways,       // nothing is ever answered, SNMP included
@@ -22,6 +23,20 @@ enum class Stage : std::uint8_t {
   kEndConnect,   // the data are sent and the end channel is not opened
   kEndNotice,    // the end channel is open and no notice is sent
   kCancel,       // a cancel command comes and is not answered
+  kDeviceInfo,   // USB: device information is asked for and does not come
+  kStandby,      // USB: a standby command comes
+};
+
+// A place in what a device at USB does.
+struct Stop {
+  Stage at = Stage::kNone;
+  std::uint64_t after_bytes = 0;  // of the scan information, the page's data or its end header
+};
+
+// A device at USB that is not ready says so in front of a block: so often, after a pause each time.
+struct NotReady {
+  std::uint32_t headers = 0;
+  std::chrono::milliseconds pause{0};
 };
 
 struct Silence {
@@ -110,6 +125,19 @@ struct Faults {
   std::optional<std::uint8_t> end_code = {};  // instead of what is true
   std::uint32_t end_split = 0;          // 1 to 27: the end notice comes in two pieces cut there
   std::uint32_t end_notice_bytes = 28;  // fewer: cut there and the channel closed
+
+  // USB alone. Of the words above, connections, SNMP and the contents of blocks have no meaning
+  // there; where a channel would close nothing more comes of the page, a start notice is the scan
+  // information, an end notice the header that ends the page, and block headers count as data.
+  Stop unplug = {};     // the device is gone
+  Stop halt_in = {};    // the pipe to the host stalls
+  Stop halt_out = {};   // a command is stalled; after_bytes not 0: the empty packet behind it
+  NotReady first = {};  // in front of the first header of a page
+  NotReady every = {};  // in front of every header
+  std::optional<std::uint64_t> check_error = {};  // after so many bytes of the page, block by block
+  std::optional<std::uint32_t> block_length = {};       // what the header of block block_index says
+  std::optional<std::uint32_t> information_bytes = {};  // device information is cut there
+  std::optional<std::uint32_t> information_length = {};  // what its header says
 };
 
 // ParseFault changes `faults` as one word asks: a name, or name=value. Words may be joined by

@@ -88,6 +88,13 @@ bool JobDesk::Cancel(const JobId& job) {
   return std::find(ended_.begin(), ended_.end(), job) != ended_.end();
 }
 
+void JobDesk::Lose(const std::string& why) {
+  MutexLock lock(mutex_);
+  if (!job_) return;
+  EndJob(EventKind::kJobLost, why);
+  interrupt_.Raise();
+}
+
 bool JobDesk::IsOpen(const JobId& job) const {
   MutexLock lock(mutex_);
   return job_ && job_->id == job && !job_->last_notice_left;

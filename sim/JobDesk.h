@@ -59,6 +59,8 @@ class JobDesk {
       VOX_EXCLUDES(mutex_);
   // Cancel: true when the job is known, also when it has ended already.
   bool Cancel(const JobId& job) VOX_EXCLUDES(mutex_);
+  // Lose ends the job, if there is one.
+  void Lose(const std::string& why) VOX_EXCLUDES(mutex_);
   // IsOpen: the job is the current one, and its last end notice has not left.
   bool IsOpen(const JobId& job) const VOX_EXCLUDES(mutex_);
   void Touch() VOX_EXCLUDES(mutex_);  // a sign of life for a waiting job

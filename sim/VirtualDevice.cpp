@@ -59,11 +59,6 @@ class VirtualDevice::Impl {
     if (pages.joinable()) pages.join();
   }
 
-  std::vector<PlannedPage> Plan(const ScanInfo& request) const {
-    if (!IsSane(options, request)) return {};
-    return PlanJob(options, desk.LoadedSheets(), request);
-  }
-
   // Constant after construction, but for `error` until Start returns.
   std::string error;
   const DeviceOptions options;
@@ -131,23 +126,25 @@ std::vector<ClientRegistration> VirtualDevice::Registrations() const {
   return impl_->responder.Registrations();
 }
 
+Forecast VirtualDevice::Foretell() const {
+  return {impl_->options, impl_->desk.LoadedSheets()};
+}
+
 std::size_t VirtualDevice::PagesOf(const ScanInfo& request) const {
-  return impl_->Plan(request).size();
+  return Foretell().PagesOf(request);
 }
 
 ScanInfo VirtualDevice::PageInfo(const ScanInfo& request, std::size_t page) const {
-  return CompleteScanInfo(impl_->options, request, impl_->Plan(request).at(page));
+  return Foretell().PageInfo(request, page);
 }
 
 std::vector<std::uint8_t> VirtualDevice::PageLines(const ScanInfo& request,
                                                    std::size_t page) const {
-  const PlannedPage planned = impl_->Plan(request).at(page);
-  return RenderPage(planned.source, CompleteScanInfo(impl_->options, request, planned),
-                    RenderOptionsOf(impl_->options, planned));
+  return Foretell().PageLines(request, page);
 }
 
 bool VirtualDevice::Prepare(const ScanInfo& request) {
-  const auto pages = impl_->Plan(request);
+  const auto pages = Foretell().Plan(request);
   return !pages.empty() && std::all_of(pages.begin(), pages.end(), [&](const PlannedPage& page) {
     return impl_->cache.Prepare({page.source, CompleteScanInfo(impl_->options, request, page),
                                  RenderOptionsOf(impl_->options, page)});
@@ -155,19 +152,7 @@ bool VirtualDevice::Prepare(const ScanInfo& request) {
 }
 
 ScanInfo VirtualDevice::WholeBed(std::uint32_t resolution, std::uint32_t data_type) const {
-  const bool loaded = impl_->options.feeder && !impl_->desk.LoadedSheets().empty();
-  const bool feeder = loaded || !impl_->options.flatbed;
-  const UnitOptions& unit = feeder ? *impl_->options.feeder : *impl_->options.flatbed;
-  const auto pixels = [&](std::uint32_t length) {
-    return static_cast<std::uint32_t>(std::uint64_t{length} * resolution / 10000);
-  };
-  ScanInfo request;
-  request.data_type = data_type;
-  request.x_resolution = request.y_resolution = resolution;
-  request.x_extent = pixels(unit.physical_width);
-  request.y_extent = pixels(unit.physical_height);
-  request.encode_type = 1;
-  return request;
+  return Foretell().WholeBed(resolution, data_type);
 }
 
 }  // namespace vox::sim

@@ -21,6 +21,7 @@
 
 #include "sim/DeviceOptions.h"
 #include "sim/Events.h"
+#include "sim/Forecast.h"
 #include "sim/RegistrationBook.h"
 #include "sim/ScanInfo.h"
 
@@ -55,6 +56,9 @@ class VirtualDevice {
   EventLog& Events();
   std::vector<ClientRegistration> Registrations() const;
 
+  // Foretell tells what the device sends for the pages of a job that is started while the feeder is
+  // as it was loaded last. It must not outlive the device.
+  Forecast Foretell() const;
   // What the device sends for page `page` (0 is the first) of a job that is started with `request`
   // while the feeder is as it was loaded last, faults and edit_scan_info left aside.
   ScanInfo PageInfo(const ScanInfo& request, std::size_t page) const;
