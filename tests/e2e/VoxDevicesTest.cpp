@@ -1,10 +1,8 @@
 // The vox program with devices on a network: found, remembered, named, registered with, scanned
 // from, and gone. Each case runs in a network namespace of its own, in which virtual devices have
 // the protocol's own ports on loopback addresses.
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <vector>
 
@@ -12,9 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "sim/VirtualDevice.h"
-#include "tests/e2e/VoxProgram.h"
-#include "tests/support/FreshNamespace.h"
+#include "tests/e2e/VoxDevices.h"
 
 namespace vox::cli::test {
 namespace {
@@ -27,60 +23,6 @@ using testing::StartsWith;
 
 constexpr char kOffice[] = "02:56:58:00:00:02";  // 127.0.0.2
 constexpr char kCellar[] = "02:56:58:00:00:03";  // 127.0.0.3
-
-class VoxDevices : public testing::Test {
- protected:
-  void SetUp() override {
-    if (!vox::test::Unshare(CLONE_NEWNET) || std::system("ip link set lo up 2>/dev/null") != 0)
-      GTEST_SKIP() << "no network namespace can be made here";
-    std::filesystem::create_directories(Root() + "/var/tmp");
-    std::filesystem::create_directories(Shared());
-    ::setenv("VOX_ROOT", Root().c_str(), 1);
-    ::setenv("XDG_CONFIG_HOME", vox_.File("config").c_str(), 1);
-    ::setenv("PATH", (std::string(VOX_JOBD_FOLDER) + ":" + std::getenv("PATH")).c_str(), 1);
-  }
-
-  std::string Root() const { return vox_.File("root"); }
-  std::string Shared() const { return Root() + "/var/lib/Veltronix Vox"; }
-  std::string SharedFile() const { return Shared() + "/com.veltronix.vox.plist"; }
-
-  // A device on 127.0.0.`host`, whose id ends in the same number.
-  sim::VirtualDevice& Put(std::uint8_t host, const std::string& name, sim::Faults faults = {}) {
-    sim::DeviceOptions options;
-    options.address = "127.0.0." + std::to_string(host);
-    options.snmp_port = 161;
-    options.command_port = 3892;
-    options.name = name;
-    options.mac[5] = host;
-    options.faults = std::move(faults);
-    devices_.push_back(std::make_unique<sim::VirtualDevice>(std::move(options)));
-    EXPECT_TRUE(devices_.back()->Start()) << devices_.back()->Error();
-    return *devices_.back();
-  }
-
-  Outcome Vox(const std::string& arguments) { return vox_.Run(arguments); }
-  std::string Good(const std::string& arguments) {
-    const Outcome outcome = Vox(arguments);
-    EXPECT_EQ(outcome.status, 0) << arguments << "\n" << outcome.err;
-    EXPECT_EQ(outcome.err, "") << arguments;
-    return outcome.out;
-  }
-  void ExpectFailure(const std::string& arguments, int status, const std::string& words) {
-    const Outcome outcome = Vox(arguments);
-    EXPECT_EQ(outcome.status, status) << arguments << "\n" << outcome.err;
-    EXPECT_THAT(outcome.err, AllOf(StartsWith("vox: "), HasSubstr(words))) << arguments;
-    EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << "one line:\n" << outcome.err;
-  }
-  static std::vector<json> Objects(const std::string& text) {
-    std::vector<json> objects;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) objects.push_back(json::parse(line));
-    return objects;
-  }
-
-  VoxProgram vox_;
-  std::vector<std::unique_ptr<sim::VirtualDevice>> devices_;
-};
 
 TEST_F(VoxDevices, AScanByNameIsRememberedAsTheLastUse) {
   Put(2, "Office");

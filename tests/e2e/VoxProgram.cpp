@@ -92,4 +92,13 @@ bool VoxProgram::WaitForLeaf(const std::string& beginning) const {
   return false;
 }
 
+bool VoxProgram::WaitForOutput(const std::string& text) const {
+  const auto deadline = Clock::now() + std::chrono::seconds(60);
+  while (Clock::now() < deadline) {
+    if (Text(output_.File("out")).find(text) != std::string::npos) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
 }  // namespace vox::cli::test

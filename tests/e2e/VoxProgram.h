@@ -32,6 +32,9 @@ class VoxProgram {
   // WaitForLeaf waits until a file whose name begins so lies in the folder; false after 10 s.
   bool WaitForLeaf(const std::string& beginning) const;
 
+  // WaitForOutput waits until standard output holds the text; false after 60 s.
+  bool WaitForOutput(const std::string& text) const;
+
   const TestFolder& Folder() const { return folder_; }
   std::string File(const std::string& leaf) const { return folder_.File(leaf); }
 

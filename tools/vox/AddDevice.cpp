@@ -2,6 +2,7 @@
 #include <array>
 
 #include "tools/vox/CancelWatch.h"
+#include "tools/vox/DeviceChoice.h"
 #include "tools/vox/DeviceText.h"
 #include "tools/vox/KnownDevices.h"
 #include "tools/vox/NetworkName.h"
@@ -48,6 +49,7 @@ DeviceInfo AskWho(const std::string& given, const std::string& address) {
 }  // namespace
 
 void RunAdd(const AddOptions& options) {
+  RefuseUsb(options.device.name);
   CancelWatch watch;
   const Premises premises(options.device.with, false, watch);
   const std::string address =

@@ -17,6 +17,10 @@ constexpr char kUsbPrefix[] = "usb:";
 
 enum class Match { kNone, kBeginning, kWhole };
 
+bool IsUsbName(const std::string& name) {
+  return name.rfind(kUsbPrefix, 0) == 0;
+}
+
 Match MatchText(const std::string& whole, const std::string& text) {
   if (::strncasecmp(whole.c_str(), text.c_str(), text.size()) != 0) return Match::kNone;
   return whole.size() == text.size() ? Match::kWhole : Match::kBeginning;
@@ -41,28 +45,20 @@ std::string Listed(const DeviceInfoArray& devices) {
   return line;
 }
 
-DeviceTarget TargetOf(const DeviceInfo& device) {
-  if (!is_device_of_type(*device, kDeviceTypeNetwork))
-    throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is no network device, and this " +
-                                           "build of vox supports no others");
-  const auto address = device->String(kDeviceIpKey);
-  if (!address)
-    throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is remembered without an address;" +
-                                           " find it again with vox discover");
-  return {DeviceName(*device), *address, device};
-}
-
 DeviceInfo Remembered(const std::string& name) {
   const DeviceInfoArray known = SortedDevices(OpenRegistry());
   if (!name.empty()) return ChooseDevice(known, name);
   return UsualDevice(known, UserPreferences::instance().lastScannerDeviceId());
 }
 
-void RefuseUsb(const std::string& name) {
-  if (name.rfind(kUsbPrefix, 0) == 0)
-    throw Failure(ExitStatus::kCannot, CleanText(name) + ": this build of vox supports no USB " +
-                                           "devices; name one of the network, as in " +
-                                           "net:192.168.0.5");
+DeviceInfo RememberedAtUsb(const std::string& name) {
+  const std::string serial = name.substr(sizeof kUsbPrefix - 1);
+  for (const DeviceInfo& device : SortedDevices(OpenRegistry())) {
+    if (is_device_of_type(*device, kDeviceTypeUsb) && device->String(kDeviceIdKey) == serial)
+      return device;
+  }
+  throw Failure(ExitStatus::kCannot, "no device at USB with the serial number of " +
+                                         CleanText(name) + " is remembered; see vox list");
 }
 
 }  // namespace
@@ -102,6 +98,24 @@ DeviceInfo UsualDevice(const DeviceInfoArray& known, const std::optional<std::st
   throw Failure(ExitStatus::kCannot, "which device? Name one of " + Listed(known));
 }
 
+void RefuseUsb(const std::string& name) {
+  if (IsUsbName(name))
+    throw Failure(ExitStatus::kCannot, CleanText(name) + ": this build of vox supports no USB " +
+                                           "devices; name one of the network, as in " +
+                                           "net:192.168.0.5");
+}
+
+DeviceTarget TargetOf(const DeviceInfo& device) {
+  if (!is_device_of_type(*device, kDeviceTypeNetwork))
+    throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is no network device, and this " +
+                                           "build of vox supports no others");
+  const auto address = device->String(kDeviceIpKey);
+  if (!address)
+    throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is remembered without an address;" +
+                                           " find it again with vox discover");
+  return {DeviceName(*device), *address, device};
+}
+
 DeviceTarget FindDevice(const std::string& name) {
   RefuseUsb(name);
   if (IsNetworkName(name)) return {name, NetworkAddress(name), nullptr};
@@ -109,12 +123,17 @@ DeviceTarget FindDevice(const std::string& name) {
 }
 
 DeviceTarget FindRemembered(const std::string& name) {
-  RefuseUsb(name);
-  const DeviceInfo device = IsNetworkName(name) ? RememberedAt(NetworkAddress(name)) : nullptr;
-  if (IsNetworkName(name) && device == nullptr)
-    throw Failure(ExitStatus::kCannot, "no device with the address of " + CleanText(name) +
-                                           " is remembered; see vox list");
-  const DeviceInfo found = device != nullptr ? device : Remembered(name);
+  DeviceInfo found;
+  if (IsUsbName(name)) {
+    found = RememberedAtUsb(name);
+  } else if (IsNetworkName(name)) {
+    found = RememberedAt(NetworkAddress(name));
+    if (found == nullptr)
+      throw Failure(ExitStatus::kCannot, "no device with the address of " + CleanText(name) +
+                                             " is remembered; see vox list");
+  } else {
+    found = Remembered(name);
+  }
   return {DeviceName(*found), found->String(kDeviceIpKey).value_or(""), found};
 }
 

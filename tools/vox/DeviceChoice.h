@@ -33,8 +33,15 @@ struct DeviceTarget {
 // FindDevice gives the device that DEVICE names; empty is one that was left out. Throws Failure.
 DeviceTarget FindDevice(const std::string& name);
 
+// TargetOf gives a remembered device as that of a command. Throws Failure 4: it is no network
+// device, or it has no address.
+DeviceTarget TargetOf(const DeviceInfo& device);
+
+// RefuseUsb throws Failure 4 for a DEVICE of the form usb:SERIAL.
+void RefuseUsb(const std::string& name);
+
 // FindRemembered is FindDevice for commands about what is remembered: net:ADDRESS is the remembered
-// device with that address.
+// device with that address, usb:SERIAL the one at USB with that serial number.
 DeviceTarget FindRemembered(const std::string& name);
 
 // RememberedAt gives the remembered device with that dotted address, or null.

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "tools/vox/Failure.h"
+#include "tools/vox/Identity.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/search.h"
 
@@ -29,20 +30,16 @@ OpenedDevice::OpenedDevice(const std::string& name, const Premises& premises)
   ReadAbilities();
 }
 
-// An address may have passed to another device since the device was remembered.
 void OpenedDevice::CheckIdentity() const {
-  std::array<char, NET_MAC_TEXT_SIZE> mac{};
-  if (get_mac(Address().c_str(), mac.data()) != 0)
+  const Identity identity = AskIdentity(target_);
+  if (identity.who == Who::kSilent)
     throw Failure(ExitStatus::kIoError,
                   Label() + " does not answer: it was asked over SNMP at " + CleanText(Address()) +
                       ", where it was found last; check that it is on, or find it again with vox "
                       "discover");
-  const std::string remembered = target_.remembered->String(kDeviceMacKey).value_or(mac.data());
-  if (remembered != mac.data())
-    throw Failure(
-        ExitStatus::kIoError,
-        "another device, " + std::string(mac.data()) + ", answers at the address of " + Label() +
-            "; find that again with vox discover, or use this one as net:" + CleanText(Address()));
+  if (identity.who == Who::kOther)
+    throw Failure(ExitStatus::kIoError,
+                  "cannot use " + Label() + ": " + OtherDeviceReason(identity.mac, Address()));
 }
 
 void OpenedDevice::ReadName() {

@@ -2,7 +2,10 @@
 
 #include <array>
 #include <cstdio>
+#include <memory>
+#include <optional>
 
+#include "tools/vox/Identity.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchregister.h"
 
@@ -17,7 +20,7 @@ struct StateRow {
 };
 
 // One row for each state, in their order.
-constexpr std::array<StateRow, 6> kStates{{
+constexpr std::array<StateRow, 10> kStates{{
     {"accepted", ExitStatus::kDone, ""},
     {"busy", ExitStatus::kBusy, "it is busy; try again when it has finished"},
     {"refused", ExitStatus::kIoError, "it refused; its list may be full, look at its panel"},
@@ -27,6 +30,11 @@ constexpr std::array<StateRow, 6> kStates{{
     {"no-interface", ExitStatus::kIoError,
      "this computer has no interface on that device's network, so the device could not reach it; "
      "connect it to that network"},
+    {"unsupported", ExitStatus::kCannot, "its model is not supported"},
+    {"other-device", ExitStatus::kIoError, ""},  // OtherDeviceReason
+    {"not-sent", ExitStatus::kIoError,
+     "the command could not be sent; check this computer's network"},
+    {"cancelled", ExitStatus::kCancelled, "cancelled before it had answered; ask again to be sure"},
 }};
 
 const StateRow& RowOf(RegistrationState state) {
@@ -39,44 +47,78 @@ bool HasInterface(const std::string& address) {
   return getmac_and_ip(address.c_str(), &local, mac) == 0;
 }
 
-RegistrationState StateOf(std::int32_t reply) {
-  switch (reply) {
-    case 0:
+RegistrationState StateOf(std::optional<std::uint8_t> reply) {
+  if (!reply) return RegistrationState::kNoAnswer;
+  switch (*reply) {
+    case REG_RSP_ACCEPTED:
       return RegistrationState::kAccepted;
     case REG_RSP_BUSY:
       return RegistrationState::kBusy;
     case REG_RSP_REFUSED:
       return RegistrationState::kRefused;
-    case -1:
-      return RegistrationState::kNoAnswer;
     default:
       return RegistrationState::kOddReply;
   }
 }
 
-}  // namespace
-
-Registration Register(const std::string& address) {
-  if (!HasInterface(address)) return {RegistrationState::kNoInterface, -1};
-  const std::int32_t reply = cmd_register(address.c_str());
-  return {StateOf(reply), reply == 0 ? REG_RSP_ACCEPTED : reply};
+// Meet gives what keeps the device from being asked; kAccepted: nothing does.
+Registration Meet(const DeviceTarget& target) {
+  if (!HasInterface(target.address)) return {RegistrationState::kNoInterface, -1, {}};
+  const Identity identity = AskIdentity(target);
+  Registration met{RegistrationState::kNoAnswer, -1, identity.mac};
+  std::array<char, NET_NAME_SIZE> model{};
+  if (identity.who == Who::kOther) {
+    met.state = RegistrationState::kOtherDevice;
+  } else if ((identity.who == Who::kSame || target.remembered == nullptr) &&
+             get_model(model.data(), NET_NAME_SIZE, target.address.c_str()) == 0) {
+    met.state =
+        is_qd7xxx(model.data()) ? RegistrationState::kAccepted : RegistrationState::kUnsupported;
+  }
+  return met;
 }
 
-Registration Unregister(const std::string& address) {
-  if (!HasInterface(address)) return {RegistrationState::kNoInterface, -1};
-  const auto device = std::make_shared<Dictionary>(Dictionary{{kDeviceIpKey, address}});
-  const bool sent = unregisterOnDevice(device) == RegistrationResult_Ok;
-  return {sent ? RegistrationState::kAccepted : RegistrationState::kNoAnswer, -1};
+// Of a device whose model has been seen to be a supported one.
+RegistrationState StateOf(RegistrationResult result) {
+  switch (result) {
+    case RegistrationResult_Ok:
+      return RegistrationState::kAccepted;
+    case RegistrationResult_Failed:
+      return RegistrationState::kNotSent;
+    default:
+      return RegistrationState::kNoAnswer;
+  }
+}
+
+}  // namespace
+
+Registration Register(const DeviceTarget& target) {
+  Registration outcome = Meet(target);
+  if (outcome.state != RegistrationState::kAccepted) return outcome;
+  const auto reply = register_reply(target.address.c_str());
+  outcome.state = StateOf(reply);
+  if (reply) outcome.reply = *reply;
+  return outcome;
+}
+
+Registration Unregister(const DeviceTarget& target) {
+  Registration outcome = Meet(target);
+  if (outcome.state != RegistrationState::kAccepted) return outcome;
+  const auto device = std::make_shared<Dictionary>(Dictionary{{kDeviceIpKey, target.address}});
+  outcome.state = StateOf(unregisterOnDevice(device));
+  return outcome;
 }
 
 const char* StateName(RegistrationState state) {
   return RowOf(state).name;
 }
 
-Failure RegistrationFailure(bool wanted, const std::string& device, const Registration& outcome) {
+Failure RegistrationFailure(bool wanted, const DeviceTarget& target, const Registration& outcome) {
   const StateRow& row = RowOf(outcome.state);
   std::string line = std::string("cannot ") + (wanted ? "register with " : "unregister from ") +
-                     device + ": " + row.reason;
+                     CleanText(target.label) + ": ";
+  line += outcome.state == RegistrationState::kOtherDevice
+              ? OtherDeviceReason(outcome.mac, target.address)
+              : row.reason;
   if (outcome.state == RegistrationState::kOddReply) {
     char code[16];
     std::snprintf(code, sizeof code, " (0x%02X)", static_cast<unsigned>(outcome.reply) & 0xFFU);

@@ -7,32 +7,40 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/vox/DeviceChoice.h"
 #include "tools/vox/Failure.h"
 
 namespace vox::cli {
 
 enum class RegistrationState {
-  kAccepted,     // also of Unregister: the command was sent; devices do not answer it
+  kAccepted,     // the command was sent, of Unregister: devices do not answer it
   kBusy,         // to all of the attempts
   kRefused,      // the device's list may be full
   kOddReply,     // a reply that this program does not know
   kNoAnswer,     // to all of the attempts
   kNoInterface,  // this computer has no interface on the device's network
+  kUnsupported,  // the model
+  kOtherDevice,  // the remembered device's address has passed to another one, which is left alone
+  kNotSent,      // the command could not be sent
+  kCancelled,    // before a reply came
 };
 
 struct Registration {
   RegistrationState state = RegistrationState::kNoAnswer;
-  int reply = -1;  // the device's code; -1: none came
+  int reply = -1;   // the device's code; -1: none came
+  std::string mac;  // of whom answers at the address; empty: it was not told
 };
 
-// Register waits up to 27 s. `address` is dotted.
-Registration Register(const std::string& address);
-Registration Unregister(const std::string& address);
+// Register asks who is there first: a remembered device must be the same one still, and the model a
+// supported one. It then waits up to 27 s for the reply.
+Registration Register(const DeviceTarget& target);
+Registration Unregister(const DeviceTarget& target);
 
-// StateName gives "accepted", "busy", "refused", "odd-reply", "no-answer", "no-interface".
+// StateName gives "accepted", "busy", "refused", "odd-reply", "no-answer", "no-interface",
+// "unsupported", "other-device", "not-sent", "cancelled".
 const char* StateName(RegistrationState state);
 
-// RegistrationFailure puts what is not kAccepted into words. `device` is as messages name it.
-Failure RegistrationFailure(bool wanted, const std::string& device, const Registration& outcome);
+// RegistrationFailure puts what is not kAccepted into words.
+Failure RegistrationFailure(bool wanted, const DeviceTarget& target, const Registration& outcome);
 
 }  // namespace vox::cli

@@ -64,18 +64,24 @@ std::int32_t BuildClientRegParam(tagCLIENTREGPARAM* param, const char* device) t
   return NET_FAILED;
 }
 
-std::int32_t cmd_register(const char* device) {
+std::optional<std::uint8_t> register_reply(const char* device) {
   registration_command command;
-  if (!command.build(REG_CMD_REGISTER, device)) return NET_FAILED;
+  if (!command.build(REG_CMD_REGISTER, device)) return std::nullopt;
   std::uint8_t reply_bytes[UDPCMD_PARAM_MAX];  // a device may say more than it was asked
   _tagUDPCMD reply{};
   for (int attempt = 0; attempt < REG_ATTEMPTS; ++attempt) {
     reply = {};
     reply.param = reply_bytes;
-    if (UdpCommandSendResponse(device, &command.request, &reply) != NET_OK) return NET_FAILED;
+    if (UdpCommandSendResponse(device, &command.request, &reply) != NET_OK) return std::nullopt;
     if (reply.command != REG_RSP_BUSY) break;
   }
-  return reply.command == REG_RSP_ACCEPTED ? NET_OK : std::int32_t{reply.command};
+  return reply.command;
+}
+
+std::int32_t cmd_register(const char* device) {
+  const auto reply = register_reply(device);
+  if (!reply) return NET_FAILED;
+  return *reply == REG_RSP_ACCEPTED ? NET_OK : std::int32_t{*reply};
 }
 
 RegistrationResult registerOnDevice(const DeviceInfo& device) try {

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "vox/DeviceDictionary.h"
 #include "vox/platform/Export.h"
@@ -61,10 +62,15 @@ VOX_EXPORT std::int32_t BuildClientRegParam(tagCLIENTREGPARAM* param, const char
 //          0xD4 still busy.
 VOX_EXPORT std::int32_t cmd_register(const char* device);
 
+// register_reply asks as cmd_register does, and gives the code that the device replied last, 0xC4
+// and 0 apart; nothing when there are no parameters or the last attempt got no answer. Inside the
+// library and its programs only.
+std::optional<std::uint8_t> register_reply(const char* device);
+
 // registerOnDevice registers at the dictionary's "ip" and sorts cmd_register's result: 0xC4 is Ok,
 // 0xE4 Failed, all else InvalidDevice. An accepted registration, which cmd_register reports as 0,
 // is InvalidDevice as well: only a refusal is to count as a failure. Who needs the truth calls
-// cmd_register. A missing "ip" is InvalidDevice.
+// register_reply. A missing "ip" is InvalidDevice.
 VOX_EXPORT RegistrationResult registerOnDevice(const DeviceInfo& device);
 
 // unregisterOnDevice has this computer struck from the device's list; the device does not answer.

@@ -1,4 +1,9 @@
 // What devices reply to a registration, in the words that a person gets.
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,43 +16,142 @@ namespace vox::cli::test {
 namespace {
 
 using State = RegistrationState;
+using namespace std::chrono_literals;
 
-Registration RegisterWith(const sim::Faults& faults, std::size_t* entries = nullptr) {
-  sim::DeviceOptions options;
-  options.faults = faults;
-  sim::VirtualDevice device(options);
-  EXPECT_TRUE(device.Start()) << device.Error();
-  snmpPort = device.SnmpPort();
-  SetUdpCommandPort(device.CommandPort());
-  const Registration outcome = Register(device.Address());
-  if (entries != nullptr) *entries = device.Registrations().size();
-  return outcome;
+constexpr std::uint32_t kShortSecond = 300;  // milliseconds
+
+// Ward is a device at the ports that this process asks.
+class Ward {
+ public:
+  explicit Ward(const sim::Faults& faults, const std::string& model = "QD7200",
+                std::uint32_t ms_per_second = 1000)
+      : device(Options(faults, model)) {
+    EXPECT_TRUE(device.Start()) << device.Error();
+    snmpPort = device.SnmpPort();
+    SetUdpCommandPort(device.CommandPort());
+    netMsPerSecond = ms_per_second;
+  }
+  ~Ward() { netMsPerSecond = 1000; }
+  Ward(const Ward&) = delete;
+  Ward& operator=(const Ward&) = delete;
+
+  // As it is named on the command line, and as one that is remembered with a MAC address.
+  DeviceTarget Named() const { return {"Office", device.Address(), nullptr}; }
+  DeviceTarget Remembered(const std::string& mac) const {
+    return {"Office", device.Address(),
+            std::make_shared<Dictionary>(Dictionary{{kDeviceMacKey, mac}})};
+  }
+  std::size_t Commands(sim::EventKind kind) { return device.Events().Count(kind); }
+
+  sim::VirtualDevice device;
+
+ private:
+  static sim::DeviceOptions Options(const sim::Faults& faults, const std::string& model) {
+    sim::DeviceOptions options;
+    options.faults = faults;
+    options.model = model;
+    return options;
+  }
+};
+
+constexpr char kMac[] = "02:56:58:00:00:01";  // the virtual device's
+constexpr char kOtherMac[] = "02:56:58:00:00:02";
+
+sim::Faults Replying(std::uint8_t reply, std::uint32_t times = sim::Faults::kEveryTime) {
+  sim::Faults faults;
+  faults.register_reply = reply;
+  faults.register_replies = times;
+  return faults;
 }
 
 Registration RegisterWithReply(std::uint8_t reply) {
-  sim::Faults faults;
-  faults.register_reply = reply;
-  return RegisterWith(faults);
+  const Ward ward(Replying(reply));
+  return Register(ward.Named());
 }
 
 TEST(RegistrationTest, AnAcceptedRegistrationIsAccepted) {
-  std::size_t entries = 0;
-  const Registration outcome = RegisterWith({}, &entries);
+  const Ward ward({});
+  const Registration outcome = Register(ward.Remembered(kMac));
   EXPECT_EQ(outcome.state, State::kAccepted);
   EXPECT_EQ(outcome.reply, 0xC4);
-  EXPECT_EQ(entries, 1U);
+  EXPECT_EQ(outcome.mac, kMac);
+  EXPECT_EQ(ward.device.Registrations().size(), 1U);
 }
 
 TEST(RegistrationTest, OtherRepliesAreWhatTheyAre) {
   EXPECT_EQ(RegisterWithReply(0xD4).state, State::kBusy);
   EXPECT_EQ(RegisterWithReply(0xE4).state, State::kRefused);
-  EXPECT_EQ(RegisterWithReply(0x55).state, State::kOddReply);
-  EXPECT_EQ(RegisterWithReply(0x55).reply, 0x55);
+  for (const std::uint8_t odd : {0x55, 0x00, 0x01, 0xFF}) {
+    EXPECT_EQ(RegisterWithReply(odd).state, State::kOddReply) << int{odd};
+    EXPECT_EQ(RegisterWithReply(odd).reply, odd);
+  }
+}
+
+TEST(RegistrationTest, ADeviceThatIsFreeAtTheThirdTryIsAccepted) {
+  Ward ward(Replying(0xD4, 2));
+  const Registration outcome = Register(ward.Named());
+  EXPECT_EQ(outcome.state, State::kAccepted);
+  EXPECT_EQ(outcome.reply, 0xC4);
+  EXPECT_EQ(ward.Commands(sim::EventKind::kRegister), 3U);
+  EXPECT_EQ(ward.device.Registrations().size(), 1U);
+}
+
+TEST(RegistrationTest, AnUnregistrationStrikesTheEntry) {
+  Ward ward({});
+  ASSERT_EQ(Register(ward.Named()).state, State::kAccepted);
+  const Registration outcome = Unregister(ward.Remembered(kMac));
+  EXPECT_EQ(outcome.state, State::kAccepted);
+  EXPECT_EQ(outcome.reply, -1);
+  ASSERT_TRUE(ward.device.Events().WaitFor(sim::EventKind::kUnregister, 1, 10s));
+  // The entry goes when the command has been noted.
+  for (int i = 0; i < 1000 && !ward.device.Registrations().empty(); ++i)
+    std::this_thread::sleep_for(10ms);
+  EXPECT_TRUE(ward.device.Registrations().empty());
+}
+
+TEST(RegistrationTest, ASilentDeviceGivesNoAnswer) {
+  sim::Faults asleep;
+  asleep.silence.at = sim::Stage::kAlways;
+  const Ward ward(asleep, "QD7200", kShortSecond);
+  for (const DeviceTarget& target : {ward.Named(), ward.Remembered(kMac)}) {
+    EXPECT_EQ(Register(target).state, State::kNoAnswer);
+    EXPECT_EQ(Unregister(target).state, State::kNoAnswer);
+  }
+}
+
+TEST(RegistrationTest, ADeviceThatIsSilentAtTheCommandGivesNoAnswer) {
+  sim::Faults late;
+  late.delays.reply = 60s;
+  Ward ward(late, "QD7200", kShortSecond);
+  const Registration outcome = Register(ward.Named());
+  EXPECT_EQ(outcome.state, State::kNoAnswer);
+  EXPECT_EQ(outcome.reply, -1);
+  EXPECT_EQ(ward.Commands(sim::EventKind::kRegister), 3U);
+}
+
+TEST(RegistrationTest, AnUnsupportedModelIsSentNothing) {
+  Ward ward({}, "Typewriter");
+  EXPECT_EQ(Register(ward.Named()).state, State::kUnsupported);
+  EXPECT_EQ(Unregister(ward.Named()).state, State::kUnsupported);
+  EXPECT_EQ(ward.Commands(sim::EventKind::kRegister), 0U);
+  EXPECT_EQ(ward.Commands(sim::EventKind::kUnregister), 0U);
+}
+
+TEST(RegistrationTest, AnotherDeviceAtARememberedAddressIsSentNothing) {
+  Ward ward({});
+  for (const Registration& outcome :
+       {Register(ward.Remembered(kOtherMac)), Unregister(ward.Remembered(kOtherMac))}) {
+    EXPECT_EQ(outcome.state, State::kOtherDevice);
+    EXPECT_EQ(outcome.mac, kMac);
+  }
+  EXPECT_EQ(ward.Commands(sim::EventKind::kRegister), 0U);
+  EXPECT_EQ(ward.Commands(sim::EventKind::kUnregister), 0U);
 }
 
 TEST(RegistrationTest, ADeviceBehindNoInterfaceIsNotAsked) {
-  EXPECT_EQ(Register("240.0.0.1").state, State::kNoInterface);
-  EXPECT_EQ(Unregister("240.0.0.1").state, State::kNoInterface);
+  const DeviceTarget target{"Office", "240.0.0.1", nullptr};
+  EXPECT_EQ(Register(target).state, State::kNoInterface);
+  EXPECT_EQ(Unregister(target).state, State::kNoInterface);
 }
 
 struct Row {
@@ -64,17 +168,25 @@ TEST(RegistrationTest, EveryStateHasItsNameExitStatusAndWords) {
       {State::kRefused, 0xE4, 9, "refused", "it refused"},
       {State::kOddReply, 0x5, 9, "odd-reply", "not known (0x05)"},
       {State::kNoAnswer, -1, 9, "no-answer", "does not answer"},
+      {State::kOddReply, 0, 9, "odd-reply", "not known (0x00)"},
       {State::kNoInterface, -1, 9, "no-interface", "no interface on that device's network"},
+      {State::kUnsupported, -1, 4, "unsupported", "its model is not supported"},
+      {State::kOtherDevice, -1, 9, "other-device",
+       "another device, 02:56:58:00:00:02, answers at its address; find it again with vox "
+       "discover, or use that one as net:192.168.0.5"},
+      {State::kNotSent, -1, 9, "not-sent", "could not be sent"},
+      {State::kCancelled, -1, 2, "cancelled", "cancelled before it had answered"},
   };
+  const DeviceTarget target{"Office", "192.168.0.5", nullptr};
   for (const Row& row : rows) {
-    const Failure failure = RegistrationFailure(true, "Office", {row.state, row.reply});
+    const Failure failure = RegistrationFailure(true, target, {row.state, row.reply, kOtherMac});
     EXPECT_EQ(static_cast<int>(failure.Status()), row.exit) << row.name;
     EXPECT_STREQ(StateName(row.state), row.name);
     EXPECT_THAT(failure.what(), testing::StartsWith("cannot register with Office: "));
     EXPECT_THAT(failure.what(), testing::HasSubstr(row.words));
   }
   EXPECT_STREQ(StateName(State::kAccepted), "accepted");
-  EXPECT_THAT(RegistrationFailure(false, "Office", {State::kNoAnswer, -1}).what(),
+  EXPECT_THAT(RegistrationFailure(false, target, {State::kNoAnswer, -1, {}}).what(),
               testing::StartsWith("cannot unregister from Office: "));
 }
 

@@ -7,6 +7,7 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 
+#include "tests/support/FreshLoopback.h"
 #include "tests/unit/core/Scratch.h"
 #include "tests/unit/search/Street.h"
 #include "vox/UserPreferences.h"
@@ -128,7 +129,7 @@ TEST_F(Panel, UnregistersWithOneDatagramAndAwaitsNothing) {
 }
 
 struct MappingCase {
-  std::vector<std::uint8_t> replies;
+  std::vector<std::uint8_t> replies;  // the last one is what register_reply gives
   std::int32_t code;
   RegistrationResult result;
   bool good;
@@ -144,12 +145,16 @@ const MappingCase kMapping[] = {
     {{0xD4, 0xD4, 0xC4}, 0, RegistrationResult_InvalidDevice, true, 3},
     {{0x45}, 0x45, RegistrationResult_InvalidDevice, true, 1},
     {{0x01}, 1, RegistrationResult_InvalidDevice, true, 1},
+    {{0x00}, 0, RegistrationResult_InvalidDevice, true, 1},
 };
 
 TEST_F(Panel, RepliesAreSortedAsTheyAlwaysWere) {
   for (const MappingCase& c : kMapping) {
     Answers(Replies(c.replies));
     EXPECT_EQ(cmd_register(kHost), c.code);
+    EXPECT_THAT(Commands(), SizeIs(c.commands));
+    Answers(Replies(c.replies));
+    EXPECT_EQ(register_reply(kHost), c.replies.back());
     EXPECT_THAT(Commands(), SizeIs(c.commands));
     Answers(Replies(c.replies));
     EXPECT_EQ(registerOnDevice(Device()), c.result) << c.code;
@@ -162,6 +167,7 @@ TEST_F(Panel, SilenceIsNoAnswer) {
   Answers(Silent(), 10);
   EXPECT_EQ(cmd_register(kHost), -1);
   EXPECT_THAT(Commands(), SizeIs(3));
+  EXPECT_EQ(register_reply(kHost), std::nullopt);
   EXPECT_EQ(registerOnDevice(Device()), RegistrationResult_InvalidDevice);
   EXPECT_TRUE(reg_one_dev(Device()));
 }
@@ -211,6 +217,7 @@ TEST_F(Panel, OnANetworkWithoutAnInterfaceNothingIsSent) {
   EXPECT_EQ(BuildClientRegParam(nullptr, kHost), -1);
   EXPECT_EQ(cmd_register("240.0.0.1"), -1);
   EXPECT_EQ(cmd_register(nullptr), -1);
+  EXPECT_EQ(register_reply("240.0.0.1"), std::nullopt);
   EXPECT_THAT(Commands(), IsEmpty());
 }
 
@@ -231,6 +238,26 @@ TEST_F(Panel, UnregisteringFailsWithoutParameters) {
   EXPECT_EQ(unregisterOnDevice(by_name), RegistrationResult_Failed) << "no dotted address";
   EXPECT_TRUE(reg_one_dev(by_name)) << "only a wanted registration can fail";
   EXPECT_THAT(Commands(), IsEmpty());
+}
+
+// Only the command's port is forbidden: the model is told, and the parameters can be built.
+TEST_F(Panel, UnregisteringFailsWhenTheCommandCannotBeSent) {
+  const int code = OnFreshLoopback([this] {
+    Answers(Silent());
+    IsModel("QD7200");
+    if (unregisterOnDevice(Device()) != RegistrationResult_Ok) return 1;
+    if (AwaitCommand().size() != 1) return 2;
+    const std::string forbid =
+        "(ip rule add pref 2 lookup local && ip rule add pref 1 ipproto udp "
+        "dport " +
+        std::to_string(udpCommandPort) + " prohibit && ip rule del pref 0) 2>/dev/null";
+    if (std::system(forbid.c_str()) != 0) return kNotPermitted;
+    if (unregisterOnDevice(Device()) != RegistrationResult_Failed) return 3;
+    if (!reg_one_dev(Device(false))) return 4;
+    return Commands().size() == 1 ? 0 : 5;
+  });
+  SKIP_IF_NOT_PERMITTED(code);
+  EXPECT_EQ(code, 0);
 }
 
 TEST_F(Panel, ADeviceThatIsNotWantedIsUnregistered) {

@@ -1,0 +1,146 @@
+// vox register and unregister where something is not as it should be, and devices at USB, which
+// none of the verbs asks.
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/e2e/VoxDevices.h"
+
+namespace vox::cli::test {
+namespace {
+
+using nlohmann::json;
+using sim::EventKind;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class VoxRegister : public VoxDevices {
+ protected:
+  // A device that is no longer where it was, and a stranger in its place.
+  sim::VirtualDevice& PassOfficesAddressOn() {
+    Put(2, "Office");
+    Good("add 127.0.0.2");
+    devices_.clear();
+    return PutOther("QD7200");
+  }
+  sim::VirtualDevice& PutOther(const std::string& model) {
+    sim::DeviceOptions other;
+    other.address = "127.0.0.2";
+    other.snmp_port = 161;
+    other.command_port = 3892;
+    other.model = model;
+    devices_.push_back(std::make_unique<sim::VirtualDevice>(other));
+    EXPECT_TRUE(devices_.back()->Start()) << devices_.back()->Error();
+    return *devices_.back();
+  }
+  json Only(const std::string& arguments) {
+    const auto objects = Objects(Vox(arguments).out);
+    EXPECT_EQ(objects.size(), 1U) << arguments;
+    return objects.empty() ? json() : objects[0];
+  }
+  void RememberAtUsb() {
+    std::ofstream(SharedFile())
+        << R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>Device.S1</key>)"
+           "<dict><key>deviceId</key><string>S1</string><key>type</key><string>usb</string>"
+           "<key>modelName</key><string>Veltronix QD7200</string>"
+           "<key>serialNumber</key><string>S1</string></dict></dict></plist>";
+  }
+};
+
+TEST_F(VoxRegister, AnAddressThatPassedToAnotherDeviceIsSentNothing) {
+  sim::VirtualDevice& other = PassOfficesAddressOn();
+  const std::string before = Good("list --json");
+  for (const char* verb : {"register", "unregister"}) {
+    const std::string line = verb;
+    ExpectFailure(line + " office", 9,
+                  "Office (127.0.0.2): another device, 02:56:58:00:00:01, answers at its address");
+    ExpectFailure(line + " --all", 9, "another device, 02:56:58:00:00:01, answers");
+    const json told = Only(line + " office --json");
+    EXPECT_EQ(told["result"], "other-device");
+    EXPECT_EQ(told["reply"], json(nullptr));
+    EXPECT_EQ(told["deviceId"], "02:56:58:00:00:02");
+  }
+  EXPECT_EQ(other.Events().Count(EventKind::kRegister), 0U);
+  EXPECT_EQ(other.Events().Count(EventKind::kUnregister), 0U);
+  EXPECT_EQ(Good("list --json"), before);
+}
+
+TEST_F(VoxRegister, WhoIsNamedByItsAddressIsNotTakenForTheRememberedDevice) {
+  const sim::VirtualDevice& other = PassOfficesAddressOn();
+  const std::string before = Good("list --json");
+  EXPECT_EQ(Only("unregister net:127.0.0.2 --json").count("deviceId"), 0U);
+  Good("register net:127.0.0.2");
+  EXPECT_EQ(other.Registrations().size(), 1U);
+  EXPECT_EQ(Good("list --json"), before) << "nothing of it is Office's";
+  ExpectFailure("register net:127.0.0.2 office", 9, "another device");
+  ExpectFailure("register office net:127.0.0.2", 9, "another device");
+}
+
+TEST_F(VoxRegister, TheAddressOfARememberedDeviceMeansIt) {
+  Put(2, "Office");
+  Good("add 127.0.0.2");
+  const json told = Only("unregister net:127.0.0.2 --json");
+  EXPECT_EQ(told["result"], "accepted");
+  EXPECT_EQ(told["deviceId"], "02:56:58:00:00:02");
+  EXPECT_EQ(Only("list --json")["isNetworkPushEnabled"], false);
+}
+
+TEST_F(VoxRegister, AModelThatIsNotSupportedIsFour) {
+  sim::VirtualDevice& other = PutOther("Typewriter");
+  for (const char* verb : {"register", "unregister"}) {
+    const std::string line = std::string(verb) + " net:127.0.0.2";
+    ExpectFailure(line, 4, "net:127.0.0.2: its model is not supported");
+    EXPECT_EQ(Only(line + " --json")["result"], "unsupported");
+  }
+  EXPECT_EQ(other.Events().Count(EventKind::kUnregister), 0U);
+}
+
+TEST_F(VoxRegister, ACommandThatCannotBeSentIsNotSent) {
+  Put(2, "Office");
+  Good("add 127.0.0.2");
+  if (std::system("(ip rule add pref 2 lookup local && ip rule add pref 1 ipproto udp dport 3892 "
+                  "prohibit && ip rule del pref 0) 2>/dev/null") != 0)
+    GTEST_SKIP() << "no rules about ports can be made here";
+  ExpectFailure("unregister office", 9, "the command could not be sent");
+  EXPECT_EQ(Only("unregister office --json")["result"], "not-sent");
+  EXPECT_EQ(Only("list --json")["isNetworkPushEnabled"], true);
+}
+
+TEST_F(VoxRegister, AReplyOfZeroIsNotAnAcceptance) {
+  sim::Faults odd;
+  odd.register_reply = 0x00;
+  Put(2, "Office", odd);
+  Good("add 127.0.0.2");
+  Good("unregister office");
+  ExpectFailure("register office", 9, "gave a reply that is not known (0x00)");
+  const json told = Only("register office --json");
+  EXPECT_EQ(told["result"], "odd-reply");
+  EXPECT_EQ(told["reply"], 0);
+  EXPECT_EQ(told["isNetworkPushEnabled"], false);
+}
+
+TEST_F(VoxRegister, DevicesAtUsbNeedNoRegistration) {
+  RememberAtUsb();
+  for (const char* verb : {"register", "unregister"}) {
+    const std::string line = verb;
+    ExpectFailure(line + " --all", 4,
+                  "no network device is remembered, and devices at USB need no registration");
+    ExpectFailure(line + " usb:S1", 4, "is at USB, where devices need no registration");
+    ExpectFailure(line + " S1", 4, "is at USB, where devices need no registration");
+  }
+  const sim::VirtualDevice& office = Put(2, "Office");
+  Good("add 127.0.0.2");
+  Good("register --all");
+  EXPECT_EQ(office.Registrations().size(), 1U);
+}
+
+TEST_F(VoxRegister, ADeviceAtUsbCanBeForgottenAndNotAdded) {
+  RememberAtUsb();
+  ExpectFailure("remove usb:S", 4,
+                "no device at USB with the serial number of usb:S is remembered");
+  EXPECT_EQ(Good("remove usb:S1"), "forgotten: Veltronix QD7200 (S1)\n");
+  EXPECT_THAT(Vox("list").out, IsEmpty());
+  ExpectFailure("add usb:S1", 4, "usb:S1: this build of vox supports no USB devices");
+}
+
+}  // namespace
+}  // namespace vox::cli::test
