@@ -1,5 +1,7 @@
-// The registry's searches, with real broadcasts on a loopback of the test's own.
+// The registry's searches, with real broadcasts on a loopback of the test's own and a machine's USB
+// in memory.
 #include "sim/VirtualDevice.h"
+#include "tests/support/FakeUsbPort.h"
 #include "tests/support/FreshLoopback.h"
 #include "tests/support/UdpPeer.h"
 #include "tests/unit/registry/Registry.h"
@@ -31,6 +33,9 @@ class Searches : public Registry {
   static bool KnowsOffice() {
     return Manager().deviceLocation(kId) == "Office (127.0.0.1)" && IsStored();
   }
+  void Attach(const std::string& serial) { usb_.Attach(test::StillImageDevice(serial)); }
+
+  test::FakeUsbPort usb_;
 };
 
 TEST_F(Searches, OfTheNetworkAddWhatTheyFindToTheRegistry) {
@@ -50,6 +55,70 @@ TEST_F(Searches, OfAllKindsHoldTheNetworkToo) {
     if (!Manager().searchDevices(nullptr)) return 2;
     return KnowsOffice() ? 0 : 3;
   });
+  SKIP_IF_NOT_PERMITTED(code);
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(Searches, OfUsbAddWhatIsAttachedToTheRegistry) {
+  Attach("SN1");
+  Manager().searchUsbDevices(nullptr);
+  const std::optional<Dictionary> stored = StoredDevice("SN1");
+  ASSERT_TRUE(stored);
+  EXPECT_EQ(*stored, (Dictionary{{"deviceId", "SN1"},
+                                 {"type", "usb"},
+                                 {"modelName", "Veltronix QD7200"},
+                                 {"serialNumber", "SN1"},
+                                 {"location", "USB"}}));
+  EXPECT_EQ(Ids(Manager().knownDevices()), std::set<std::string>{"SN1"});
+}
+
+TEST_F(Searches, OfUsbFindDevicesAtAnyPlaceAndHeedNoOtherBits) {
+  usb_.Attach(test::StillImageDevice("SN1", 0x01100000));
+  usb_.Attach(test::StillImageDevice("SN2", 0x02200000));
+  for (const int kinds : {SEARCH_USB + 0, SEARCH_USB | 4}) {
+    const DeviceInfoDictionary found = searchDevices(nullptr, kinds);
+    EXPECT_EQ(found.size(), 2u);
+    EXPECT_EQ(found.count("SN2"), 1u);
+  }
+  EXPECT_TRUE(searchDevices(nullptr, 4).empty());
+  EXPECT_EQ(usb_.Count("IOCreatePlugInInterfaceForService"), 0) << "none is opened";
+  EXPECT_EQ(usb_.Held(), 0);
+}
+
+TEST_F(Searches, OfUsbCalledOffAddNothing) {
+  Attach("SN1");
+  CancelledAt first(1);
+  Manager().searchUsbDevices(&first);
+  EXPECT_TRUE(Manager().knownDevices().empty());
+  EXPECT_EQ(first.asked, 1);
+}
+
+TEST_F(Searches, OfAllKindsHoldBoth) {
+  Attach("SN1");
+  const int code = With([] {
+    Manager().searchAllDevices(nullptr);
+    if (!KnowsOffice() || Manager().deviceLocation("SN1") != "USB") return 1;
+    return Manager().knownDevices().size() == 2 ? 0 : 2;
+  });
+  SKIP_IF_NOT_PERMITTED(code);
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(Searches, OfAllKindsPreferTheDeviceAtUsbOfTwoWithOneId) {
+  Attach(kId);
+  Attach("SN1");
+  const int code = With([] {
+    const DeviceInfoDictionary found = searchDevices(nullptr, SEARCH_ALL);
+    if (found.size() != 2 || found.count(kId) != 1 || found.count("SN1") != 1) return 1;
+    return is_device_of_type(*found.at(kId), kDeviceTypeUsb) ? 0 : 2;
+  });
+  SKIP_IF_NOT_PERMITTED(code);
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(Searches, OfTheNetworkLeaveUsbAlone) {
+  Attach("SN1");
+  const int code = With([] { return searchDevices(nullptr, SEARCH_NETWORK).size() == 1 ? 0 : 1; });
   SKIP_IF_NOT_PERMITTED(code);
   EXPECT_EQ(code, 0);
 }
