@@ -79,10 +79,11 @@ function(vox_precompile_test target)
   target_precompile_headers(${target} REUSE_FROM vox_precompiled_test)
 endfunction()
 
-# vox_add_test(NAME SOURCES... [LIBS ...] [THREADED] [SERIAL] [TIMEOUT s]): one GoogleTest program; each case is a
-# ctest. THREADED programs are also run under ThreadSanitizer; the thread build leaves the others out.
+# vox_add_test(NAME SOURCES... [LIBS ...] [THREADED] [SERIAL] [TIMEOUT s] [ENVIRONMENT NAME=VALUE...]): one GoogleTest
+# program; each case is a ctest. THREADED programs are also run under ThreadSanitizer; the thread build leaves the others
+# out.
 function(vox_add_test name)
-  cmake_parse_arguments(arg "THREADED;SERIAL" "TIMEOUT" "SOURCES;LIBS;ARGS" ${ARGN})
+  cmake_parse_arguments(arg "THREADED;SERIAL" "TIMEOUT" "SOURCES;LIBS;ARGS;ENVIRONMENT" ${ARGN})
   if(VOX_SANITIZE STREQUAL "thread" AND NOT arg_THREADED)
     return()
   endif()
@@ -96,6 +97,9 @@ function(vox_add_test name)
   endif()
   if(arg_SERIAL)
     list(APPEND properties RUN_SERIAL ON)
+  endif()
+  if(arg_ENVIRONMENT)
+    list(APPEND properties ENVIRONMENT "${arg_ENVIRONMENT}")
   endif()
   gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()
@@ -141,7 +145,8 @@ function(vox_add_library)
   add_library(vox SHARED $<TARGET_OBJECTS:vox_jbig_objs> $<TARGET_OBJECTS:vox_objs>)
   add_library(Vox::vox ALIAS vox)
   set_target_properties(vox PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  target_link_libraries(vox PRIVATE $<BUILD_INTERFACE:vox_options> $<BUILD_INTERFACE:PkgConfig::PLIST>)
+  target_link_libraries(vox PRIVATE $<BUILD_INTERFACE:vox_options> $<BUILD_INTERFACE:PkgConfig::PLIST>
+                            $<BUILD_INTERFACE:PkgConfig::LIBUSB>)
   target_compile_features(vox INTERFACE cxx_std_20)
   target_include_directories(vox INTERFACE $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>
                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
@@ -149,5 +154,5 @@ function(vox_add_library)
   add_library(vox_jbig STATIC $<TARGET_OBJECTS:vox_jbig_objs>)
   target_link_libraries(vox_jbig PUBLIC vox_options)
   add_library(vox_static STATIC $<TARGET_OBJECTS:vox_objs>)
-  target_link_libraries(vox_static PUBLIC vox_options vox_jbig PRIVATE PkgConfig::PLIST)
+  target_link_libraries(vox_static PUBLIC vox_options vox_jbig PRIVATE PkgConfig::PLIST PkgConfig::LIBUSB)
 endfunction()
