@@ -236,5 +236,26 @@ TEST_F(VoxOnANetwork, AJobServerThatCannotStartIsOneLine) {
   EXPECT_THAT(Said(), HasSubstr("; put that right and try again\nstatus 9\n"));
 }
 
+TEST_F(VoxOnANetwork, AJobServerThatMayNotOpenItsLockFileIsEleven) {
+  Run("", R"(
+    : >root/var/tmp/com.veltronix.vox.lpd.lock
+    chmod 0444 root/var/tmp/com.veltronix.vox.lpd.lock
+    setpriv --bounding-set=-dac_override "$VOX" scan net:127.0.0.1 -o a.png || echo "status $?"
+    kill $device
+  )");
+  EXPECT_THAT(Said(), StartsWith("vox: cannot start the job server: voxjobd: cannot lock "));
+  EXPECT_THAT(Said(), HasSubstr("; put that right and try again\nstatus 11\n"));
+}
+
+TEST_F(VoxOnANetwork, AMachineRootBelowTheWorkingFolderIsTheJobServersToo) {
+  Run("", R"(
+    export VOX_ROOT=root
+    "$VOX" scan net:127.0.0.1 -o a.png --mode gray --resolution 100
+    test -s root/var/tmp/com.veltronix.vox.lpd.lock
+    kill $device
+  )");
+  EXPECT_EQ(Said(), "a.png: page 1, 850 x 1170 pixels, gray, 100 dpi\n");
+}
+
 }  // namespace
 }  // namespace vox::cli::test

@@ -112,7 +112,7 @@ void ScanJob::StartPage(unsigned page) {
   if (!device_.IsVirtual()) {
     const JobServerPresence server = EnsureJobServer();
     if (!server.running)
-      throw Failure(ExitStatus::kIoError,
+      throw Failure(server.forbidden ? ExitStatus::kNoPermission : ExitStatus::kIoError,
                     "cannot start the job server: " + CleanText(server.error) +
                         "; put that right and try again");
   }

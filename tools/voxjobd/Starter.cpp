@@ -7,7 +7,9 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -61,7 +63,8 @@ void WriteText(const char* text) {
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text, std::strlen(text));
 }
 
-void BecomeServer(const char* program, char* const* arguments, int error_pipe) {
+void BecomeServer(const char* program, char* const* arguments, char* const* environment,
+                  int error_pipe) {
   const int nothing = ::open("/dev/null", O_RDWR);
   ::dup2(nothing, STDIN_FILENO);
   ::dup2(nothing, STDOUT_FILENO);
@@ -71,7 +74,7 @@ void BecomeServer(const char* program, char* const* arguments, int error_pipe) {
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  ::execv(program, arguments);
+  ::execve(program, arguments, environment);
   const char* reason = ::strerrordesc_np(errno);
   WriteText("cannot run ");
   WriteText(program);
@@ -79,21 +82,48 @@ void BecomeServer(const char* program, char* const* arguments, int error_pipe) {
   WriteText(reason != nullptr ? reason : "unknown error");
 }
 
+// ---- in this process
+
+// The server works in another folder, so a machine root below this one is given in full.
+std::vector<std::string> ServerEnvironment() {
+  constexpr std::string_view kRoot = "VOX_ROOT=";
+  std::vector<std::string> environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    std::string text = *entry;
+    std::error_code error;
+    if (text.starts_with(kRoot) && text.size() > kRoot.size()) {
+      const auto root = std::filesystem::absolute(text.substr(kRoot.size()), error);
+      if (!error) text = std::string(kRoot) + root.string();
+    }
+    environment.push_back(std::move(text));
+  }
+  return environment;
+}
+
+// As exec takes them; they are valid as long as the texts.
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 // The child in between ends at once, so that the server is nobody's child: it leaves no zombie
 // behind in a program that runs for days.
 bool Launch(const std::string& program, std::vector<std::string> arguments, int error_pipe) {
   arguments.insert(arguments.begin(), {program, "--exit-when-idle"});
-  std::vector<char*> pointers;
-  pointers.reserve(arguments.size() + 1);
-  for (std::string& argument : arguments) pointers.push_back(argument.data());
-  pointers.push_back(nullptr);
+  std::vector<std::string> environment = ServerEnvironment();
+  const std::vector<char*> argument_pointers = Pointers(arguments);
+  const std::vector<char*> environment_pointers = Pointers(environment);
   const pid_t child = ::fork();
   if (child < 0) return false;
   if (child == 0) {
     ::setsid();
     const pid_t server = ::fork();
     if (server != 0) ::_exit(server < 0 ? 1 : 0);
-    BecomeServer(program.c_str(), pointers.data(), error_pipe);
+    BecomeServer(program.c_str(), argument_pointers.data(), environment_pointers.data(),
+                 error_pipe);
     ::_exit(127);
   }
   int status = 0;
@@ -142,7 +172,26 @@ class StartedServer {
 
 JobServerPresence Failed(std::string text) {
   while (!text.empty() && text.back() == '\n') text.pop_back();
-  return {.running = false, .started = false, .error = std::move(text)};
+  return {.running = false, .started = false, .error = std::move(text), .forbidden = false};
+}
+
+// Nobody learns the exit status of a server in a session of its own, so that is found out again.
+bool LockFileIsForbidden() {
+  const std::string path = bonjour_lock_file();
+  const FileDescriptor file(
+      ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  if (file) return false;
+  if (errno == ENOENT) {
+    const std::string folder = std::filesystem::path(path).parent_path();
+    if (::access(folder.c_str(), W_OK | X_OK) == 0) return false;
+  }
+  return errno == EACCES || errno == EPERM;
+}
+
+JobServerPresence CouldNotStart(const std::string& last_words) {
+  JobServerPresence presence = Failed(last_words);
+  presence.forbidden = LockFileIsForbidden();
+  return presence;
 }
 
 JobServerPresence AwaitServer(StartedServer server, Clock::time_point deadline) {
@@ -152,10 +201,10 @@ JobServerPresence AwaitServer(StartedServer server, Clock::time_point deadline) 
     // Another starter's server may hold the lock and not have written its port yet.
     if (server.HasEnded() && !had_ended) deadline = std::min(deadline, Clock::now() + kAfterItsEnd);
     if (Clock::now() < deadline) continue;
-    if (server.HasEnded() && !server.LastWords().empty()) return Failed(server.LastWords());
+    if (server.HasEnded() && !server.LastWords().empty()) return CouldNotStart(server.LastWords());
     return Failed(std::string(kProgram) + " was started but cannot be reached");
   }
-  return {.running = true, .started = !server.HasEnded(), .error = {}};
+  return {.running = true, .started = !server.HasEnded(), .error = {}, .forbidden = false};
 }
 
 }  // namespace
@@ -175,7 +224,7 @@ std::string FindJobServer() {
 }
 
 JobServerPresence EnsureJobServer(const JobServerStarterOptions& options) {
-  if (Knock()) return {.running = true, .started = false, .error = {}};
+  if (Knock()) return {.running = true, .started = false, .error = {}, .forbidden = false};
   const Clock::time_point deadline = Clock::now() + options.patience;
   const std::string program = options.program.empty() ? FindJobServer() : options.program;
   if (program.empty()) return Failed("voxjobd is not installed: network scans need it");

@@ -24,8 +24,9 @@ struct JobServerStarterOptions {
 
 struct JobServerPresence {
   bool running = false;
-  bool started = false;  // by this call
-  std::string error;     // one line for a person when not running
+  bool started = false;    // by this call
+  std::string error;       // one line for a person when not running
+  bool forbidden = false;  // the server could not start, and this user may not open its lock file
 };
 
 // EnsureJobServer returns at once when a server holds the lock file, and puts its idle time back to
