@@ -1,13 +1,14 @@
-// vox discover: the search runs on a thread of its own, and each device is shown and saved by the
-// main thread while others still answer, so that nothing is left to save when the search ends.
+// vox discover: devices are shown and saved while others still answer, so that nothing is left to
+// save when the search ends.
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <deque>
+#include <map>
 #include <optional>
-#include <thread>
-#include <utility>
+#include <set>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -15,73 +16,17 @@
 #include "tools/vox/CancelWatch.h"
 #include "tools/vox/DeviceText.h"
 #include "tools/vox/KnownDevices.h"
+#include "tools/vox/NetworkSearch.h"
 #include "tools/vox/Output.h"
 #include "tools/vox/Premises.h"
 #include "tools/vox/Verbs.h"
-#include "vox/drivers/net/search.h"
 #include "vox/platform/FileDescriptor.h"
-#include "vox/platform/Mutex.h"
 
 namespace vox::cli {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Search runs the search; devices are taken from it as they are found.
-class Search {
- public:
-  explicit Search(std::string address) : address_(std::move(address)) {
-    thread_ = std::thread([this] { Run(); });
-  }
-  ~Search() {
-    Stop();
-    thread_.join();
-  }
-  Search(const Search&) = delete;
-  Search& operator=(const Search&) = delete;
-
-  void Stop() { stop_.Raise(); }  // from any thread
-
-  // Next waits for a device; null when the search is over.
-  DeviceInfo Next() VOX_EXCLUDES(mutex_) {
-    MutexLock lock(mutex_);
-    while (found_.empty() && !over_) changed_.Wait(lock);
-    if (found_.empty()) return nullptr;
-    DeviceInfo device = std::move(found_.front());
-    found_.pop_front();
-    return device;
-  }
-  // Once Next gave null.
-  bool Answered() const { return answered_; }
-  const DeviceInfoDictionary& Result() const { return result_; }
-
- private:
-  void Run() VOX_EXCLUDES(mutex_) {
-    tagNETSEARCH how;
-    how.pszAddress = address_.c_str();
-    how.nStopFd = stop_.Get();
-    how.found = [this](const DeviceInfo& device) {
-      const MutexLock lock(mutex_);
-      found_.push_back(device);
-      changed_.NotifyOne();
-    };
-    result_ = searchNetworkDevices(nullptr, &answered_, how);
-    const MutexLock lock(mutex_);
-    over_ = true;
-    changed_.NotifyOne();
-  }
-
-  const std::string address_;
-  EventFd stop_;
-  bool answered_ = false;        // the searching thread's until over_
-  DeviceInfoDictionary result_;  // likewise
-  Mutex mutex_;
-  Condition changed_;
-  std::deque<DeviceInfo> found_ VOX_GUARDED_BY(mutex_);
-  bool over_ VOX_GUARDED_BY(mutex_) = false;
-  std::thread thread_;
-};
 
 // The search itself does not say why nobody answered, so a machine without a road for the question
 // is found out before it.
@@ -100,9 +45,17 @@ void CheckRoute(const std::string& address) {
                       "; connect it, or name a device's address with vox add");
 }
 
-struct Tally {
-  unsigned found = 0, added = 0, changed = 0;
-};
+// Of a device that is shown: what it is beside what was remembered.
+enum class State { kNew, kChanged, kKnown };
+
+const char* StateName(State state) {
+  return state == State::kNew ? "new" : state == State::kChanged ? "changed" : "known";
+}
+
+bool Differ(const Dictionary& a, const Dictionary& b) {
+  return a.String(kDeviceIpKey) != b.String(kDeviceIpKey) ||
+         a.String(kDeviceNameKey) != b.String(kDeviceNameKey);
+}
 
 class Discovery {
  public:
@@ -112,34 +65,49 @@ class Discovery {
     } catch (const Failure& failure) {
       unsaved_ = failure;
     }
-    unheard_ = registry_.knownDevices().size();
+    for (const DeviceInfo& device : registry_.knownDevices()) {
+      if (is_device_of_type(*device, kDeviceTypeNetwork)) unheard_.insert(IdOf(*device));
+    }
   }
 
-  void Show(const DeviceInfo& device) {
-    const DeviceInfo known = registry_.infoForDevice(*device->String(kDeviceIdKey));
-    const bool changed = known != nullptr && IsChanged(*known, *device);
-    ++tally_.found;
-    tally_.added += known == nullptr;
-    tally_.changed += changed;
-    unheard_ -= known != nullptr;
-    Save(device);
-    const DeviceInfo now = registry_.infoForDevice(*device->String(kDeviceIdKey));
-    Print(now != nullptr ? *now : *device, known == nullptr ? "new"
-                                           : changed        ? "changed"
-                                                            : "known");
+  // Show saves devices in one piece and prints them; each has another id.
+  void Show(const DeviceInfoArray& devices) {
+    std::vector<State> states;
+    DeviceInfoDictionary by_id;
+    for (const DeviceInfo& device : devices) {
+      states.push_back(Count(device));
+      by_id[IdOf(*device)] = device;
+    }
+    Save(by_id);
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+      const DeviceInfo now = registry_.infoForDevice(IdOf(*devices[i]));
+      Print(now != nullptr ? *now : *devices[i], states[i]);
+    }
   }
 
-  // What was found again under another address after it was shown.
+  // Settle shows what was found again under another address or name after it was shown, and what
+  // could not be shown.
   void Settle(const DeviceInfoDictionary& result) {
-    for (const auto& [id, device] : result) Save(device);
+    DeviceInfoArray news;
+    for (const auto& [id, device] : result) {
+      const auto shown = shown_.find(id);
+      if (shown == shown_.end() || Differ(*shown->second.device, *device)) news.push_back(device);
+    }
+    Show(news);
+  }
+
+  [[noreturn]] void GiveUp(ExitStatus status, std::string line) const {
+    if (unsaved_)
+      line += std::string("; not all that was found is remembered: ") + unsaved_->what();
+    throw Failure(status, line);
   }
 
   void Summarise(bool answered, double seconds) const {
     if (json_) {
-      PrintOut(JsonLine({{"found", tally_.found},
-                         {"new", tally_.added},
-                         {"changed", tally_.changed},
-                         {"unheard", unheard_},
+      PrintOut(JsonLine({{"found", shown_.size()},
+                         {"new", Number(State::kNew)},
+                         {"changed", Number(State::kChanged)},
+                         {"unheard", unheard_.size()},
                          {"seconds", std::round(seconds * 1000) / 1000}}));
     } else {
       PrintOut(Words(seconds));
@@ -152,44 +120,73 @@ class Discovery {
   }
 
  private:
-  static bool IsChanged(const Dictionary& known, const Dictionary& found) {
-    return known.String(kDeviceIpKey) != found.String(kDeviceIpKey) ||
-           known.String(kDeviceNameKey) != found.String(kDeviceNameKey);
+  struct Shown {
+    DeviceInfo device;  // as it was found
+    State state;
+  };
+
+  static std::string IdOf(const Dictionary& device) {
+    return device.String(kDeviceIdKey).value_or("");
   }
 
-  void Save(const DeviceInfo& device) {
+  // Of a device that was shown before it is news that it changed; it counts as what it was at
+  // first, unless that was no news.
+  State Count(const DeviceInfo& device) {
+    const std::string id = IdOf(*device);
+    const State first = StateOf(id, *device);
+    const auto [shown, is_first] = shown_.try_emplace(id, Shown{device, first});
+    unheard_.erase(id);
+    if (is_first) return first;
+    shown->second.device = device;
+    if (shown->second.state == State::kKnown) shown->second.state = State::kChanged;
+    return State::kChanged;
+  }
+
+  long Number(State state) const {
+    return std::count_if(shown_.begin(), shown_.end(),
+                         [state](const auto& entry) { return entry.second.state == state; });
+  }
+
+  State StateOf(const std::string& id, const Dictionary& device) const {
+    const DeviceInfo known = registry_.infoForDevice(id);
+    if (known == nullptr) return State::kNew;
+    return Differ(*known, device) ? State::kChanged : State::kKnown;
+  }
+
+  void Save(const DeviceInfoDictionary& devices) {
     if (unsaved_) return;
     try {
-      registry_.appendOneDeviceInfo(device);
+      registry_.appendDevices(devices);
       AfterChange();
     } catch (const Failure& failure) {
       unsaved_ = failure;
     }
   }
 
-  void Print(const Dictionary& device, const char* state) const {
-    if (!json_) return PrintOut(DeviceLine(device, state));
+  void Print(const Dictionary& device, State state) const {
+    if (!json_) return PrintOut(DeviceLine(device, StateName(state)));
     Json record = DeviceRecord(device);
-    record["state"] = state;
+    record["state"] = StateName(state);
     PrintOut(JsonLine(record));
   }
 
   std::string Words(double seconds) const {
     char text[160];
-    std::snprintf(text, sizeof text, "%u device%s found in %.1f s, %u new, %u changed",
-                  tally_.found, tally_.found == 1 ? "" : "s", seconds, tally_.added,
-                  tally_.changed);
+    std::snprintf(text, sizeof text, "%zu device%s found in %.1f s, %ld new, %ld changed",
+                  shown_.size(), shown_.size() == 1 ? "" : "s", seconds, Number(State::kNew),
+                  Number(State::kChanged));
     std::string line = text;
-    if (unheard_ > 0)
-      line += "; " + std::to_string(unheard_) + " remembered did not answer (vox list --online)";
+    if (!unheard_.empty())
+      line +=
+          "; " + std::to_string(unheard_.size()) + " remembered did not answer (vox list --online)";
     return line + "\n";
   }
 
   const bool json_;
   DevicesManager& registry_;
-  Tally tally_;
-  std::size_t unheard_ = 0;         // known devices that have not been found
-  std::optional<Failure> unsaved_;  // why nothing is saved
+  std::set<std::string> unheard_;       // ids of known network devices that have not been found
+  std::map<std::string, Shown> shown_;  // by id
+  std::optional<Failure> unsaved_;      // why nothing is saved
 };
 
 }  // namespace
@@ -202,13 +199,18 @@ void RunDiscover(const DiscoverOptions& options) {
   Discovery discovery(options.json);
   if (!network_ping_permitted()) NoteNoPings();
   const Clock::time_point start = Clock::now();
-  Search search(address);
+  NetworkSearch search(address);
   CancelWatch::Attachment attachment(watch, [&search] { search.Stop(); });
-  while (const DeviceInfo device = search.Next()) discovery.Show(device);
+  for (DeviceInfoArray found = search.Next(); !found.empty(); found = search.Next())
+    discovery.Show(found);
   discovery.Settle(search.Result());
   attachment.Detach();
   if (watch.Requested())
-    throw Failure(ExitStatus::kCancelled, "cancelled; what was found till then is listed");
+    discovery.GiveUp(ExitStatus::kCancelled, "cancelled; what was found till then is listed");
+  if (search.OutOfMemory())
+    discovery.GiveUp(ExitStatus::kNoMemory,
+                     "not enough memory for the search, so devices may be missing; close other "
+                     "programs and try again");
   watch.Finish();
   discovery.Summarise(search.Answered(),
                       std::chrono::duration<double>(Clock::now() - start).count());

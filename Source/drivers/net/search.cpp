@@ -79,8 +79,10 @@ bool is_qd7xxx(const char* model) {
 }
 
 std::int32_t get_dev_info(const std::string& address, const std::string& model,
-                          DeviceInfo* device) {
+                          DeviceInfo* device) try {
   return ask_device(address, model, device, -1);
+} catch (const std::bad_alloc&) {
+  return NET_FAILED;
 }
 
 DeviceInfo getNetworkDeviceInfo(bool* success, const char* address) try {

@@ -77,6 +77,8 @@ struct tagNETSEARCH {
   // being the result; -1 none. The delegate alone ends it at an answer only.
   int nStopFd = -1;
   const char* pszAddress = "255.255.255.255";  // dotted; whom the query goes to
+  // Becomes true when devices may be missing for want of memory. May be null.
+  bool* pbNoMemory = nullptr;
 };
 VOX_EXPORT DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* success,
                                                      const tagNETSEARCH& how);

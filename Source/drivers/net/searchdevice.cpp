@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <optional>
 
 #include <arpa/inet.h>
@@ -101,7 +100,7 @@ std::string dotted_text(std::uint32_t address) {
 }
 
 std::int32_t ask_device(const std::string& address, const std::string& model, DeviceInfo* device,
-                        int nStopFd) try {
+                        int nStopFd) {
   if (!device) return NET_FAILED;
   device->reset();
   device_questions questions{address.c_str(), nStopFd};
@@ -112,8 +111,6 @@ std::int32_t ask_device(const std::string& address, const std::string& model, De
   }
   *device = device_dictionary(address, model, questions.name, questions.mac);
   return NET_OK;
-} catch (const std::bad_alloc&) {
-  return NET_FAILED;
 }
 
 }  // namespace vox

@@ -39,7 +39,8 @@ DeviceInfo device_dictionary(const std::string& address, const std::string& mode
 // dotted_text gives an IPv4 address in network byte order as text.
 std::string dotted_text(std::uint32_t address);
 
-// ask_device is get_dev_info that a raised nStopFd (-1 none) ends at once with -1.
+// ask_device is get_dev_info that a raised nStopFd (-1 none) ends at once with -1, and that throws
+// std::bad_alloc.
 std::int32_t ask_device(const std::string& address, const std::string& model, DeviceInfo* device,
                         int nStopFd);
 

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -38,6 +39,10 @@ struct found_device {
   bool failed = false;        // to be known
 };
 
+void note_no_memory(const tagNETSEARCH& how) {
+  if (how.pbNoMemory) *how.pbNoMemory = true;
+}
+
 // device_search asks the devices of a search, in threads of its own, while more answers come in.
 // Devices are numbered as they answered.
 class device_search {
@@ -54,12 +59,14 @@ class device_search {
     if (model && is_qd7xxx(model->c_str())) add(dotted_text(answer.IPAddress.ulAddress), *model);
     return true;
   } catch (const std::bad_alloc&) {
+    no_memory = true;
     return true;  // the answer is dropped
   }
 
   // finish waits until every device has been asked.
   DeviceInfoDictionary finish() VOX_EXCLUDES(mutex) {
     close();
+    if (no_memory) note_no_memory(how);
     const MutexLock lock(mutex);
     DeviceInfoDictionary known;
     for (const found_device& device : devices) {
@@ -108,10 +115,8 @@ class device_search {
     return &devices[asked++];
   }
 
-  // A device's ip and model do not change once it is in the list, so they are read unlocked.
   void ask(found_device* device) VOX_EXCLUDES(mutex) try {
-    DeviceInfo info;
-    ask_device(device->ip, device->model, &info, how.nStopFd);
+    const DeviceInfo info = info_of(*device);
     {
       const MutexLock lock(mutex);
       device->info = info;
@@ -119,6 +124,17 @@ class device_search {
     }
     if (info) tell(info);
   } catch (const std::bad_alloc&) {  // the device is known, but not told of
+    no_memory = true;
+  }
+
+  // A device's ip and model do not change once it is in the list, so they are read unlocked.
+  DeviceInfo info_of(const found_device& device) try {
+    DeviceInfo info;
+    ask_device(device.ip, device.model, &info, how.nStopFd);
+    return info;
+  } catch (const std::bad_alloc&) {
+    no_memory = true;
+    return nullptr;
   }
 
   void tell(const DeviceInfo& info) VOX_EXCLUDES(telling) {
@@ -130,6 +146,7 @@ class device_search {
   const tagNETSEARCH& how;
 
   std::vector<std::thread> threads;  // the searching thread's
+  std::atomic<bool> no_memory{false};
 
   Mutex mutex;
   Condition arrived;
@@ -152,7 +169,7 @@ DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* succes
                                           const tagNETSEARCH& how) try {
   if (success) *success = false;
   const simple_owner request = new_records(1), answers = new_records(SEARCH_ANSWERS);
-  if (!request || !answers) return {};
+  if (!request || !answers) throw std::bad_alloc();
   request->byCommand = WNXSNMP_PDU_GETNEXT;
   std::memcpy(request->szComName, "public", sizeof "public");
   std::memcpy(request->lpSnmpSimpleVal[0].szOid, OID_MODEL_COLUMN, sizeof OID_MODEL_COLUMN);
@@ -168,6 +185,7 @@ DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* succes
   if (success) *success = answered;
   return search.finish();
 } catch (const std::bad_alloc&) {
+  note_no_memory(how);
   return {};
 }
 

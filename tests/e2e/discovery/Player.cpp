@@ -3,10 +3,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
+#include <regex>
 #include <stdexcept>
 #include <thread>
 
 #include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,6 +33,7 @@ constexpr int kSlack = 1;
 constexpr int kSlack = 1;
 #endif
 constexpr std::chrono::milliseconds kCancelTime{200 * kSlack};
+constexpr std::chrono::seconds kPatience{10};  // for what comes of a command without an answer
 constexpr char kDeviceObjects[] =
     "sysName Agent\n"
     "override 1.3.6.1.2.1.2.2.1.6.1 octet_str 0x020000000001\n"
@@ -174,8 +178,46 @@ void Player::ExpectSaved(bool wanted) {
   EXPECT_EQ(SharedText() != settings_before_, wanted);
 }
 
-// The calling thread's, and so its children's.
+void Player::ExpectTimes(std::size_t wanted, const std::string& text) {
+  const std::string said = Text(Path("said"));
+  std::size_t times = 0;
+  for (std::size_t at = said.find(text); at != said.npos; at = said.find(text, at + 1)) ++times;
+  EXPECT_EQ(times, wanted) << text << " in:\n" << said;
+}
+
+void Player::ExpectLists(const Words& ids) {
+  static const std::regex mac("([0-9a-f]{2}:){5}[0-9a-f]{2}");
+  const std::string said = Text(Path("said"));
+  std::multiset<std::string> names;
+  for (std::sregex_iterator found(said.begin(), said.end(), mac), end; found != end; ++found) {
+    names.insert(street_->IdOf(found->str()));
+  }
+  EXPECT_EQ(names, Wanted(ids)) << said;
+}
+
+void Player::ExpectUnasked(const std::string& id) {
+  for (const sim::Event& event : street_->Device(id).Events().All()) {
+    EXPECT_FALSE(event.time >= begun_ && event.kind == sim::EventKind::kSnmpRequest) << id;
+  }
+}
+
+// What is not answered may be on its way.
+void Player::ExpectBook(const Words& words) {
+  const std::size_t wanted = std::stoul(words.at(1));
+  const auto end = Clock::now() + kPatience;
+  auto book = street_->Device(words.at(0)).Registrations();
+  while (book.size() != wanted && Clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    book = street_->Device(words.at(0)).Registrations();
+  }
+  EXPECT_EQ(book.size(), wanted);
+  if (words.size() < 3) return;
+  EXPECT_EQ(book.empty() ? "nobody" : book.back().host_name, words[2]);
+}
+
+// The calling thread's, and so its children's, also when they run another program.
 void Player::DropRawSockets() {
+  if (::prctl(PR_CAPBSET_DROP, CAP_NET_RAW, 0, 0, 0) != 0) throw std::runtime_error("prctl");
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct data[2] = {};
   if (::syscall(SYS_capget, &header, data) != 0) throw std::runtime_error("capget");
@@ -185,11 +227,17 @@ void Player::DropRawSockets() {
 }
 
 // Its output goes into a file: a job server that it starts lives on and would keep a pipe open.
-void Player::Vox(const Words& words) {
+void Player::Vox(const Words& words, const std::string& cancelled_at) {
+  const std::string said = "'" + Path("said") + "'";
   std::string command = "cd '" + Folder("work") +
                         "' && PATH='" VOX_JOBD_FOLDER "':$PATH timeout 60 '" VOX_PROGRAM "'";
   for (const std::string& word : words) command.append(" '").append(word).append("'");
-  command.append(" >'").append(Path("said")).append("' 2>&1 </dev/null");
+  command.append(" >").append(said).append(" 2>&1 </dev/null");
+  if (!cancelled_at.empty()) {
+    Write(Path("said"), "");
+    command.append(" & until grep -q '").append(cancelled_at).append("' ").append(said);
+    command.append(" || ! kill -0 $!; do sleep 0.01; done; kill $!; wait $!");
+  }
   const int ended = std::system(command.c_str());
   status_ = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
 }
@@ -230,6 +278,10 @@ const std::map<std::string, void (*)(Player&, const Step&)>& Verb::Deeds() {
        }},
       {"cancelled-online", [](Player& p, const Step& s) { p.CancelledOnline(s.words); }},
       {"vox", [](Player& p, const Step& s) { p.Vox(s.words); }},
+      {"vox-cancelled",
+       [](Player& p, const Step& s) {
+         p.Vox({s.words.begin() + 1, s.words.end()}, s.words.at(0));
+       }},
       {"restart", [](Player& p, const Step&) { p.Reload(); }}};
   return deeds;
 }
@@ -250,6 +302,9 @@ const std::map<std::string, void (*)(Player&, const Verb::Words&)>& Verb::Others
       {"move", [](Player& p, W w) { p.street_->Move(w.at(0), w.at(1)); }},
       {"rename", [](Player& p, W w) { p.street_->Rename(w.at(0), w.at(1)); }},
       {"ping-groups", [](Player& p, W w) { p.street_->Host().AdmitToPing(w.at(0)); }},
+      {"no-shared-folder",
+       [](Player& p, W) { std::filesystem::remove_all(p.Path("root/var/lib/Veltronix Vox")); }},
+      {"usb", [](Player&, W w) { Player::Store("Device." + w.at(0), *Usb(w.at(0))); }},
       {"no-raw-sockets", [](Player& p, W) { p.DropRawSockets(); }},
       {"push",
        [](Player& p, W w) { p.Known(w.at(0))->Set("isNetworkPushEnabled", YesOrNo(w.at(1))); }},
@@ -279,12 +334,15 @@ const std::map<std::string, void (*)(Player&, const Verb::Words&)>& Verb::Others
              << w.at(0) << " is not in:\n"
              << p.Text(p.Path("said"));
        }},
+      {"says-times", [](Player& p, W w) { p.ExpectTimes(std::stoul(w.at(0)), w.at(1)); }},
+      {"lists", [](Player& p, W w) { p.ExpectLists(w); }},
+      {"unasked",
+       [](Player& p, W w) {
+         for (const std::string& id : w) p.ExpectUnasked(id);
+       }},
       {"file", [](Player& p, W w) { EXPECT_FALSE(p.Text(p.Path("work/" + w.at(0))).empty()); }},
       {"saved", [](Player& p, W w) { p.ExpectSaved(YesOrNo(w.at(0))); }},
-      {"book",
-       [](Player& p, W w) {
-         EXPECT_EQ(p.street_->Device(w.at(0)).Registrations().size(), std::stoul(w.at(1)));
-       }},
+      {"book", [](Player& p, W w) { p.ExpectBook(w); }},
       {"commands",
        [](Player& p, W w) {
          const auto& events = p.street_->Device(w.at(0)).Events();
@@ -309,9 +367,9 @@ void Player::Do(const Step& step) {
     return;
   }
   settings_before_ = SharedText();
-  const auto begun = Clock::now();
+  begun_ = Clock::now();
   deed->second(*this, step);
-  took_ = Clock::now() - begun;
+  took_ = Clock::now() - begun_;
 }
 
 }  // namespace vox

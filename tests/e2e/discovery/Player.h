@@ -11,6 +11,8 @@
 //   move ID ADDRESS, rename ID NAME
 //   ping-groups "LOW HIGH"      ping_group_range of the host
 //   no-raw-sockets              the host's programs lose that right
+//   no-shared-folder            the shared settings' folder is missing
+//   usb SERIAL                  a remembered device at USB
 // What the host does:
 //   search [cancel-at=N]        and merge what was found; cancelled at the N-th question
 //   register ID CODE            CODE is what the command gives
@@ -23,6 +25,7 @@
 //   cancelled-online MS         the same, cancelled after so many ms; it returns within 0.2 s
 //   restart                     the program starts anew
 //   vox WORD...                 the vox program, in a folder of its own
+//   vox-cancelled TEXT WORD...  the same, cancelled as soon as it has written TEXT
 // What came of it:
 //   found ID...|none            by the last search, and nothing else
 //   answered yes|no             whether anybody answered it
@@ -30,9 +33,13 @@
 //   known ID...|none            by the registry, and nothing else
 //   stored ID KEY TEXT          in the shared settings
 //   status N, says TEXT         how the vox program ended, and what it wrote somewhere
+//   says-times N TEXT           how often it wrote that
+//   lists ID...|none            the devices by whose MAC addresses it wrote, each as often
+//   unasked ID...               no SNMP question came to them in the last step of the host
 //   file LEAF                   is there, and not empty
 //   saved yes|no                whether the last step of the host wrote the shared settings
-//   book ID N                   entries in the device's registration book
+//   book ID N [NAME]            entries in the device's registration book, in a moment; the name
+//                               of the last one
 //   commands ID N               registration commands that came to it
 //   packet ID HEX...            the last of them; ss any byte, mm the host's MAC address
 //   less-than MS, at-least MS   that the last step of the host took; five times less-than under a
@@ -70,8 +77,12 @@ class Player : public Registry {
   void ExpectDevices(const DeviceInfoArray& devices, const Words& ids);
   void ExpectPacket(const Words& words);
   void ExpectSaved(bool wanted);
+  void ExpectTimes(std::size_t wanted, const std::string& text);
+  void ExpectLists(const Words& ids);
+  void ExpectUnasked(const std::string& id);
+  void ExpectBook(const Words& words);
   void DropRawSockets();
-  void Vox(const Words& words);
+  void Vox(const Words& words, const std::string& cancelled_at = {});
   DeviceInfo Known(const std::string& id);
   std::string Value(const DeviceInfo& info, const std::string& key);
   std::string IpOf(const std::string& id);
@@ -80,6 +91,7 @@ class Player : public Registry {
   DeviceInfoDictionary found_;
   bool answered_ = false;
   std::string settings_before_;
+  Clock::time_point begun_;  // of the last step of the host
   Clock::duration took_{};
   int status_ = -1;
 };

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "sim/VirtualDevice.h"
+#include "tests/support/NoMemory.h"
 #include "tests/support/SnmpMessage.h"
 #include "tests/unit/search/Street.h"
 
@@ -277,6 +278,20 @@ TEST(NetworkSearch, ASlowDeviceIsAskedItsFourQuestionsAtOnce) {
   EXPECT_EQ(get_dev_info(Home(3), "Veltronix QD7200", &device), 0);
   EXPECT_GE(watch.Elapsed(), milliseconds(300));
   EXPECT_LT(watch.Elapsed(), milliseconds(1100));
+}
+
+TEST(NetworkSearch, SaysWhetherMemoryWasMissing) {
+  bool no_memory = false;
+  tagNETSEARCH how;
+  how.pszAddress = "127.0.0.1";
+  how.pbNoMemory = &no_memory;
+  searchNetworkDevices(nullptr, nullptr, how);
+  EXPECT_FALSE(no_memory);
+  {
+    const NoMemory none;
+    EXPECT_TRUE(searchNetworkDevices(nullptr, nullptr, how).empty());
+  }
+  EXPECT_TRUE(no_memory);
 }
 
 }  // namespace
