@@ -23,5 +23,6 @@
 #include "vox/drivers/net/bonjour.h"
 #include "vox/drivers/net/reg_all_dev.h"
 #include "vox/drivers/net/search.h"
+#include "vox/drivers/usb/TwImgIFUsb.h"
 #include "vox/drivers/usb/UsbScanCtrl.h"
 #include "vox/drivers/usb/UsbSearch.h"

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 #include <utility>
 
 #include <sys/ipc.h>
@@ -31,8 +32,13 @@ double seconds_since_1970() {
   return std::chrono::duration<double>(now).count();
 }
 
-SessionSystem system_in_use = {
-    &::ftok, &make_semaphore_set, &::semop, &start_worker, &seconds_since_1970, &std::malloc, 5.0};
+void pause_thread(std::chrono::milliseconds time) {
+  std::this_thread::sleep_for(time);
+}
+
+SessionSystem system_in_use = {&::ftok,       &make_semaphore_set, &::semop,
+                               &start_worker, &seconds_since_1970, &std::malloc,
+                               5.0,           &pause_thread};
 
 }  // namespace
 

@@ -4,6 +4,7 @@
 // Thread rule: SetSessionSystem before any page starts; the calls themselves from any thread.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 
 #include <pthread.h>
@@ -21,6 +22,7 @@ struct SessionSystem {
   double (*wall_clock)();                  // seconds since 1970
   void* (*line_memory)(std::size_t size);  // malloc, for lines
   double standby_interval;  // seconds between two standby commands while a feeder waits
+  void (*pause)(std::chrono::milliseconds time);  // sleeps
 };
 
 // CurrentSessionSystem gives the calls in use; at first those of the system itself.
