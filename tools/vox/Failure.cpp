@@ -93,13 +93,4 @@ Failure CancelledFailure() {
   return Failure(ExitStatus::kCancelled, "cancelled; the device was told to stop");
 }
 
-std::string CleanText(const std::string& text) {
-  std::string clean = text;
-  for (char& c : clean) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) c = '?';
-  }
-  return clean;
-}
-
 }  // namespace vox::cli

@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "tools/vox/CleanText.h"
+
 namespace vox::cli {
 
 enum class ExitStatus : int {
@@ -54,9 +56,5 @@ Failure UsageFailure(const std::string& line);
 
 // CancelledFailure is what Ctrl-C and SIGTERM end with.
 Failure CancelledFailure();
-
-// CleanText gives `text` without control characters, for text from a device, a file or the command
-// line that is about to be printed: each becomes '?'. UTF-8 passes.
-std::string CleanText(const std::string& text);
 
 }  // namespace vox::cli

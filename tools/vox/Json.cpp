@@ -1,5 +1,7 @@
 #include "tools/vox/Json.h"
 
+#include "tools/vox/CleanText.h"
+
 namespace vox::cli {
 
 namespace {
@@ -29,7 +31,7 @@ Json DictionaryJson(const Dictionary& dictionary) {
 }  // namespace
 
 std::string JsonLine(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  return EscapeForTerminal(json.dump(-1, ' ', false, Json::error_handler_t::replace)) + "\n";
 }
 
 Json ValueJson(const PropertyValue& value) {

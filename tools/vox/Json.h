@@ -13,7 +13,8 @@ namespace vox::cli {
 
 using Json = nlohmann::ordered_json;
 
-// JsonLine gives the text with a newline behind; bytes of a text that are no UTF-8 are replaced.
+// JsonLine gives the text with a newline behind, which is UTF-8 and safe for a terminal: bytes of a
+// text that are no UTF-8 are replaced by U+FFFD, control characters are escaped (see CleanText.h).
 std::string JsonLine(const Json& json);
 
 // ValueJson gives a stored value: data as hexadecimal text, dates in seconds since 1970.

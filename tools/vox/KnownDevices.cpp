@@ -2,27 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <filesystem>
-#include <system_error>
 #include <tuple>
 
+#include "tools/vox/Output.h"
+#include "tools/vox/SettingsFailure.h"
 #include "vox/UserPreferences.h"
 #include "vox/platform/PropertyListFile.h"
 
 namespace vox::cli {
 
 namespace {
-
-constexpr char kGroup[] = "scanner";  // who may change the shared settings
-
-std::string Why(int error) {
-  return std::generic_category().message(error);
-}
-
-std::string FolderOf(const std::string& path) {
-  return std::filesystem::path(path).parent_path().string();
-}
 
 void ReportDamage(const std::string& path) {
   if (ReadDictionaryFile(path).state != FileState::Damaged) return;
@@ -39,7 +28,7 @@ void ReportDamage(const std::string& path) {
 }  // namespace
 
 void Note(const std::string& line) {
-  std::fprintf(stderr, "vox: note: %s\n", line.c_str());
+  PrintError("note: " + line);
 }
 
 void NoteNoPings() {
@@ -62,32 +51,20 @@ void BeforeSharedChange() {
   UserPreferences& preferences = UserPreferences::instance();
   const StoreOutcome outcome = preferences.globalSettingsOutcome();
   if (outcome.found == FileState::Unreadable)
-    throw SharedFailure("read", outcome.path, outcome.error);
+    throw SettingsFailure(Store::kShared, "read", outcome.path, outcome.error);
   if (outcome.found != FileState::Damaged) return;
   const KeptFile kept = preferences.keepDamagedGlobalSettings();
   if (kept.error != 0 && kept.error != ENOENT)
-    throw SharedFailure("keep the damaged settings in", outcome.path, kept.error);
+    throw SettingsFailure(Store::kShared, "keep the damaged settings in", outcome.path, kept.error);
 }
 
 void AfterChange() {
   UserPreferences& preferences = UserPreferences::instance();
   const StoreOutcome outcome = preferences.lastOutcome();
   if (outcome.error == 0) return;
-  if (outcome.path == preferences.pathToGlobalSettings())
-    throw SharedFailure("write", outcome.path, outcome.error);
-  throw FileFailure("write", outcome.path, outcome.error);
-}
-
-Failure SharedFailure(const std::string& what, const std::string& path, int error) {
-  const std::string line = "cannot " + what + " " + CleanText(path) + ": " + Why(error);
-  if (error == EACCES || error == EPERM)
-    return Failure(ExitStatus::kNoPermission, line + "; join the group " + kGroup +
-                                                  " (sudo adduser $USER " + kGroup +
-                                                  ", then log in again)");
-  if (error == ENOENT)
-    return Failure(ExitStatus::kIoError, line + "; make its folder: sudo install -d -m 2775 -g " +
-                                             kGroup + " '" + CleanText(FolderOf(path)) + "'");
-  return FileFailure(what, path, error);
+  const bool shared = outcome.path == preferences.pathToGlobalSettings();
+  throw SettingsFailure(shared ? Store::kShared : Store::kUser, "write", outcome.path,
+                        outcome.error);
 }
 
 DeviceInfoArray SortedDevices(const DevicesManager& registry) {

@@ -24,10 +24,6 @@ void BeforeSharedChange();
 // AfterChange throws Failure when the change of a store that this thread made last was not written.
 void AfterChange();
 
-// SharedFailure describes trouble with the shared settings: `what` is the verb ("write"), `error`
-// an errno. Where permission is missing the advice is the group to join.
-Failure SharedFailure(const std::string& what, const std::string& path, int error);
-
 // SortedDevices gives the known devices by name, then by id.
 DeviceInfoArray SortedDevices(const DevicesManager& registry);
 

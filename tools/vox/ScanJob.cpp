@@ -3,13 +3,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <system_error>
 
 #include <unistd.h>
 
 #include "tools/vox/KnownDevices.h"
 #include "tools/vox/LineReducer.h"
 #include "tools/vox/Output.h"
+#include "tools/vox/SettingsFailure.h"
 #include "tools/voxjobd/Starter.h"
 #include "vox/UserPreferences.h"
 
@@ -165,8 +165,9 @@ void RememberUse(const OpenedDevice& device) {
   preferences.setLastScannerDeviceId(id);
   const StoreOutcome outcome = preferences.lastOutcome();
   if (outcome.error != 0)
-    Note("cannot keep in " + CleanText(outcome.path) +
-         " which device was used last: " + std::generic_category().message(outcome.error));
+    Note(SettingsFailure(Store::kUser, "keep which device was used last in", outcome.path,
+                         outcome.error)
+             .what());
 }
 
 }  // namespace

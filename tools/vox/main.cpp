@@ -1,6 +1,5 @@
 // vox: scanners from the command line. See docs/vox.md.
 #include <csignal>
-#include <cstdio>
 #include <new>
 #include <string>
 #include <vector>
@@ -46,7 +45,7 @@ void Execute(const TextAnswer& answer) {
 }
 
 int Say(ExitStatus status, const std::string& line) {
-  std::fprintf(stderr, "vox: %s\n", line.c_str());
+  PrintError(line);
   return static_cast<int>(status);
 }
 
@@ -65,6 +64,6 @@ int main(int argc, char** argv) {
   } catch (const std::bad_alloc&) {
     return Say(ExitStatus::kNoMemory, "not enough memory; ask for a smaller area or resolution");
   } catch (const std::exception& error) {
-    return Say(ExitStatus::kIoError, CleanText(error.what()));
+    return Say(ExitStatus::kIoError, error.what());
   }
 }
