@@ -191,6 +191,10 @@ void UserPreferences::setPushScanOCRApplication(const std::optional<std::string>
 
 std::string UserPreferences::computerName() {
   if (auto stored = read_shared(pathToGlobalSettings()).String(kComputerName)) return *stored;
+  return defaultComputerName();
+}
+
+std::string UserPreferences::defaultComputerName() const {
   return first_characters(HostName::Current().Name(), kLongestDefaultName);
 }
 

@@ -80,6 +80,7 @@ class VOX_EXPORT UserPreferences : public Singleton<UserPreferences> {
   // The name under which devices list this computer; without a stored one the host's name, its
   // first 15 characters (not bytes) when it is longer.
   std::string computerName();
+  std::string defaultComputerName() const;  // what that is without a stored one
   void setComputerName(const std::optional<std::string>& name);
 
   // Whether devices show the name; YES when nothing is stored.

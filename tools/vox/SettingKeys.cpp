@@ -11,6 +11,7 @@
 #include "tools/vox/Failure.h"
 #include "tools/vox/KnownDevices.h"
 #include "vox/UserPreferences.h"
+#include "vox/platform/Folders.h"
 #include "vox/platform/PropertyList.h"
 
 namespace vox::cli {
@@ -95,9 +96,17 @@ Json JpegFactor() {
   return std::round(Preferences().jpegCompressionFactor() * 1e6) / 1e6;
 }
 
+Json Nothing() {
+  return nullptr;
+}
+
+Json DocumentsFolder() {
+  return TextOrNull(FindFolder(kDocumentsFolder, FolderDomain::UserDomain));
+}
+
 constexpr SettingKey kKeys[] = {
     {"LastScannerDeviceId", false, "the device that is used when none is named", "none",
-     [] { return TextOrNull(Preferences().lastScannerDeviceId()); },
+     [] { return TextOrNull(Preferences().lastScannerDeviceId()); }, Nothing,
      [](const std::string& value) {
        const DeviceInfo device = FindRemembered(value).remembered;
        Preferences().setLastScannerDeviceId(device->String(kDeviceIdKey));
@@ -105,23 +114,25 @@ constexpr SettingKey kKeys[] = {
      [] { Preferences().setLastScannerDeviceId(std::nullopt); }},
     {"pushScanTargetPath", false, "the folder for scans that are started at a device's panel",
      "the user's documents folder", [] { return StoredText("pushScanTargetPath"); },
-     SetTargetFolder, [] { Preferences().setPushScanTargetFolder(std::nullopt); }},
+     DocumentsFolder, SetTargetFolder, [] { Preferences().setPushScanTargetFolder(std::nullopt); }},
     {"pushScanTargetPathMountPoint", false, "the volume that holds that folder; set along with it",
-     "none", [] { return StoredText("pushScanTargetPathMountPoint"); }, nullptr, nullptr},
+     "none", [] { return StoredText("pushScanTargetPathMountPoint"); }, Nothing, nullptr, nullptr},
     {"ocrApplicationPath", false, "the application that such scans are handed to for their text",
-     "none", [] { return TextOrNull(Preferences().pushScanOCRApplication()); },
+     "none", [] { return TextOrNull(Preferences().pushScanOCRApplication()); }, Nothing,
      [](const std::string& value) {
        Preferences().setPushScanOCRApplication(CheckPath("ocrApplicationPath", value));
      },
      [] { Preferences().setPushScanOCRApplication(std::nullopt); }},
     {"computerName", true, "the name under which devices list this computer",
      "the host's name, its first 15 characters", [] { return Json(Preferences().computerName()); },
-     SetComputerName, [] { Preferences().setComputerName(std::nullopt); }},
+     [] { return Json(Preferences().defaultComputerName()); }, SetComputerName,
+     [] { Preferences().setComputerName(std::nullopt); }},
     {"showComputerName", true, "whether devices show that name", "yes",
-     [] { return Json(Preferences().showComputerNameOnDevice()); }, SetShowComputerName,
-     [] { Preferences().removeSharedKey("showComputerName"); }},
+     [] { return Json(Preferences().showComputerNameOnDevice()); }, [] { return Json(true); },
+     SetShowComputerName, [] { Preferences().removeSharedKey("showComputerName"); }},
     {"jpegCompressionFactor", true, "the quality of JPEG images, 0 to 1", "0.8", JpegFactor,
-     SetJpegFactor, [] { Preferences().removeSharedKey("jpegCompressionFactor"); }},
+     [] { return Json(0.8); }, SetJpegFactor,
+     [] { Preferences().removeSharedKey("jpegCompressionFactor"); }},
 };
 
 }  // namespace

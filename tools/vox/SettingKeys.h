@@ -17,7 +17,8 @@ struct SettingKey {
   const char* meaning;  // for people, one line
   const char* usual;    // what holds when it was never set, in words
 
-  Json (*get)();  // null: nothing
+  Json (*get)();        // null: nothing
+  Json (*get_usual)();  // what holds when it was never set, of the same type; null: nothing
   // Checks and stores a value. Throws Failure 64 for one that it cannot be. Null: it cannot be set.
   void (*set)(const std::string& value);
   void (*reset)();  // forgets what was set

@@ -27,7 +27,7 @@ Json Record(const SettingKey& key) {
   return {{"key", key.name},
           {"value", key.get()},
           {"store", key.shared ? "shared" : "user"},
-          {"default", key.usual},
+          {"default", key.get_usual()},
           {"meaning", key.meaning}};
 }
 
@@ -48,14 +48,21 @@ Json DeviceSettings(const std::string& name) {
   return saved ? ValueJson(*saved) : Json(nullptr);
 }
 
+Json SavedRecord(const std::string& name, const Json& value) {
+  return {{"key", name},
+          {"value", value},
+          {"store", "user"},
+          {"default", nullptr},
+          {"meaning", "what programs have saved as scan settings of this device"}};
+}
+
 void Get(const SettingsOptions& options) {
   const SettingKey* key = FindSetting(options.key);
   if (key == nullptr && !IsOfADevice(options.key)) throw UnknownKey(options.key);
   if (key != nullptr)
     return PrintOut(options.json ? JsonLine(Record(*key)) : Words(key->get()) + "\n");
   const Json value = DeviceSettings(options.key);
-  PrintOut(options.json ? JsonLine({{"key", options.key}, {"value", value}, {"store", "user"}})
-                        : Words(value) + "\n");
+  PrintOut(options.json ? JsonLine(SavedRecord(options.key, value)) : Words(value) + "\n");
 }
 
 void Change(const SettingsOptions& options) {
