@@ -10,11 +10,13 @@
 #include <unistd.h>
 
 #include "vox/platform/FileDescriptor.h"
+#include "vox/platform/Leftovers.h"
 
 namespace vox {
 namespace {
 
-constexpr int kMaxLinks = 40;  // as many as the kernel follows
+constexpr int kMaxLinks = 40;             // as many as the kernel follows
+constexpr char kAsidePrefix[] = ".vox-";  // of files that are written aside
 constexpr mode_t kOthersCanWrite = S_IWGRP | S_IWOTH;
 
 FileReplacementSystem system_calls{::write, ::fsync, ::rename};
@@ -74,7 +76,7 @@ int GiveOwnership(int fd, const struct stat& old) {
 class NewFile {
  public:
   explicit NewFile(const std::string& target) {
-    name_ = FolderOf(target) + "/.vox-XXXXXX";
+    name_ = FolderOf(target) + "/" + kAsidePrefix + "XXXXXX";
     fd_.Reset(::mkostemp(name_.data(), O_CLOEXEC));
     error_ = fd_ ? 0 : errno;
   }
@@ -112,6 +114,7 @@ int ReplaceTarget(const std::string& target, std::string_view bytes, mode_t new_
   if (missing == 0 && !S_ISREG(old.st_mode)) return EINVAL;
   const FileDescriptor folder(::open(FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return errno;
+  RemoveLeftovers(folder.Get(), kAsidePrefix);
 
   NewFile file(target);
   if (file.Error() != 0) return file.Error();

@@ -55,7 +55,8 @@ VOX_EXPORT int ReadOpenFile(int fd, std::size_t limit, std::vector<std::uint8_t>
 //          EINVAL when a folder or device bears the name and so on). On failure the old file is as
 //          it was and nothing is left beside it, with one exception: when the folder alone cannot
 //          be stored (EIO), the new file is in place and only its survival of a power cut is open.
-//          A kill can leave a file .vox-XXXXXX beside the old one, which nobody needs any more.
+//          A kill can leave a file .vox-XXXXXX beside the old one, which nobody needs any more: a
+//          replacement removes those of this user there that are older than an hour (Leftovers.h).
 VOX_EXPORT int ReplaceFile(const std::string& path, std::string_view bytes, mode_t new_mode = 0644);
 
 }  // namespace vox
