@@ -11,7 +11,6 @@ namespace vox {
 namespace {
 
 constexpr int RESPONSE_MS = 300;
-constexpr std::chrono::seconds ABORT_DRAIN_MAX(30);
 constexpr std::uint32_t XRESOLUTION_MIN = 75, XRESOLUTION_MAX = 19'200;  // dpi
 
 }  // namespace
@@ -162,12 +161,12 @@ void CTwImgIFUsb::cancel_job() {
   const bool between_pages = multipage && m_bXferDone;
   if (between_pages) {
     _SCANINFO unread{};
-    SendCmdReqPage() && read_scan_parameter(&unread);
+    if (SendCmdReqPage()) read_scan_parameter(&unread);
   }
   SendCmdAbort();
   if (between_pages) {
     USB_READ last{};
-    if (drain_page(clock::now() + ABORT_DRAIN_MAX, &last) != DRAIN_ENDED) return;
+    if (drain_page(clock::now() + m_abortDrain, &last) != DRAIN_ENDED) return;
   }
   m_bReadLine = 1;
   job.dwJobNo = 0;

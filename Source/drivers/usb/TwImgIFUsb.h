@@ -109,6 +109,9 @@ class VOX_EXPORT CTwImgIFUsb : public CTwainImageIF {
   // they do not come, or for a horizontal resolution outside of 75 to 19200 dpi.
   bool ReadScanParameter() VOX_EXCLUDES(m_pipeMutex) { return read_scan_parameter(&scan_info); }
 
+  // SetAbortDrain shortens the time that Abort gives a page to end. Only tests do that.
+  void SetAbortDrain(std::chrono::milliseconds time) { m_abortDrain = time; }
+
  protected:
   enum XFER { XFER_SUCCESS = 0, XFER_FAILURE = 1, XFER_DONE = 6 };
 
@@ -204,6 +207,7 @@ class VOX_EXPORT CTwImgIFUsb : public CTwainImageIF {
 
   const std::string m_modelName;
   const std::string m_serial;
+  std::chrono::milliseconds m_abortDrain{30'000};
   bool m_bReadFailed VOX_GUARDED_BY(mux) = false;  // this page reads no more
 
   Mutex m_infoMutex;          // one GetDevInfo at a time

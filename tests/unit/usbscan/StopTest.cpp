@@ -339,6 +339,37 @@ TEST_F(EndlessDevice, ThatNeverEndsItsPage) {
   ExpectAbortAtOnce();
 }
 
+// An abort between two pages reads the next one out, and that has an end too.
+class EndlessPage : public EndlessDevice, public testing::WithParamInterface<Bytes> {};
+
+TEST_P(EndlessPage, IsGivenUp) {
+  std::atomic<bool> endless{false};
+  Answer([this, &endless](std::uint32_t size, const FakeUsbTransfer&) {
+    const Bytes last = size == 8 ? kNextPage : PageBytes(page_);
+    if (!endless) return FakeUsbAnswer{kIOReturnSuccess, last, false};
+    return FakeUsbAnswer{kIOReturnSuccess, size == 8 ? GetParam() : Bytes(size, 0x55), false};
+  });
+  ScriptStart(page_);
+  ASSERT_TRUE(scanner_->StartScan(false));
+  EXPECT_EQ(ReadPage(), Bytes(64, 0xFF));
+  EXPECT_TRUE(scanner_->EndScan());
+  EXPECT_TRUE(scanner_->IsNextPageExist());
+  endless = true;
+  scanner_->SetAbortDrain(50ms);
+  PageRequest();
+  Information(InfoFor(page_));
+  Cancel();
+  const auto took = Took([this] { EXPECT_TRUE(scanner_->Abort()); });
+  EXPECT_GE(took, 50ms);
+  EXPECT_LT(took, 5s);
+  EXPECT_EQ(scanner_->Job(), kJob) << "the page's end did not come";
+  ExpectClosed();
+  scanner_->SetJob(Bytes(8, 0));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, EndlessPage,
+                         testing::Values(kPending, Header(1), Header(0xFFFFFFFF)));
+
 // ---- the destructor
 
 TEST_F(Stop, DeletingARunningPageCancelsItsJob) {
