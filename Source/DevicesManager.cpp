@@ -2,6 +2,7 @@
 
 #include "vox/UserPreferences.h"
 #include "vox/drivers/net/TwImgIFNW.h"
+#include "vox/drivers/usb/TwImgIFUsb.h"
 
 namespace vox {
 namespace {
@@ -167,10 +168,19 @@ std::optional<std::string> DevicesManager::deviceLocationWithDeviceInfo(const Di
 std::unique_ptr<CTwainImageIF> DevicesManager::createInterfaceForDevice(
     const std::string& deviceId) const {
   const DeviceInfo info = infoForDevice(deviceId);
-  if (info == nullptr || !is_device_of_type(*info, kDeviceTypeNetwork)) return nullptr;
-  const auto name = info->String(kDeviceNameKey), ip = info->String(kDeviceIpKey);
-  if (!name || !ip) return nullptr;
-  return std::make_unique<CTwImgIFNW>(name->c_str(), ip->c_str());
+  if (info == nullptr) return nullptr;
+  if (is_device_of_type(*info, kDeviceTypeNetwork)) {
+    const auto name = info->String(kDeviceNameKey), ip = info->String(kDeviceIpKey);
+    if (!name || !ip) return nullptr;
+    return std::make_unique<CTwImgIFNW>(name->c_str(), ip->c_str());
+  }
+  if (is_device_of_type(*info, kDeviceTypeUsb)) {
+    const auto model = info->String(kDeviceModelNameKey);
+    const auto serial = info->String(kDeviceSerialNumberKey);
+    if (!model || !serial) return nullptr;
+    return std::make_unique<CTwImgIFUsb>(model->c_str(), serial->c_str());
+  }
+  return nullptr;
 }
 
 bool DevicesManager::isDeviceOnline(const std::optional<std::string>& deviceId) const {

@@ -71,13 +71,14 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
   static std::optional<std::string> deviceLocationWithDeviceInfo(const Dictionary& info);
 
   // createInterfaceForDevice makes the scan interface of a known device: CTwImgIFNW for a network
-  // device. Returns: null for an unknown id, for other types, and when the record lacks what the
-  // interface is made with.
+  // device, CTwImgIFUsb for one at USB. Returns: null for an unknown id, for other types, and when
+  // the record lacks what the interface is made with.
   // Owner: the caller, who must end a scan before the interface goes.
   std::unique_ptr<CTwainImageIF> createInterfaceForDevice(const std::string& deviceId) const;
 
   // isDeviceOnline asks whether a known device answers now, without opening it; a network device
-  // must also bear the name that the registry has. No for nil. Waits up to 9 s.
+  // must also bear the name that the registry has, one at USB be attached with its serial number.
+  // No for nil. Waits up to 9 s.
   bool isDeviceOnline(const std::optional<std::string>& deviceId) const;
 
   // The searches end with appendDevices. The delegate may be null.

@@ -23,7 +23,9 @@ std::set<std::string> CheckedIds(const vox::DevicesManager& manager) {
     Expect(!location || info->String("location") == location);
     const bool network = vox::is_device_of_type(*info, "network");
     Expect(!network || info->Contains("isNetworkPushEnabled"));
-    const bool whole = network && info->String("name") && info->String("ip");
+    const bool usb = vox::is_device_of_type(*info, "usb");
+    const bool whole = (network && info->String("name") && info->String("ip")) ||
+                       (usb && info->String("modelName") && info->String("serialNumber"));
     Expect((manager.createInterfaceForDevice(*id) != nullptr) == whole);
   }
   return ids;

@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "sim/VirtualDevice.h"
+#include "tests/support/FakeUsbPort.h"
 #include "tests/support/NoMemory.h"
 #include "tests/support/UdpPeer.h"
 #include "tests/unit/registry/Registry.h"
@@ -10,6 +11,7 @@
 #include "vox/drivers/net/reg_all_dev.h"
 #include "vox/drivers/net/searchping.h"
 #include "vox/drivers/net/searchregister.h"
+#include "vox/drivers/usb/TwImgIFUsb.h"
 
 namespace vox {
 namespace {
@@ -42,6 +44,12 @@ class Online : public Registry {
     return Manager().filterOnlineDevicesCancelDelegate(list, delegate);
   }
 
+  static DeviceInfo KnowUsb(const std::string& serial) {
+    Manager().appendOneDeviceInfo(Usb(serial));
+    return Manager().infoForDevice(serial);
+  }
+
+  test::FakeUsbPort usb_;
   std::vector<std::unique_ptr<sim::VirtualDevice>> devices_;
   std::optional<test::NetSettings> settings_;
 };
@@ -61,6 +69,59 @@ TEST_F(Online, ADeviceIsOnlineWhenItAnswersWithItsName) {
   EXPECT_FALSE(Manager().isDeviceOnline("n"));
   EXPECT_FALSE(Manager().isDeviceOnline("never"));
   EXPECT_FALSE(Manager().isDeviceOnline(std::nullopt));
+}
+
+TEST_F(Online, AUsbDeviceGetsTheUsbInterface) {
+  KnowUsb("SN1");
+  const auto interface = Manager().createInterfaceForDevice("SN1");
+  EXPECT_NE(dynamic_cast<CTwImgIFUsb*>(interface.get()), nullptr);
+}
+
+TEST_F(Online, ARecordThatLacksWhatTheUsbInterfaceIsMadeWithGetsNone) {
+  for (const char* key : {"modelName", "serialNumber"}) {
+    const DeviceInfo broken = Usb(std::string("no ") + key);
+    broken->Set(key, 7);
+    Manager().appendOneDeviceInfo(broken);
+    EXPECT_EQ(Manager().createInterfaceForDevice(*broken->String("deviceId")), nullptr);
+    EXPECT_FALSE(Manager().isDeviceOnline(broken->String("deviceId")));
+  }
+}
+
+TEST_F(Online, AUsbDeviceIsOnlineWhileItIsAttachedAndIsNotOpened) {
+  KnowUsb("SN1");
+  const int other = usb_.Attach(test::StillImageDevice("SN2"));
+  EXPECT_FALSE(Manager().isDeviceOnline("SN1"));
+  const int id = usb_.Attach(test::StillImageDevice("SN1"));
+  EXPECT_TRUE(Manager().isDeviceOnline("SN1"));
+  usb_.Detach(id);
+  EXPECT_FALSE(Manager().isDeviceOnline("SN1"));
+  usb_.Detach(other);
+  EXPECT_EQ(usb_.Count("IOCreatePlugInInterfaceForService"), 0);
+  EXPECT_EQ(usb_.Held(), 0);
+}
+
+TEST_F(Online, TheFilterGivesAttachedDevicesInTheirOrder) {
+  const DeviceInfoArray list = {KnowUsb("SN3"), KnowUsb("SN2"), KnowUsb("SN1")};
+  usb_.Attach(test::StillImageDevice("SN1"));
+  usb_.Attach(test::StillImageDevice("SN3"));
+  EXPECT_EQ(Filter(list), (DeviceInfoArray{list[0], list[2]}));
+}
+
+TEST_F(Online, TheFilterGivesUsbDevicesFirst) {
+  if (!network_ping_permitted()) GTEST_SKIP() << "ping is not permitted here";
+  Add("127.0.0.1", "A");
+  usb_.Attach(test::StillImageDevice("SN1"));
+  const DeviceInfoArray list = {Know("a", "127.0.0.1", "A"), KnowUsb("SN1")};
+  EXPECT_EQ(Filter(list), (DeviceInfoArray{list[1], list[0]}));
+}
+
+TEST_F(Online, ACancelledFilterKeepsTheUsbDevicesBeforeIt) {
+  usb_.Attach(test::StillImageDevice("SN1"));
+  usb_.Attach(test::StillImageDevice("SN2"));
+  const DeviceInfoArray list = {KnowUsb("SN1"), KnowUsb("SN2")};
+  CancelledAt second(2), first(1);
+  EXPECT_EQ(Filter(list, &second), DeviceInfoArray{list[0]});
+  EXPECT_TRUE(Filter(list, &first).empty());
 }
 
 TEST_F(Online, NothingIsSearchedForNoKind) {
