@@ -6,7 +6,9 @@ install(TARGETS vox EXPORT VoxTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR
 install(EXPORT VoxTargets NAMESPACE Vox:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/Source/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/platform/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox/platform
-        FILES_MATCHING PATTERN "*.h" PATTERN "PropertyListNodes.h" EXCLUDE)  # libplist stays inside
+        FILES_MATCHING PATTERN "*.h" PATTERN "PropertyListNodes.h" EXCLUDE  # libplist and libusb stay inside
+        PATTERN "LibUsb.h" EXCLUDE PATTERN "UsbObjects.h" EXCLUDE PATTERN "UsbPipe.h" EXCLUDE
+        PATTERN "UsbRecords.h" EXCLUDE PATTERN "UsbSession.h" EXCLUDE)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/Resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vox FILES_MATCHING PATTERN "*.plist")
 
 configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/VoxConfig.cmake.in ${CMAKE_BINARY_DIR}/VoxConfig.cmake

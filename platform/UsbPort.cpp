@@ -1,77 +1,149 @@
+// The registry of the Linux port; UsbObjects.h has the plug-ins.
 #include "vox/platform/UsbPort.h"
 
-#include <algorithm>
-#include <cerrno>
+#include <map>
+#include <memory>
+#include <new>
+#include <utility>
+#include <variant>
 
-#include <poll.h>
+#include "vox/platform/Mutex.h"
+#include "vox/platform/UsbObjects.h"
+#include "vox/platform/UsbRecords.h"
 
 namespace vox {
 namespace {
 
-// The descriptors of the UsbInterrupts that live on this thread, in no promised order.
-thread_local std::vector<int> interrupt_fds;
+constexpr char kProviderClass[] = "IOProviderClass";
 
-// NoUsb is the port of a machine to which nothing is attached.
-class NoUsb final : public UsbPort {
+struct InterfaceEntry {
+  std::shared_ptr<UsbSession> session;
+  UsbInterfaceShape shape;
+};
+using Object = std::variant<UsbRecord, InterfaceEntry>;
+struct Iterator {
+  std::vector<Object> objects;
+  std::size_t next = 0;
+};
+using Entry = std::variant<Object, Iterator>;
+
+class LinuxUsbPort final : public UsbPort, public UsbHandOut {
  public:
-  std::optional<Dictionary> IOServiceMatching(const std::string& class_name) override {
-    return Dictionary{{"IOProviderClass", class_name}};
-  }
-  IOReturn IOServiceGetMatchingServices(const Dictionary&, io_iterator_t* iterator) override {
-    *iterator = kNothing;
-    return kIOReturnSuccess;
-  }
-  io_object_t IOIteratorNext(io_iterator_t) override { return 0; }
-  void IOObjectRelease(io_object_t) override {}
-  std::optional<PropertyValue> IORegistryEntryCreateCFProperty(io_service_t,
-                                                               const std::string&) override {
+  std::optional<Dictionary> IOServiceMatching(const std::string& class_name) override try {
+    return Dictionary{{kProviderClass, class_name}};
+  } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
-  IOReturn IOCreatePlugInInterfaceForService(io_service_t, IOUSBUserClientType,
-                                             IOCFPlugInInterface**) override {
-    return kIOReturnNoDevice;
+
+  IOReturn IOServiceGetMatchingServices(const Dictionary& matching,
+                                        io_iterator_t* iterator) override try {
+    Iterator matches;
+    if (matching.String(kProviderClass) == kIOUSBDeviceClassName) {
+      std::vector<UsbRecord> records;
+      const IOReturn read = ReadUsbRecords(&records);
+      if (read != kIOReturnSuccess) return read;
+      for (UsbRecord& record : records) {
+        if (MatchesUsbDevice(record, matching)) matches.objects.emplace_back(std::move(record));
+      }
+    }
+    *iterator = Add(std::move(matches));
+    return kIOReturnSuccess;
+  } catch (const std::bad_alloc&) {
+    return kIOReturnNoMemory;
+  }
+
+  io_object_t IOIteratorNext(io_iterator_t iterator) override try {
+    const MutexLock lock(mutex_);
+    const auto found = entries_.find(iterator);
+    if (found == entries_.end()) return 0;
+    auto* const walk = std::get_if<Iterator>(&found->second);
+    if (walk == nullptr || walk->next == walk->objects.size()) return 0;
+    return AddLocked(std::move(walk->objects[walk->next++]));
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+
+  // What the object held is given back outside of the lock: it may close a device.
+  void IOObjectRelease(io_object_t object) override {
+    std::map<io_object_t, Entry>::node_type released;
+    const MutexLock lock(mutex_);
+    released = entries_.extract(object);
+  }
+
+  std::optional<PropertyValue> IORegistryEntryCreateCFProperty(io_service_t entry,
+                                                               const std::string& key) override
+      try {
+    const auto object = Find(entry);
+    if (!object) return std::nullopt;
+    const auto* const record = std::get_if<UsbRecord>(&*object);
+    if (record == nullptr) return std::nullopt;
+    return UsbProperty(*record, key);
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
+
+  IOReturn IOCreatePlugInInterfaceForService(io_service_t service, IOUSBUserClientType type,
+                                             IOCFPlugInInterface** plugin) override try {
+    *plugin = nullptr;
+    const auto object = Find(service);
+    if (!object) return kIOReturnBadArgument;
+    if (const auto* const record = std::get_if<UsbRecord>(&*object)) {
+      if (type != kIOUSBDeviceUserClientTypeID) return kIOReturnBadArgument;
+      *plugin = NewUsbDevicePlugIn(*record, *this);
+      return kIOReturnSuccess;
+    }
+    if (type != kIOUSBInterfaceUserClientTypeID) return kIOReturnBadArgument;
+    const auto& interface = std::get<InterfaceEntry>(*object);
+    *plugin = NewUsbInterfacePlugIn(interface.session, interface.shape);
+    return kIOReturnSuccess;
+  } catch (const std::bad_alloc&) {
+    return kIOReturnNoMemory;
+  }
+
+  io_iterator_t HandOut(const std::shared_ptr<UsbSession>& session,
+                        std::vector<UsbInterfaceShape> interfaces) override {
+    Iterator walk;
+    for (UsbInterfaceShape& shape : interfaces) {
+      walk.objects.emplace_back(InterfaceEntry{session, std::move(shape)});
+    }
+    return Add(std::move(walk));
   }
 
  private:
-  static constexpr io_iterator_t kNothing = 1;  // the iterator that is at its end
+  io_object_t Add(Entry entry) VOX_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    return AddLocked(std::move(entry));
+  }
+
+  // Numbers come round after four thousand million; one in use is not given again.
+  io_object_t AddLocked(Entry entry) VOX_REQUIRES(mutex_) {
+    do {
+      ++last_;
+    } while (last_ == 0 || entries_.contains(last_));
+    entries_.emplace(last_, std::move(entry));
+    return last_;
+  }
+
+  std::optional<Object> Find(io_object_t object) const VOX_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    const auto found = entries_.find(object);
+    if (found == entries_.end()) return std::nullopt;
+    const auto* const entry = std::get_if<Object>(&found->second);
+    return entry != nullptr ? std::optional<Object>(*entry) : std::nullopt;
+  }
+
+  mutable Mutex mutex_;
+  std::map<io_object_t, Entry> entries_ VOX_GUARDED_BY(mutex_);
+  io_object_t last_ VOX_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace
 
 template <>
 Service<UsbPort>::Where& Service<UsbPort>::Place() {
-  static NoUsb& own = *new NoUsb;  // never destroyed: threads may outlive main
+  static LinuxUsbPort& own = *new LinuxUsbPort;  // never destroyed: threads may outlive main
   static Where where{own};
   return where;
-}
-
-UsbInterrupt::UsbInterrupt(int fd) : fd_(fd) {
-  if (fd_ >= 0) interrupt_fds.push_back(fd_);
-}
-
-UsbInterrupt::~UsbInterrupt() {
-  const auto own = std::find(interrupt_fds.begin(), interrupt_fds.end(), fd_);
-  if (own != interrupt_fds.end()) interrupt_fds.erase(own);
-}
-
-const std::vector<int>& UsbInterrupt::Fds() {
-  return interrupt_fds;
-}
-
-bool UsbInterrupt::Wait(std::chrono::milliseconds time) {
-  using std::chrono::milliseconds;
-  using steady = std::chrono::steady_clock;
-  const auto end =
-      steady::now() + std::clamp(time, milliseconds(0), milliseconds(std::chrono::hours(1)));
-  std::vector<pollfd> entries;
-  entries.reserve(interrupt_fds.size());
-  for (const int fd : interrupt_fds) entries.push_back({fd, POLLIN, 0});
-  for (;;) {
-    const auto left = std::chrono::ceil<milliseconds>(end - steady::now());
-    const int ready = ::poll(entries.data(), entries.size(),
-                             static_cast<int>(std::max(left, milliseconds(0)).count()));
-    if (ready >= 0 || errno != EINTR) return ready > 0;
-  }
 }
 
 }  // namespace vox

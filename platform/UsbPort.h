@@ -12,7 +12,7 @@
 // them.
 //
 // Thread rule: the registry's operations from any thread. One interface object is used by one
-// thread at a time.
+// thread at a time, and so are an open device and its interfaces together; two devices never meet.
 #pragma once
 
 #include <chrono>
@@ -85,8 +85,8 @@ class IOUSBInterfaceInterface190 {
   // ReadPipeTO reads up to *size bytes; *size becomes what came, which is less when the device sent
   // a short packet. It ends when no byte has come for no_data_ms, and when it has not ended after
   // completion_ms; 0 stands for a finite time of the port's own. Bytes that came before a time-out
-  // are not lost: the read succeeds with them. What the device sends beyond *size is kept for the
-  // next read of the same pipe.
+  // are not lost: the read succeeds with them. What the device sends beyond *size, and what a read
+  // had received before it failed otherwise, is kept for the next read of the same pipe.
   virtual IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t* size,
                               std::uint32_t no_data_ms, std::uint32_t completion_ms) = 0;
 
@@ -102,8 +102,10 @@ class IOUSBInterfaceInterface190 {
 // IOUSBDeviceInterface182 is one device.
 class IOUSBDeviceInterface182 {
  public:
-  // USBDeviceOpenSeize opens the device. Returns: kIOReturnExclusiveAccess when another program
-  // holds its still-image interface, kIOReturnNotPermitted when the user may not.
+  // USBDeviceOpenSeize opens the device and holds its still-image interfaces until it is closed; a
+  // kernel driver of theirs is put aside as long. Returns: kIOReturnExclusiveAccess when another
+  // program, or another object, holds one, kIOReturnNotPermitted when the user may not,
+  // kIOReturnNoDevice when it is gone, also when it was plugged in again since.
   virtual IOReturn USBDeviceOpenSeize() = 0;
   virtual IOReturn USBDeviceClose() = 0;
   // GetLocationID: the bus number in the top byte, then the ports on the way to the device, four
