@@ -109,11 +109,8 @@ DeviceTarget TargetOf(const DeviceInfo& device) {
   if (!is_device_of_type(*device, kDeviceTypeNetwork))
     throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is no network device, and this " +
                                            "build of vox supports no others");
-  const auto address = device->String(kDeviceIpKey);
-  if (!address)
-    throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is remembered without an address;" +
-                                           " find it again with vox discover");
-  return {DeviceName(*device), *address, device};
+  if (HasBrokenAddress(*device)) throw Failure(ExitStatus::kCannot, BrokenAddressLine(*device));
+  return {DeviceName(*device), *device->String(kDeviceIpKey), device};
 }
 
 DeviceTarget FindDevice(const std::string& name) {

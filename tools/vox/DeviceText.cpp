@@ -1,5 +1,7 @@
 #include "tools/vox/DeviceText.h"
 
+#include <arpa/inet.h>
+
 #include "tools/vox/Failure.h"
 #include "vox/DevicesManager.h"
 
@@ -41,6 +43,19 @@ std::string DeviceLine(const Dictionary& device, const std::string& behind) {
                      Column(device, kDeviceIdKey, kIdWidth) + behind;
   line.erase(line.find_last_not_of(' ') + 1);
   return line + "\n";
+}
+
+bool HasBrokenAddress(const Dictionary& device) {
+  in_addr address{};
+  return is_device_of_type(device, kDeviceTypeNetwork) &&
+         ::inet_pton(AF_INET, device.String(kDeviceIpKey).value_or("").c_str(), &address) != 1;
+}
+
+std::string BrokenAddressLine(const Dictionary& device) {
+  const bool has_one = device.String(kDeviceIpKey).has_value();
+  return DeviceName(device) + " is remembered " +
+         (has_one ? "with a broken address" : "without an address") +
+         "; find it again with vox discover, or name its address with vox add";
 }
 
 Json DeviceRecord(const Dictionary& device) {

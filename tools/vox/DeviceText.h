@@ -18,6 +18,11 @@ std::string DeviceName(const Dictionary& device);
 // DeviceLine is a row of a list: address, name, model, id, and what `behind` says; with a newline.
 std::string DeviceLine(const Dictionary& device, const std::string& behind);
 
+// HasBrokenAddress tells whether a network device is remembered with what is no dotted IPv4
+// address, or with nothing, as its address. BrokenAddressLine says so, and how to mend it.
+bool HasBrokenAddress(const Dictionary& device);
+std::string BrokenAddressLine(const Dictionary& device);
+
 // DeviceRecord has those of the device dictionary's keys that the device has.
 Json DeviceRecord(const Dictionary& device);
 

@@ -1,21 +1,31 @@
 // vox list: what is remembered; the network is asked for --online alone.
+#include <optional>
+#include <vector>
+
 #include "tools/vox/CancelWatch.h"
 #include "tools/vox/DeviceText.h"
 #include "tools/vox/KnownDevices.h"
-#include "tools/vox/OnlineTest.h"
 #include "tools/vox/Output.h"
 #include "tools/vox/Premises.h"
+#include "tools/vox/Presence.h"
 #include "tools/vox/Verbs.h"
 
 namespace vox::cli {
 
 namespace {
 
-std::string Row(const Dictionary& device, const ListOptions& options, bool online) {
-  if (!options.json)
-    return DeviceLine(device, !options.online ? "" : online ? "online" : "no answer");
+// What is known of a device without asking it, if anything.
+std::optional<Presence> Unasked(const Dictionary& device) {
+  return HasBrokenAddress(device) ? std::optional(Presence::kBrokenAddress) : std::nullopt;
+}
+
+std::string Row(const Dictionary& device, const ListOptions& options,
+                std::optional<Presence> presence) {
+  if (!options.json) return DeviceLine(device, presence ? PresenceWords(*presence) : "");
   Json record = DeviceRecord(device);
-  if (options.online) record["online"] = online;
+  if (options.online)
+    record["online"] = presence == Presence::kOnline || presence == Presence::kRenamed;
+  if (presence) record["state"] = PresenceName(*presence);
   return JsonLine(record);
 }
 
@@ -25,15 +35,17 @@ void RunList(const ListOptions& options) {
   CancelWatch watch;
   const Premises premises(options.with, false, watch);
   premises.RememberVirtual();
-  const DevicesManager& registry = OpenRegistry();
-  const DeviceInfoArray devices = SortedDevices(registry);
-  std::set<std::string> online;
-  if (options.online) online = OnlineIds(registry, devices);
+  const DeviceInfoArray devices = SortedDevices(OpenRegistry());
+  std::vector<Presence> answers;
+  if (options.online) answers = AskPresence(devices);
   watch.Finish();
   std::string text;
-  for (const DeviceInfo& device : devices)
-    text += Row(*device, options, online.contains(device->String(kDeviceIdKey).value_or("")));
+  for (std::size_t i = 0; i < devices.size(); ++i)
+    text += Row(*devices[i], options, options.online ? answers[i] : Unasked(*devices[i]));
   PrintOut(text);
+  for (const DeviceInfo& device : devices) {
+    if (HasBrokenAddress(*device)) Note(BrokenAddressLine(*device));
+  }
   if (devices.empty()) Note("no device is remembered; find some with vox discover");
 }
 
