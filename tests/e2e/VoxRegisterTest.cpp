@@ -124,8 +124,8 @@ TEST_F(VoxRegister, DevicesAtUsbNeedNoRegistration) {
     const std::string line = verb;
     ExpectFailure(line + " --all", 4,
                   "no network device is remembered, and devices at USB need no registration");
-    ExpectFailure(line + " usb:S1", 4, "is at USB, where devices need no registration");
-    ExpectFailure(line + " S1", 4, "is at USB, where devices need no registration");
+    ExpectFailure(line + " usb:S1", 4, "(S1 at USB): devices at USB need no registration");
+    ExpectFailure(line + " S1", 4, "(S1 at USB): devices at USB need no registration");
   }
   const sim::VirtualDevice& office = Put(2, "Office");
   Good("add 127.0.0.2");
@@ -133,13 +133,14 @@ TEST_F(VoxRegister, DevicesAtUsbNeedNoRegistration) {
   EXPECT_EQ(office.Registrations().size(), 1U);
 }
 
-TEST_F(VoxRegister, ADeviceAtUsbCanBeForgottenAndNotAdded) {
+TEST_F(VoxRegister, ADeviceAtUsbCanBeForgottenAndIsAddedWhenItIsAttached) {
   RememberAtUsb();
   ExpectFailure("remove usb:S", 4,
                 "no device at USB with the serial number of usb:S is remembered");
-  EXPECT_EQ(Good("remove usb:S1"), "forgotten: Veltronix QD7200 (S1)\n");
+  EXPECT_EQ(Good("remove usb:S1"), "forgotten: Veltronix QD7200 (S1 at USB)\n");
   EXPECT_THAT(Vox("list").out, IsEmpty());
-  ExpectFailure("add usb:S1", 4, "usb:S1: this build of vox supports no USB devices");
+  ExpectFailure("add usb:S1", 9, "no supported device with the serial number S1 is attached");
+  ExpectFailure("add usb:", 64, "usb: wants a serial number");
 }
 
 }  // namespace

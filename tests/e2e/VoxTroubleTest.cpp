@@ -32,7 +32,7 @@ TEST_F(VoxScan, MistakesInOptionsAreSixtyFour) {
 TEST_F(VoxScan, WhatTheDeviceCannotDoIsFour) {
   ExpectFailure("-o a.png --frame 500,0,600,100", 4, "beside the bed");
   EXPECT_EQ(vox_.Run("scan net:no-such-host.invalid -o a.png").status, 4);
-  EXPECT_EQ(vox_.Run("scan usb:1 -o a.png").status, 4);
+  EXPECT_EQ(vox_.Run("scan usb:not-attached -o a.png").status, 9);
 }
 
 struct Fault {

@@ -1,4 +1,4 @@
-// vox add: asks the device at an address who it is, and remembers it.
+// vox add: asks the device at an address who it is, or looks at USB, and remembers it.
 #include <array>
 
 #include "tools/vox/CancelWatch.h"
@@ -8,7 +8,9 @@
 #include "tools/vox/NetworkName.h"
 #include "tools/vox/Output.h"
 #include "tools/vox/Premises.h"
+#include "tools/vox/UsbDevice.h"
 #include "tools/vox/Verbs.h"
+#include "vox/SupportedDevices.h"
 #include "vox/drivers/net/search.h"
 
 namespace vox::cli {
@@ -46,17 +48,29 @@ DeviceInfo AskWho(const std::string& given, const std::string& address) {
   FailToAdd(Label(given, address), address);
 }
 
+DeviceInfo LookAtUsb(const std::string& name) {
+  DeviceInfo device = AttachedDevice(UsbSerial(name));
+  const auto model = device->String(kDeviceModelNameKey);
+  if (!SupportedDevices::instance().isSupportedModelName(model))
+    throw Failure(ExitStatus::kCannot, "the device " + CleanText(name) + " is a " +
+                                           CleanText(model.value_or("")) +
+                                           ", which is not supported");
+  return device;
+}
+
+DeviceInfo Meet(const std::string& name, const Premises& premises) {
+  if (!premises.IsVirtual() && IsUsbName(name)) return LookAtUsb(name);
+  return AskWho(name, premises.IsVirtual() ? premises.Address() : NetworkAddress(name));
+}
+
 }  // namespace
 
 void RunAdd(const AddOptions& options) {
-  RefuseUsb(options.device.name);
   CancelWatch watch;
   const Premises premises(options.device.with, false, watch);
-  const std::string address =
-      premises.IsVirtual() ? premises.Address() : NetworkAddress(options.device.name);
   DevicesManager& registry = OpenRegistry();
   BeforeSharedChange();
-  const DeviceInfo device = AskWho(options.device.name, address);
+  const DeviceInfo device = Meet(options.device.name, premises);
   const std::string id = device->String(kDeviceIdKey).value_or("");
   const bool known = registry.infoForDevice(id) != nullptr;
   watch.Finish();  // what is begun now is done in no time

@@ -6,6 +6,7 @@
 #include "tools/vox/Failure.h"
 #include "tools/vox/KnownDevices.h"
 #include "tools/vox/NetworkName.h"
+#include "tools/vox/UsbDevice.h"
 #include "vox/UserPreferences.h"
 
 namespace vox::cli {
@@ -13,17 +14,20 @@ namespace vox::cli {
 namespace {
 
 constexpr std::size_t kNamesShown = 8;  // of devices that a message lists
-constexpr char kUsbPrefix[] = "usb:";
 
 enum class Match { kNone, kBeginning, kWhole };
-
-bool IsUsbName(const std::string& name) {
-  return name.rfind(kUsbPrefix, 0) == 0;
-}
 
 Match MatchText(const std::string& whole, const std::string& text) {
   if (::strncasecmp(whole.c_str(), text.c_str(), text.size()) != 0) return Match::kNone;
   return whole.size() == text.size() ? Match::kWhole : Match::kBeginning;
+}
+
+// A device at USB has no name of its own: its model stands for it.
+Match MatchAtUsb(const Dictionary& device, const std::string& text) {
+  const std::string model = device.String(kDeviceModelNameKey).value_or("");
+  const std::string behind_maker = model.substr(model.find(' ') + 1);
+  const std::string serial = device.String(kDeviceSerialNumberKey).value_or("");
+  return std::max({MatchText(model, text), MatchText(behind_maker, text), MatchText(serial, text)});
 }
 
 Match MatchDevice(const Dictionary& device, const std::string& text) {
@@ -32,7 +36,8 @@ Match MatchDevice(const Dictionary& device, const std::string& text) {
     const auto value = device.String(key);
     if (value) best = std::max(best, MatchText(*value, text));
   }
-  return best;
+  return is_device_of_type(device, kDeviceTypeUsb) ? std::max(best, MatchAtUsb(device, text))
+                                                   : best;
 }
 
 std::string Listed(const DeviceInfoArray& devices) {
@@ -51,14 +56,34 @@ DeviceInfo Remembered(const std::string& name) {
   return UsualDevice(known, UserPreferences::instance().lastScannerDeviceId());
 }
 
-DeviceInfo RememberedAtUsb(const std::string& name) {
-  const std::string serial = name.substr(sizeof kUsbPrefix - 1);
+// RememberedAtUsb gives the remembered device with that serial number, or null. A record without
+// one is known by its id, which is a serial number for whoever searches.
+DeviceInfo RememberedAtUsb(const std::string& serial) {
   for (const DeviceInfo& device : SortedDevices(OpenRegistry())) {
-    if (is_device_of_type(*device, kDeviceTypeUsb) && device->String(kDeviceIdKey) == serial)
+    const auto id = device->String(kDeviceIdKey);
+    if (is_device_of_type(*device, kDeviceTypeUsb) &&
+        (device->Find(kDeviceSerialNumberKey) != nullptr ? device->String(kDeviceSerialNumberKey)
+                                                         : id) == serial)
       return device;
   }
-  throw Failure(ExitStatus::kCannot, "no device at USB with the serial number of " +
-                                         CleanText(name) + " is remembered; see vox list");
+  return nullptr;
+}
+
+DeviceTarget FindAtUsb(const std::string& name) {
+  const std::string serial = UsbSerial(name);
+  const DeviceInfo known = RememberedAtUsb(serial);
+  if (known != nullptr) return TargetOf(known);
+  const DeviceInfo attached = AttachedDevice(serial);
+  return {DeviceName(*attached), "", nullptr, attached};
+}
+
+DeviceTarget UsbTargetOf(const DeviceInfo& device) {
+  if (!device->String(kDeviceModelNameKey) || !device->String(kDeviceSerialNumberKey))
+    throw Failure(ExitStatus::kCannot, DeviceName(*device) +
+                                           " is remembered without its model or " +
+                                           "its serial number; forget it with vox remove and " +
+                                           "find it again with vox discover");
+  return {DeviceName(*device), "", device, device};
 }
 
 }  // namespace
@@ -78,10 +103,11 @@ DeviceInfo ChooseDevice(const DeviceInfoArray& known, const std::string& text) {
   const DeviceInfoArray matches = MatchDevices(known, text);
   if (matches.size() == 1) return matches.front();
   if (matches.empty())
-    throw Failure(ExitStatus::kCannot,
-                  "no remembered device is called " + CleanText(text) +
-                      "; see vox list, find it with vox discover, or name its address as in " +
-                      "net:192.168.0.5");
+    throw Failure(
+        ExitStatus::kCannot,
+        "no remembered device is called " + CleanText(text) +
+            "; see vox list, find it with vox discover, or name it as in net:192.168.0.5 or " +
+            "usb:A7K0123");
   throw Failure(ExitStatus::kCannot, CleanText(text) + " means several devices: " +
                                          Listed(matches) + "; give more of the name, or the id");
 }
@@ -94,27 +120,22 @@ DeviceInfo UsualDevice(const DeviceInfoArray& known, const std::optional<std::st
   if (known.empty())
     throw Failure(ExitStatus::kCannot,
                   "which device? None is remembered: find them with vox discover, name one as in "
-                  "net:192.168.0.5, or use --virtual");
+                  "net:192.168.0.5 or usb:A7K0123, or use --virtual");
   throw Failure(ExitStatus::kCannot, "which device? Name one of " + Listed(known));
 }
 
-void RefuseUsb(const std::string& name) {
-  if (IsUsbName(name))
-    throw Failure(ExitStatus::kCannot, CleanText(name) + ": this build of vox supports no USB " +
-                                           "devices; name one of the network, as in " +
-                                           "net:192.168.0.5");
-}
-
 DeviceTarget TargetOf(const DeviceInfo& device) {
+  if (is_device_of_type(*device, kDeviceTypeUsb)) return UsbTargetOf(device);
   if (!is_device_of_type(*device, kDeviceTypeNetwork))
-    throw Failure(ExitStatus::kCannot, DeviceName(*device) + " is no network device, and this " +
-                                           "build of vox supports no others");
+    throw Failure(ExitStatus::kCannot, DeviceName(*device) +
+                                           " is remembered neither as a network " +
+                                           "device nor as one at USB; forget it with vox remove");
   if (HasBrokenAddress(*device)) throw Failure(ExitStatus::kCannot, BrokenAddressLine(*device));
   return {DeviceName(*device), *device->String(kDeviceIpKey), device};
 }
 
 DeviceTarget FindDevice(const std::string& name) {
-  RefuseUsb(name);
+  if (IsUsbName(name)) return FindAtUsb(name);
   if (IsNetworkName(name)) return {name, NetworkAddress(name), nullptr};
   return TargetOf(Remembered(name));
 }
@@ -122,7 +143,10 @@ DeviceTarget FindDevice(const std::string& name) {
 DeviceTarget FindRemembered(const std::string& name) {
   DeviceInfo found;
   if (IsUsbName(name)) {
-    found = RememberedAtUsb(name);
+    found = RememberedAtUsb(UsbSerial(name));
+    if (found == nullptr)
+      throw Failure(ExitStatus::kCannot, "no device at USB with the serial number of " +
+                                             CleanText(name) + " is remembered; see vox list");
   } else if (IsNetworkName(name)) {
     found = RememberedAt(NetworkAddress(name));
     if (found == nullptr)

@@ -10,9 +10,9 @@
 
 namespace vox::cli {
 
-// MatchDevices gives the devices that `text` may mean: those whose id, name or address it is; else
-// those of which one of these begins with it. Capitals count as small letters. Empty text means
-// none.
+// MatchDevices gives the devices that `text` may mean: those whose id, name or address it is, or,
+// at USB, the serial number or the model with or without the maker's name; else those of which one
+// of these begins with it. Capitals count as small letters. Empty text means none.
 DeviceInfoArray MatchDevices(const DeviceInfoArray& known, const std::string& text);
 
 // ChooseDevice gives the one device that `text` means. Throws Failure 4: no device, with what to
@@ -25,20 +25,19 @@ DeviceInfo UsualDevice(const DeviceInfoArray& known, const std::optional<std::st
 
 // DeviceTarget is the device of a command.
 struct DeviceTarget {
-  std::string label;      // for messages
-  std::string address;    // dotted
-  DeviceInfo remembered;  // null for one that was named by net:ADDRESS
+  std::string label;         // for messages
+  std::string address;       // dotted; empty at USB
+  DeviceInfo remembered;     // null for one that was named by net:ADDRESS, or is not remembered
+  DeviceInfo usb = nullptr;  // of a device at USB, what is remembered of it or was found there
 };
 
-// FindDevice gives the device that DEVICE names; empty is one that was left out. Throws Failure.
+// FindDevice gives the device that DEVICE names; empty is one that was left out. A serial number
+// that is not remembered is looked for at USB. Throws Failure.
 DeviceTarget FindDevice(const std::string& name);
 
-// TargetOf gives a remembered device as that of a command. Throws Failure 4: it is no network
-// device, or it has no address.
+// TargetOf gives a remembered device as that of a command. Throws Failure 4: its type is unknown,
+// or its record lacks the address, or, at USB, the model or the serial number.
 DeviceTarget TargetOf(const DeviceInfo& device);
-
-// RefuseUsb throws Failure 4 for a DEVICE of the form usb:SERIAL.
-void RefuseUsb(const std::string& name);
 
 // FindRemembered is FindDevice for commands about what is remembered: net:ADDRESS is the remembered
 // device with that address, usb:SERIAL the one at USB with that serial number.

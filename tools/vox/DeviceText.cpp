@@ -18,8 +18,9 @@ std::size_t Characters(const std::string& text) {
   return count;
 }
 
-std::string Column(const Dictionary& device, const char* key, std::size_t width) {
-  std::string text = CleanText(device.String(key).value_or("-"));
+std::string Column(const Dictionary& device, const char* key, std::size_t width,
+                   const char* otherwise = "-") {
+  std::string text = CleanText(device.String(key).value_or(otherwise));
   const std::size_t length = Characters(text);
   text.append(length < width ? width - length : 1, ' ');
   return text;
@@ -30,14 +31,15 @@ std::string Column(const Dictionary& device, const char* key, std::size_t width)
 std::string DeviceName(const Dictionary& device) {
   const std::string id = device.String(kDeviceIdKey).value_or("a device without an id");
   if (is_device_of_type(device, kDeviceTypeUsb))
-    return CleanText(device.String(kDeviceModelNameKey).value_or("USB") + " (" + id + ")");
+    return CleanText(device.String(kDeviceModelNameKey).value_or("USB") + " (" + id + " at USB)");
   const auto name = device.String(kDeviceNameKey);
   if (!name || name->empty()) return CleanText(id);
   return CleanText(DevicesManager::deviceLocationWithDeviceInfo(device).value_or(*name));
 }
 
 std::string DeviceLine(const Dictionary& device, const std::string& behind) {
-  std::string line = Column(device, kDeviceIpKey, kAddressWidth) +
+  const bool usb = is_device_of_type(device, kDeviceTypeUsb);
+  std::string line = Column(device, kDeviceIpKey, kAddressWidth, usb ? "at USB" : "-") +
                      Column(device, kDeviceNameKey, kNameWidth) +
                      Column(device, kDeviceModelNameKey, kModelWidth) +
                      Column(device, kDeviceIdKey, kIdWidth) + behind;

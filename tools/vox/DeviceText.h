@@ -11,11 +11,13 @@
 
 namespace vox::cli {
 
-// DeviceName is how messages name a device: "Office (192.168.0.5)"; its id when it has no name.
+// DeviceName is how messages name a device: "Office (192.168.0.5)", "Veltronix QD7200 (A7K0123 at
+// USB)"; its id when it has no name.
 // Control characters are replaced.
 std::string DeviceName(const Dictionary& device);
 
-// DeviceLine is a row of a list: address, name, model, id, and what `behind` says; with a newline.
+// DeviceLine is a row of a list: address or "at USB", name, model, id, and what `behind` says; with
+// a newline.
 std::string DeviceLine(const Dictionary& device, const std::string& behind);
 
 // HasBrokenAddress tells whether a network device is remembered with what is no dotted IPv4

@@ -1,5 +1,5 @@
 // vox discover: devices are shown and saved while others still answer, so that nothing is left to
-// save when the search ends.
+// save when the search ends. Those at USB come first, at once.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -20,6 +20,7 @@
 #include "tools/vox/Output.h"
 #include "tools/vox/Premises.h"
 #include "tools/vox/Verbs.h"
+#include "vox/drivers/usb/UsbSearch.h"
 #include "vox/platform/FileDescriptor.h"
 
 namespace vox::cli {
@@ -30,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 
 // The search itself does not say why nobody answered, so a machine without a road for the question
 // is found out before it.
-void CheckRoute(const std::string& address) {
+std::optional<Failure> NoRoute(const std::string& address) {
   const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const int on = 1;
   ::setsockopt(socket.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
@@ -38,11 +39,20 @@ void CheckRoute(const std::string& address) {
   to.sin_family = AF_INET;
   to.sin_port = htons(1);  // nothing is sent
   ::inet_pton(AF_INET, address.c_str(), &to.sin_addr);
-  if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) return;
-  if (errno == ENETUNREACH)
-    throw Failure(ExitStatus::kIoError,
-                  "there is no network to search: this machine has no route to " + address +
-                      "; connect it, or name a device's address with vox add");
+  if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0)
+    return std::nullopt;
+  if (errno != ENETUNREACH) return std::nullopt;
+  return Failure(ExitStatus::kIoError,
+                 "there is no network to search: this machine has no route to " + address +
+                     "; connect it, or name a device's address with vox add");
+}
+
+DeviceInfoDictionary SearchUsb(const Premises& premises) {
+  return premises.IsVirtual() ? DeviceInfoDictionary() : searchUsbDevices(nullptr, 0);
+}
+
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 // Of a device that is shown: what it is beside what was remembered.
@@ -85,8 +95,10 @@ class Discovery {
     }
   }
 
+  bool HasFound() const { return !shown_.empty(); }
+
   // Settle shows what was found again under another address or name after it was shown, and what
-  // could not be shown.
+  // was not shown yet.
   void Settle(const DeviceInfoDictionary& result) {
     DeviceInfoArray news;
     for (const auto& [id, device] : result) {
@@ -112,7 +124,7 @@ class Discovery {
     } else {
       PrintOut(Words(seconds));
     }
-    if (!answered)
+    if (!answered && !HasFound())
       Note(
           "nobody answered; check that devices are on and in this network, or name one's address " +
           std::string("with vox add"));
@@ -195,15 +207,22 @@ void RunDiscover(const DiscoverOptions& options) {
   CancelWatch watch;
   const Premises premises(options.with, false, watch);
   const std::string address = premises.IsVirtual() ? premises.Address() : tagNETSEARCH().pszAddress;
-  CheckRoute(address);
-  Discovery discovery(options.json);
-  if (!network_ping_permitted()) NoteNoPings();
   const Clock::time_point start = Clock::now();
+  Discovery discovery(options.json);
+  discovery.Settle(SearchUsb(premises));
+  if (const auto failure = NoRoute(address)) {
+    if (!discovery.HasFound()) throw Failure(*failure);
+    watch.Finish();
+    Note(failure->what());
+    return discovery.Summarise(false, SecondsSince(start));
+  }
+  if (!network_ping_permitted()) NoteNoPings();
   NetworkSearch search(address);
   CancelWatch::Attachment attachment(watch, [&search] { search.Stop(); });
   for (DeviceInfoArray found = search.Next(); !found.empty(); found = search.Next())
     discovery.Show(found);
   discovery.Settle(search.Result());
+  discovery.Settle(SearchUsb(premises));  // what was plugged in meanwhile
   attachment.Detach();
   if (watch.Requested())
     discovery.GiveUp(ExitStatus::kCancelled, "cancelled; what was found till then is listed");
@@ -212,8 +231,7 @@ void RunDiscover(const DiscoverOptions& options) {
                      "not enough memory for the search, so devices may be missing; close other "
                      "programs and try again");
   watch.Finish();
-  discovery.Summarise(search.Answered(),
-                      std::chrono::duration<double>(Clock::now() - start).count());
+  discovery.Summarise(search.Answered(), SecondsSince(start));
 }
 
 }  // namespace vox::cli

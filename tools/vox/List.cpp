@@ -19,12 +19,21 @@ std::optional<Presence> Unasked(const Dictionary& device) {
   return HasBrokenAddress(device) ? std::optional(Presence::kBrokenAddress) : std::nullopt;
 }
 
+Json IsOnline(Presence presence) {
+  if (presence == Presence::kUnknown) return nullptr;
+  return presence == Presence::kOnline || presence == Presence::kRenamed;
+}
+
+std::vector<Presence> AskAll(const DeviceInfoArray& devices, CancelWatch& watch) {
+  const CancelWatch::Attachment waits(watch, [] {});  // they end by the watch's descriptor
+  return AskPresence(devices, watch.Fd());
+}
+
 std::string Row(const Dictionary& device, const ListOptions& options,
                 std::optional<Presence> presence) {
   if (!options.json) return DeviceLine(device, presence ? PresenceWords(*presence) : "");
   Json record = DeviceRecord(device);
-  if (options.online)
-    record["online"] = presence == Presence::kOnline || presence == Presence::kRenamed;
+  if (options.online) record["online"] = IsOnline(*presence);
   if (presence) record["state"] = PresenceName(*presence);
   return JsonLine(record);
 }
@@ -37,8 +46,8 @@ void RunList(const ListOptions& options) {
   premises.RememberVirtual();
   const DeviceInfoArray devices = SortedDevices(OpenRegistry());
   std::vector<Presence> answers;
-  if (options.online) answers = AskPresence(devices);
-  watch.Finish();
+  if (options.online) answers = AskAll(devices, watch);
+  watch.Finish();  // what is known is told, cancelled or not
   std::string text;
   for (std::size_t i = 0; i < devices.size(); ++i)
     text += Row(*devices[i], options, options.online ? answers[i] : Unasked(*devices[i]));
@@ -46,6 +55,8 @@ void RunList(const ListOptions& options) {
   for (const DeviceInfo& device : devices) {
     if (HasBrokenAddress(*device)) Note(BrokenAddressLine(*device));
   }
+  if (watch.Requested())
+    throw Failure(ExitStatus::kCancelled, "cancelled; what was known till then is listed");
   if (devices.empty()) Note("no device is remembered; find some with vox discover");
 }
 

@@ -2,10 +2,11 @@
 
 #include <array>
 
-#include "tools/vox/Failure.h"
 #include "tools/vox/Identity.h"
+#include "tools/vox/UsbDevice.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/search.h"
+#include "vox/drivers/usb/TwImgIFUsb.h"
 
 namespace vox::cli {
 
@@ -20,6 +21,24 @@ DeviceTarget Target(const std::string& name, const Premises& premises) {
 
 OpenedDevice::OpenedDevice(const std::string& name, const Premises& premises)
     : premises_(premises), target_(Target(name, premises)) {
+  if (AtUsb() != nullptr) {
+    OpenUsb();
+  } else {
+    OpenNetwork();
+  }
+  ReadAbilities();
+}
+
+void OpenedDevice::OpenUsb() {
+  const Dictionary& device = *AtUsb();
+  if (const auto trouble = FindUsbTrouble(device))
+    throw Failure(trouble->status, "cannot use " + Label() + ": " + trouble->reason);
+  name_ = device.String(kDeviceModelNameKey).value_or("");
+  interface_ = std::make_unique<CTwImgIFUsb>(
+      name_.c_str(), device.String(kDeviceSerialNumberKey).value_or("").c_str());
+}
+
+void OpenedDevice::OpenNetwork() {
   if (target_.remembered != nullptr) {
     CheckIdentity();
     name_ = target_.remembered->String(kDeviceNameKey).value_or("");
@@ -27,7 +46,6 @@ OpenedDevice::OpenedDevice(const std::string& name, const Premises& premises)
     ReadName();
   }
   interface_ = std::make_unique<CTwImgIFNW>(name_.c_str(), Address().c_str());
-  ReadAbilities();
 }
 
 void OpenedDevice::CheckIdentity() const {
@@ -49,9 +67,16 @@ void OpenedDevice::ReadName() {
   name_ = name.data();
 }
 
+Failure OpenedDevice::Trouble(const std::string& what, std::uint32_t status) const {
+  if (AtUsb() == nullptr || IsAttached(*AtUsb())) return DeviceFailure(what, Label(), status);
+  return Failure(ExitStatus::kIoError, "cannot " + what + " on " + Label() +
+                                           ": it was unplugged, or switched off; plug it in and " +
+                                           "try again");
+}
+
 void OpenedDevice::ReadAbilities() {
   if (!interface_->GetDevInfo(&abilities_.common))
-    throw DeviceFailure("ask what can be done", Label(), interface_->GetIfErrorStatus());
+    throw Trouble("ask what can be done", interface_->GetIfErrorStatus());
   tagSCANDEVINFO unit{};
   for (std::uint32_t i = 0; interface_->GetUnitInfo(i, &unit); ++i)
     abilities_.units.push_back(unit);

@@ -16,11 +16,10 @@ namespace {
 constexpr unsigned kHighestResolution = 9600;  // dpi
 
 constexpr char kFooter[] =
-    "DEVICE is net:ADDRESS, or the id, name, address, or unique beginning of one, of a device "
-    "that\n"
-    "is remembered; left out, it is the only one remembered or the one used last. --virtual "
-    "brings\n"
-    "one of its own; see vox --help.\n"
+    "DEVICE is net:ADDRESS, usb:SERIAL, or the id, name, address, or unique beginning of one, of "
+    "a\n"
+    "device that is remembered; left out, it is the only one remembered or the one used last.\n"
+    "--virtual brings one of its own; see vox --help.\n"
     "Exit status: 0 done, 2 cancelled, 3 busy, 4 cannot do that, 7 no document, 9 device or file\n"
     "trouble, 10 memory, 11 permission, 64 mistake in the command line.";
 

@@ -8,8 +8,22 @@
 
 namespace vox::cli {
 
+namespace {
+
+std::FILE* kept = nullptr;  // null: the C library's own
+
+}  // namespace
+
+void KeepStandardOutput() {
+  std::FILE* const nowhere = std::fopen("/dev/null", "we");
+  if (nowhere == nullptr) return;
+  kept = stdout;
+  stdout = nowhere;
+}
+
 void PrintOut(const std::string& text) {
-  if (std::fputs(CleanLines(text).c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+  std::FILE* const out = kept != nullptr ? kept : stdout;
+  if (std::fputs(CleanLines(text).c_str(), out) < 0 || std::fflush(out) != 0)
     throw FileFailure("write", "standard output", errno);
 }
 

@@ -9,6 +9,11 @@
 
 namespace vox::cli {
 
+// KeepStandardOutput leaves standard output to vox: what the library prints there from now on for
+// whoever debugs it is dropped, so that pages and JSON in a pipe stay whole. The descriptor itself
+// is untouched. Once, at the program's start.
+void KeepStandardOutput();
+
 // PrintOut writes a text to standard output and flushes it. Throws Failure.
 void PrintOut(const std::string& text);
 

@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <array>
 
+#include <poll.h>
+
 #include "tools/vox/DeviceText.h"
 #include "tools/vox/Identity.h"
 #include "tools/vox/KnownDevices.h"
+#include "tools/vox/UsbDevice.h"
+#include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchping.h"
 #include "vox/platform/PropertyList.h"
@@ -28,6 +32,8 @@ constexpr PresenceRow kRows[] = {
     {Presence::kOther, "other device", "other-device"},
     {Presence::kSilent, "no answer", "no-answer"},
     {Presence::kBrokenAddress, "broken address", "broken-address"},
+    {Presence::kNotAttached, "not attached", "not-attached"},
+    {Presence::kUnknown, "unknown", "unknown"},
 };
 
 const PresenceRow& RowOf(Presence presence) {
@@ -35,8 +41,22 @@ const PresenceRow& RowOf(Presence presence) {
                        [&](const PresenceRow& row) { return row.presence == presence; });
 }
 
+// Stop is whether the question was called off.
+class Stop : public CancelDelegate {
+ public:
+  explicit Stop(int fd) : fd_(fd) {}
+  bool isCancelled() override { return IsRaised(); }
+  bool IsRaised() const {
+    pollfd entry{fd_, POLLIN, 0};
+    return ::poll(&entry, 1, 0) == 1;
+  }
+
+ private:
+  const int fd_;
+};
+
 // As a scan judges it, by the MAC address.
-Presence Ask(const DeviceInfo& device) {
+Presence AskNetwork(const DeviceInfo& device) {
   const std::string address = device->String(kDeviceIpKey).value_or("");
   const Who who = AskIdentity({{}, address, device}).who;
   if (who != Who::kSame) return who == Who::kOther ? Presence::kOther : Presence::kSilent;
@@ -49,21 +69,28 @@ Presence Ask(const DeviceInfo& device) {
   return same ? Presence::kOnline : Presence::kRenamed;
 }
 
+Presence Ask(const DeviceInfo& device, bool alive) {
+  if (is_device_of_type(*device, kDeviceTypeUsb))
+    return IsAttached(*device) ? Presence::kOnline : Presence::kNotAttached;
+  if (HasBrokenAddress(*device)) return Presence::kBrokenAddress;
+  const bool asked = alive && is_device_of_type(*device, kDeviceTypeNetwork);
+  return asked ? AskNetwork(device) : Presence::kSilent;
+}
+
 }  // namespace
 
-std::vector<Presence> AskPresence(const DeviceInfoArray& devices) {
+std::vector<Presence> AskPresence(const DeviceInfoArray& devices, int stop_fd) {
+  Stop stop(stop_fd);
   const bool pings = network_ping_permitted();
   if (!pings) NoteNoPings();
-  const DeviceInfoArray alive = pings ? filterWithNetworkPing(devices, nullptr) : devices;
+  const DeviceInfoArray alive = pings ? filterWithNetworkPing(devices, &stop) : devices;
   std::vector<Presence> answers(devices.size(), Presence::kSilent);
   RunTogether(devices.size(), kAtOnce, [&](std::size_t i) {
-    const Dictionary& device = *devices[i];
-    if (!is_device_of_type(device, kDeviceTypeNetwork)) return;
-    if (HasBrokenAddress(device)) {
-      answers[i] = Presence::kBrokenAddress;
-    } else if (std::find(alive.begin(), alive.end(), devices[i]) != alive.end()) {
-      answers[i] = Ask(devices[i]);
-    }
+    const NetInterrupt hurry(stop_fd, 0);
+    const bool answers_pings = std::find(alive.begin(), alive.end(), devices[i]) != alive.end();
+    answers[i] = Ask(devices[i], answers_pings);
+    // Who kept silent may have been about to answer.
+    if (answers[i] == Presence::kSilent && stop.IsRaised()) answers[i] = Presence::kUnknown;
   });
   return answers;
 }

@@ -15,12 +15,15 @@ enum class Presence {
   kOther,          // another device answers at the address
   kSilent,         // none does
   kBrokenAddress,  // what is remembered is no address
+  kNotAttached,    // a device at USB
+  kUnknown,        // the question was called off before it was answered
 };
 
-// AskPresence asks all of them at the same time and gives the answers in their order; a device of
-// another type than "network" is kSilent. Where pings are permitted only a device that answers one
-// is asked over SNMP; elsewhere all of them are, and a line on standard error says so.
-std::vector<Presence> AskPresence(const DeviceInfoArray& devices);
+// AskPresence asks all of them at the same time and gives the answers in their order; a device at
+// USB is looked for there, and one of an unknown type is kSilent. Where pings are permitted only a
+// device that answers one is asked over SNMP; elsewhere all of them are, and a line on standard
+// error says so. Once stop_fd is readable, what has been answered is the result.
+std::vector<Presence> AskPresence(const DeviceInfoArray& devices, int stop_fd);
 
 // PresenceWords is for a list: "online", "no answer"; PresenceName for JSON: "online", "no-answer".
 const char* PresenceWords(Presence presence);

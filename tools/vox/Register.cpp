@@ -26,6 +26,18 @@ namespace {
 constexpr std::size_t kAtOnce = 64;
 constexpr int kGraceMs = 100;
 
+// Of devices none of which can be asked.
+std::string NobodyToAsk(const DeviceInfoArray& known) {
+  const bool network = std::any_of(known.begin(), known.end(), [](const DeviceInfo& device) {
+    return is_device_of_type(*device, kDeviceTypeNetwork);
+  });
+  if (network)
+    return "no network device is remembered with an address; find them again with vox discover, or "
+           "name their addresses with vox add";
+  return "no network device is remembered, and devices at USB need no registration; find others "
+         "with vox discover";
+}
+
 std::vector<DeviceTarget> AllRemembered() {
   std::vector<DeviceTarget> targets;
   const DeviceInfoArray known = SortedDevices(OpenRegistry());
@@ -36,10 +48,7 @@ std::vector<DeviceTarget> AllRemembered() {
   }
   if (known.empty())
     throw Failure(ExitStatus::kCannot, "no device is remembered; find some with vox discover");
-  if (targets.empty())
-    throw Failure(ExitStatus::kCannot,
-                  "no network device is remembered, and devices at USB need no registration; find "
-                  "others with vox discover");
+  if (targets.empty()) throw Failure(ExitStatus::kCannot, NobodyToAsk(known));
   return targets;
 }
 
@@ -48,7 +57,7 @@ DeviceTarget Target(const std::string& name) {
   const DeviceInfo device = FindRemembered(name).remembered;
   if (is_device_of_type(*device, kDeviceTypeUsb))
     throw Failure(ExitStatus::kCannot,
-                  DeviceName(*device) + " is at USB, where devices need no registration");
+                  DeviceName(*device) + ": devices at USB need no registration");
   return TargetOf(device);
 }
 

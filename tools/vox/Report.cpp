@@ -64,10 +64,11 @@ std::string MarginWords(const tagSCANDEVINFO& device) {
          Number(FromUnits(device.dwRegularBottomMargin)) + " mm";
 }
 
-std::string UnitWords(const tagSCANDEVINFO& unit) {
+// At USB devices do not tell whether paper lies in the feeder.
+std::string UnitWords(const tagSCANDEVINFO& unit, bool tells_paper) {
   std::string text = Number(FromUnits(unit.dwPhysicalWidth)) + " x " +
                      Number(FromUnits(unit.dwPhysicalHeight)) + " mm";
-  if (IsFeeder(unit)) text += unit.byAdfPaper != 0 ? ", loaded" : ", empty";
+  if (IsFeeder(unit) && tells_paper) text += unit.byAdfPaper != 0 ? ", loaded" : ", empty";
   return Row(IsFeeder(unit) ? "Feeder" : "Flatbed", text);
 }
 
@@ -83,26 +84,49 @@ Json UnitJson(const tagSCANDEVINFO& unit) {
           {"resolution", Range(unit)}};
 }
 
-std::string RememberedRows(const DeviceInfo& device) {
-  if (device == nullptr) return {};
-  const auto text = [&](const char* key) { return CleanText(device->String(key).value_or("-")); };
-  return Row("Model", text(kDeviceModelNameKey)) + Row("Id", text(kDeviceIdKey)) +
-         Row("Registered", device->Truth(kDevicePushKey).value_or(true) ? "wanted" : "not wanted");
+std::string TextOf(const Dictionary& device, const char* key) {
+  return CleanText(device.String(key).value_or("-"));
+}
+
+std::string NetworkRows(const DeviceReport& report) {
+  std::string rows = Row("Name", CleanText(report.name)) +
+                     Row("Address", CleanText(report.ip) + (report.is_virtual ? " (virtual)" : ""));
+  if (report.remembered == nullptr) return rows;
+  const Dictionary& device = *report.remembered;
+  return rows + Row("Model", TextOf(device, kDeviceModelNameKey)) +
+         Row("Id", TextOf(device, kDeviceIdKey)) +
+         Row("Registered", device.Truth(kDevicePushKey).value_or(true) ? "wanted" : "not wanted");
+}
+
+std::string UsbRows(const DeviceReport& report) {
+  return Row("Model", TextOf(*report.usb, kDeviceModelNameKey)) +
+         Row("Address", "usb:" + TextOf(*report.usb, kDeviceSerialNumberKey)) +
+         Row("Id", report.remembered != nullptr ? TextOf(*report.remembered, kDeviceIdKey)
+                                                : "none, it is not remembered");
+}
+
+// Who it is.
+Json IdentityJson(const DeviceReport& report) {
+  if (report.usb != nullptr) return DeviceRecord(*report.usb);
+  Json json = report.remembered != nullptr ? DeviceRecord(*report.remembered) : Json::object();
+  json["name"] = report.name;
+  json["type"] = kDeviceTypeNetwork;
+  json["ip"] = report.ip;
+  return json;
 }
 
 }  // namespace
 
 std::string DeviceWords(const DeviceReport& report) {
   const tagSCANDEVINFO& device = report.abilities.common;
-  std::string text =
-      Row("Name", CleanText(report.name)) +
-      Row("Address", CleanText(report.ip) + (report.is_virtual ? " (virtual)" : "")) +
-      RememberedRows(report.remembered) + Row("Modes", Joined(ModeNames(device))) +
-      Row("Resolution", Pair(device.dwXResMin, device.dwYResMin) + " to " +
-                            Pair(device.dwXResMax, device.dwYResMax) +
-                            " dpi; others are made from these") +
-      Row("Preview", Pair(device.dwXResPre[0], device.dwYResPre[0]) + " dpi");
-  for (const tagSCANDEVINFO& unit : report.abilities.units) text += UnitWords(unit);
+  std::string text = (report.usb != nullptr ? UsbRows(report) : NetworkRows(report)) +
+                     Row("Modes", Joined(ModeNames(device))) +
+                     Row("Resolution", Pair(device.dwXResMin, device.dwYResMin) + " to " +
+                                           Pair(device.dwXResMax, device.dwYResMax) +
+                                           " dpi; others are made from these") +
+                     Row("Preview", Pair(device.dwXResPre[0], device.dwYResPre[0]) + " dpi");
+  for (const tagSCANDEVINFO& unit : report.abilities.units)
+    text += UnitWords(unit, report.usb == nullptr);
   text += Row("Both sides", device.dwDuplex != 0 ? "yes" : "no");
   if (device.bySmallPaperSizeType != 0) text += Row("Not scanned", MarginWords(device));
   return text;
@@ -110,10 +134,7 @@ std::string DeviceWords(const DeviceReport& report) {
 
 std::string DeviceJson(const DeviceReport& report) {
   const tagSCANDEVINFO& device = report.abilities.common;
-  Json json = report.remembered != nullptr ? DeviceRecord(*report.remembered) : Json::object();
-  json["name"] = report.name;
-  json["type"] = "network";
-  json["ip"] = report.ip;
+  Json json = IdentityJson(report);
   json["virtual"] = report.is_virtual;
   json["modes"] = ModeNames(device);
   json["resolution"] = Range(device);
@@ -122,7 +143,7 @@ std::string DeviceJson(const DeviceReport& report) {
   json["sources"] = Json::array();
   for (const tagSCANDEVINFO& unit : report.abilities.units)
     json["sources"].push_back(UnitJson(unit));
-  json["feederLoaded"] = device.byAdfPaper != 0;
+  json["feederLoaded"] = report.usb != nullptr ? Json(nullptr) : Json(device.byAdfPaper != 0);
   json["duplex"] = static_cast<std::uint32_t>(device.dwDuplex);
   json["margins"] = {{"left", FromUnits(device.dwRegularLeftMargin)},
                      {"top", FromUnits(device.dwRegularTopMargin)},

@@ -16,6 +16,7 @@ struct DeviceReport {
   bool is_virtual = false;
   Abilities abilities;
   DeviceInfo remembered = nullptr;  // its record in the registry, or null
+  DeviceInfo usb = nullptr;         // its record when it is at USB, remembered or not
 };
 
 // DeviceWords and DeviceJson end in a newline; names are cleaned of control characters.

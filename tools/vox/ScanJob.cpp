@@ -109,7 +109,7 @@ void ScanJob::StartPage(unsigned page) {
   plan_.request.dwPageNumber = page;
   if (!interface_.PrepareScan(plan_.request, page == 1, options_.preview)) FailPage(page);
   interface_.GetScanParam();
-  if (!device_.IsVirtual()) {
+  if (!device_.IsVirtual() && device_.AtUsb() == nullptr) {
     const JobServerPresence server = EnsureJobServer();
     if (!server.running)
       throw Failure(server.forbidden ? ExitStatus::kNoPermission : ExitStatus::kIoError,
@@ -140,7 +140,7 @@ void ScanJob::FailPage(unsigned page) {
   trace_.Fail(interface_.GetIfErrorStatus());
   device_failed_ = true;
   const std::string what = page == 1 ? "scan" : "scan page " + std::to_string(page);
-  throw DeviceFailure(what, device_.Label(), interface_.GetIfErrorStatus());
+  throw device_.Trouble(what, interface_.GetIfErrorStatus());
 }
 
 void ScanJob::PrintReports() {
@@ -156,8 +156,8 @@ namespace {
 // A device that is named by its address counts as used, too, when it is remembered.
 void RememberUse(const OpenedDevice& device) {
   if (device.IsVirtual()) return;
-  const DeviceInfo known =
-      device.Remembered() != nullptr ? device.Remembered() : RememberedAt(device.Address());
+  const bool by_address = device.Remembered() == nullptr && device.AtUsb() == nullptr;
+  const DeviceInfo known = by_address ? RememberedAt(device.Address()) : device.Remembered();
   if (known == nullptr) return;
   UserPreferences& preferences = UserPreferences::instance();
   const auto id = known->String(kDeviceIdKey);
@@ -184,8 +184,8 @@ void RunInfo(const InfoOptions& options) {
   CancelWatch watch;
   const Premises premises(options.device.with, false, watch);
   OpenedDevice device(options.device.name, premises);
-  const DeviceReport report{device.Name(), device.Address(), device.IsVirtual(), device.What(),
-                            device.Remembered()};
+  const DeviceReport report{device.Name(), device.Address(),    device.IsVirtual(),
+                            device.What(), device.Remembered(), device.AtUsb()};
   PrintOut(options.json ? DeviceJson(report) : DeviceWords(report));
   watch.Finish();
 }

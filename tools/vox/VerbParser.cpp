@@ -20,7 +20,8 @@ VerbParser::VerbParser(CLI::App& app) : app_(app) {
 }
 
 void VerbParser::DeclareSearch(CLI::App& app) {
-  CLI::App* discover = app.add_subcommand("discover", "Find devices on the network, remember them");
+  CLI::App* discover =
+      app.add_subcommand("discover", "Find devices at USB and on the network, remember them");
   discover->add_flag("--json", discover_.json, kJsonHelp);
   CLI::App* list = app.add_subcommand("list", "List the remembered devices");
   list->add_flag("--online", list_.online, "Ask each whether it answers now");
@@ -29,7 +30,8 @@ void VerbParser::DeclareSearch(CLI::App& app) {
 
 void VerbParser::DeclareBook(CLI::App& app) {
   CLI::App* add = app.add_subcommand("add", "Remember the device at an address");
-  add->add_option("ADDRESS", add_.device.name, "A dotted address or a host name")->type_name("");
+  add->add_option("ADDRESS", add_.device.name, "A dotted address, a host name, or usb:SERIAL")
+      ->type_name("");
   add->add_flag("--json", add_.json, kJsonHelp);
   CLI::App* remove = app.add_subcommand("remove", "Forget a device");
   remove->add_option("DEVICE", remove_.device.name, kDeviceHelp)->type_name("");
@@ -97,7 +99,8 @@ Command VerbParser::Finish(const VirtualOptions& with) {
   if (app_.got_subcommand("add")) {
     CheckDeviceName(add_.device.name, with);
     if (add_.device.name.empty() && !with.on)
-      throw UsageFailure("which device? Give its address, as in: vox add 192.168.0.5");
+      throw UsageFailure(
+          "which device? Give its address, as in: vox add 192.168.0.5, or usb:SERIAL");
     return add_;
   }
   if (app_.got_subcommand("settings")) return FinishSettings();

@@ -53,6 +53,7 @@ int Say(ExitStatus status, const std::string& line) {
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is an error of the write
+  KeepStandardOutput();
   try {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     const bool terminal = ::isatty(STDOUT_FILENO) == 1;

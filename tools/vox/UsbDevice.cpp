@@ -1,0 +1,131 @@
+#include "tools/vox/UsbDevice.h"
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+
+#include <unistd.h>
+
+#include "vox/SupportedDevices.h"
+#include "vox/drivers/usb/UsbRegistry.h"
+#include "vox/drivers/usb/UsbSearch.h"
+
+namespace vox::cli {
+
+namespace {
+
+constexpr char kPrefix[] = "usb:";
+constexpr int kAttempts = 10;  // as the library makes
+constexpr std::chrono::milliseconds kBetween{100};
+
+// As a scan looks for it: by the ids of its model, and its serial number.
+usb_object FindAttached(const Dictionary& model, const std::string& serial) {
+  usb_object devices;
+  if (match_usb_devices(*model.Find("vendorId"), *model.Find("productId"), &devices) != USB_MATCHED)
+    return {};
+  while (usb_object device = next_object(devices)) {
+    if (has_serial(device, serial)) return device;
+  }
+  return {};
+}
+
+usb_object FindAttached(const Dictionary& device) {
+  const auto model =
+      SupportedDevices::instance().deviceByModelName(device.String(kDeviceModelNameKey));
+  const auto serial = device.String(kDeviceSerialNumberKey);
+  return model != nullptr && serial ? FindAttached(*model, *serial) : usb_object();
+}
+
+IOReturn OpenForAMoment(const usb_object& attached) {
+  IOCFPlugInInterface* plugin = nullptr;
+  IOReturn result = UsbPort::Current().IOCreatePlugInInterfaceForService(
+      attached.get(), kIOUSBDeviceUserClientTypeID, &plugin);
+  if (result != kIOReturnSuccess || plugin == nullptr) return result;
+  IOUSBDeviceInterface182* device = nullptr;
+  result = plugin->QueryInterface(&device);
+  plugin->Release();
+  if (result != kIOReturnSuccess || device == nullptr) return result;
+  result = device->USBDeviceOpenSeize();
+  if (result == kIOReturnSuccess) device->USBDeviceClose();
+  device->Release();
+  return result;
+}
+
+IOReturn TryToOpen(const usb_object& attached) {
+  IOReturn result = OpenForAMoment(attached);
+  for (int i = 1; i < kAttempts && result == kIOReturnExclusiveAccess; ++i) {
+    if (UsbInterrupt::Wait(kBetween)) break;
+    result = OpenForAMoment(attached);
+  }
+  return result;
+}
+
+UsbTrouble NotAttached() {
+  return {ExitStatus::kIoError, "it is not attached; check its cable, and that it is on"};
+}
+
+UsbTrouble Forbidden(const std::string& node) {
+  const std::string rule = VOX_UDEV_RULES;
+  const std::string advice =
+      std::filesystem::exists(rule)
+          ? "plug it in again, so that " + rule + " counts, or join the group scanner (sudo " +
+                "adduser $USER scanner, then log in again)"
+          : "install " + rule + " (sudo cmake --install build/release --component usb) and plug " +
+                "it in again; it admits who sits at this machine, and the group scanner";
+  return {ExitStatus::kNoPermission, "this user may not open " + CleanText(node) + "; " + advice};
+}
+
+UsbTrouble Held(const std::string& node) {
+  return {ExitStatus::kBusy, "another program holds it (fuser -v " + CleanText(node) +
+                                 " names it); close that, or try again when it has finished"};
+}
+
+}  // namespace
+
+bool IsUsbName(const std::string& device) {
+  return device.rfind(kPrefix, 0) == 0;
+}
+
+std::string UsbSerial(const std::string& device) {
+  const std::string serial = device.substr(sizeof kPrefix - 1);
+  if (serial.empty())
+    throw UsageFailure("usb: wants a serial number, as in usb:A7K0123; vox discover shows it");
+  return serial;
+}
+
+DeviceInfo AttachedDevice(const std::string& serial) {
+  const DeviceInfoDictionary attached = searchUsbDevices(nullptr, 0);
+  const auto found = attached.find(serial);
+  if (found != attached.end()) return found->second;
+  throw Failure(ExitStatus::kIoError, "no supported device with the serial number " +
+                                          CleanText(serial) + " is attached; check its cable, " +
+                                          "and that it is on; vox discover shows which are");
+}
+
+bool IsAttached(const Dictionary& device) {
+  return static_cast<bool>(FindAttached(device));
+}
+
+std::optional<UsbTrouble> FindUsbTrouble(const Dictionary& device) {
+  const auto model = device.String(kDeviceModelNameKey);
+  if (!SupportedDevices::instance().isSupportedModelName(model))
+    return UsbTrouble{ExitStatus::kCannot,
+                      "its model, " + CleanText(model.value_or("")) + ", is not supported"};
+  const usb_object attached = FindAttached(device);
+  if (!attached) return NotAttached();
+  const std::string node = usb_string(attached, kUSBDeviceNode).value_or("its node");
+  if (::access(node.c_str(), R_OK | W_OK) != 0 && (errno == EACCES || errno == EPERM))
+    return Forbidden(node);
+  switch (TryToOpen(attached)) {
+    case kIOReturnExclusiveAccess:
+      return Held(node);
+    case kIOReturnNotPermitted:
+      return Forbidden(node);
+    case kIOReturnNoDevice:
+      return NotAttached();
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace vox::cli
