@@ -18,3 +18,10 @@ configure_file(${CMAKE_SOURCE_DIR}/cmake/vox.pc.in ${CMAKE_BINARY_DIR}/vox.pc @O
 install(FILES ${CMAKE_BINARY_DIR}/VoxConfig.cmake ${CMAKE_BINARY_DIR}/VoxConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
 install(FILES ${CMAKE_BINARY_DIR}/vox.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The component "usb" belongs to the machine, not to a prefix, and is installed only when it is asked for:
+#   sudo cmake --install build/release --component usb && sudo systemd-hwdb update && sudo udevadm control --reload
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/60-vox.rules DESTINATION ${VOX_UDEV_FOLDER}/rules.d
+        COMPONENT usb EXCLUDE_FROM_ALL)
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/60-vox.hwdb DESTINATION ${VOX_UDEV_FOLDER}/hwdb.d
+        COMPONENT usb EXCLUDE_FROM_ALL)
