@@ -12,82 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-_SCANINFO PipelineInfo(const sim::ScanInfo& info) {
-  _SCANINFO record{};
-  record.DataType = info.data_type;
-  record.Xresolution = info.x_resolution;
-  record.Yresolution = info.y_resolution;
-  record.Window = {info.x_pos, info.y_pos, info.x_extent, info.y_extent};
-  record.DitherPattern = info.dither_pattern;
-  record.dwLeftCutMargin = info.left_cut_margin;
-  record.dwRightCutMargin = info.right_cut_margin;
-  return record;
-}
-
-std::vector<Line> Cut(const std::vector<std::uint8_t>& bytes, const sim::ScanInfo& info) {
-  const auto line_bytes = static_cast<std::ptrdiff_t>(sim::LineBytes(info));
-  std::vector<Line> lines;
-  for (auto at = bytes.begin(); lines.size() < info.y_extent; at += line_bytes) {
-    lines.emplace_back(at, at + line_bytes);
-  }
-  return lines;
-}
-
 }  // namespace
-
-Client::Client(const std::string& address)
-    : interface_(std::make_unique<CTwImgIFNW>("client", address.c_str())) {
-  tagSCANDEVINFO capabilities{};
-  knows_device_ = interface_->GetDevInfo(&capabilities);
-}
-
-ResolutionRange Client::Range() {
-  ResolutionRange range;
-  interface_->GetDeviceResolution(&range.x_min, &range.y_min, &range.x_max, &range.y_max);
-  return range;
-}
-
-bool Client::Start(const tagTWSCANPARAM& request, bool preview) {
-  request_ = request;
-  started_ = interface_->PrepareScan(request, std::exchange(first_, false), preview);
-  if (!started_) return false;
-  interface_->GetScanParam();
-  return started_ = interface_->StartScan(preview);
-}
-
-std::optional<Line> Client::ReadLine() {
-  Line line(request_.dwLineSize, 0xA5);
-  if (interface_->ReadLine(line.data()) != 0) return std::nullopt;
-  return line;
-}
-
-Page Client::Finish() {
-  Page page;
-  page.started = started_;
-  while (started_ && page.lines.size() < request_.dwImageLength) {
-    std::optional<Line> line = ReadLine();
-    if (!line) break;
-    page.lines.push_back(std::move(*line));
-  }
-  interface_->EndScan();
-  page.status = interface_->GetIfErrorStatus();
-  page.more = interface_->IsNextPageExist();
-  first_ = !page.more;
-  return page;
-}
-
-Page Client::Scan(const tagTWSCANPARAM& request, bool preview) {
-  Start(request, preview);
-  return Finish();
-}
-
-std::vector<Page> Client::ScanJob(const tagTWSCANPARAM& request) {
-  std::vector<Page> pages;
-  do {
-    pages.push_back(Scan(request));
-  } while (pages.back().started && pages.back().more);
-  return pages;
-}
 
 Road::Road(Server server)
     : root_("VOX_ROOT", scratch_.Path("root")), temporary_("TMPDIR", scratch_.Path("tmp")) {
@@ -155,7 +80,7 @@ sim::ScanInfo Road::Request(const tagTWSCANPARAM& request, bool preview) {
 }
 
 std::vector<Line> Road::Expected(const tagTWSCANPARAM& request, std::size_t page, bool preview) {
-  return ExpectedLines(FirstDevice(), request, Request(request, preview), page);
+  return ExpectedLines(FirstDevice().Foretell(), request, Request(request, preview), page);
 }
 
 std::size_t Road::TemporaryFiles() const {
@@ -193,16 +118,6 @@ ShortWaits::ShortWaits(Road& road, std::chrono::milliseconds channels) : road_(r
 ShortWaits::~ShortWaits() {
   netMsPerSecond = 1000;
   road_.SetWaits({});
-}
-
-std::vector<Line> ExpectedLines(const sim::VirtualDevice& device, const tagTWSCANPARAM& request,
-                                const sim::ScanInfo& device_request, std::size_t page) {
-  const sim::ScanInfo info = device.PageInfo(device_request, page);
-  std::vector<Line> lines = Cut(device.PageLines(device_request, page), info);
-  if (info.angle == 180 && info.preview == 0) {
-    lines = TurnedPage(lines, sim::BitsPerPixel(info.data_type));
-  }
-  return ClientLines(request, PipelineInfo(info), lines);
 }
 
 }  // namespace vox::test

@@ -20,6 +20,7 @@
 
 #include "sim/VirtualDevice.h"
 #include "tests/e2e/Ask.h"
+#include "tests/e2e/ScanClient.h"
 #include "tests/support/PlainRequest.h"
 #include "tests/support/PlainRoad.h"
 #include "tests/unit/core/Scratch.h"
@@ -28,40 +29,12 @@
 
 namespace vox::test {
 
-// What a client got of one page.
-struct Page {
-  bool started = false;
-  std::vector<Line> lines;   // as ReadLine gave them, until it failed
-  std::uint32_t status = 0;  // interface error status after the page had ended
-  bool more = false;         // the device says that another page follows
-};
-
-// Client is one scan interface as an application uses it.
-class Client {
+// Client is one network scan interface as an application uses it.
+class Client : public ScanClient<CTwImgIFNW> {
  public:
   // Reads the device's capabilities at once.
-  explicit Client(const std::string& address);
-
-  CTwImgIFNW& Interface() { return *interface_; }
-  bool KnowsDevice() const { return knows_device_; }  // the capabilities could be read
-  ResolutionRange Range();
-  void Drop() { interface_.reset(); }  // deletes the interface, whatever it is doing
-
-  // Start prepares a page and starts it. ReadLine gives its next line, or none. Finish reads what
-  // is left and ends the page; Scan is Start and Finish.
-  bool Start(const tagTWSCANPARAM& request, bool preview = false);
-  std::optional<Line> ReadLine();
-  Page Finish();
-  Page Scan(const tagTWSCANPARAM& request, bool preview = false);
-  // ScanJob scans pages as long as more follow.
-  std::vector<Page> ScanJob(const tagTWSCANPARAM& request);
-
- private:
-  std::unique_ptr<CTwImgIFNW> interface_;
-  bool knows_device_ = false;
-  bool first_ = true;  // of the job
-  bool started_ = false;
-  tagTWSCANPARAM request_{};
+  explicit Client(const std::string& address)
+      : ScanClient(std::make_unique<CTwImgIFNW>("client", address.c_str())) {}
 };
 
 class Road {
@@ -131,9 +104,5 @@ class ShortWaits {
 
 // SmallDevice is a device of 100 to 200 dpi in both directions with a bed of 3 by 2.5 inches.
 sim::DeviceOptions SmallDevice();
-
-// ExpectedLines gives the client lines that page `page` of a job on `device` must become.
-std::vector<Line> ExpectedLines(const sim::VirtualDevice& device, const tagTWSCANPARAM& request,
-                                const sim::ScanInfo& device_request, std::size_t page);
 
 }  // namespace vox::test

@@ -2,17 +2,13 @@
 // no descriptor, no semaphore set, no file.
 #pragma once
 
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "tests/e2e/Road.h"
+#include "tests/e2e/SameLines.h"
 #include "tests/support/Footprint.h"
 
 namespace vox::test {
-
-// SameLines says where two pages differ first.
-testing::AssertionResult SameLines(const std::vector<Line>& got, const std::vector<Line>& expected);
 
 class RoadTest : public testing::Test {
  protected:

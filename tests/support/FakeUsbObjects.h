@@ -118,10 +118,15 @@ class FakeUsbPort::Interface final : public Handed, public IOUSBInterfaceInterfa
     return kIOReturnSuccess;
   }
   IOReturn ClearPipeStallBothEnds(std::uint8_t pipe) override {
-    const MutexLock lock(port_.mutex_);
-    const IOReturn begun = Begin({"ClearPipeStallBothEnds", pipe});
-    if (begun != kIOReturnSuccess) return begun;
-    return Endpoint(pipe) != nullptr ? kIOReturnSuccess : kIOReturnBadArgument;
+    {
+      const MutexLock lock(port_.mutex_);
+      const IOReturn begun = Begin({"ClearPipeStallBothEnds", pipe});
+      if (begun != kIOReturnSuccess) return begun;
+      if (Endpoint(pipe) == nullptr) return kIOReturnBadArgument;
+      attached_->kept.erase(pipe);
+    }
+    if (attached_->device.on_clear) attached_->device.on_clear(pipe);
+    return kIOReturnSuccess;
   }
 
   IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t* size,

@@ -41,6 +41,7 @@ struct FakeUsbTransfer {
 // FakeUsbAnswer is what the device sends at a read: one transfer, as if a short packet ended it.
 // What is longer than the read is kept for the next ones, which then ask nobody. Bytes beside
 // kIOUSBTransactionTimeout are delivered; bytes beside another error are kept for the next read.
+// Clearing the pipe drops what was kept.
 struct FakeUsbAnswer {
   IOReturn result = kIOReturnSuccess;
   Bytes bytes = {};
@@ -50,6 +51,7 @@ struct FakeUsbAnswer {
 };
 
 using FakeUsbWrite = std::function<IOReturn(const Bytes&, const FakeUsbTransfer&)>;
+using FakeUsbClear = std::function<void(std::uint8_t pipe)>;
 using FakeUsbRead = std::function<FakeUsbAnswer(std::uint32_t size, const FakeUsbTransfer&)>;
 
 struct FakeUsbEndpoint {
@@ -75,6 +77,7 @@ struct FakeUsbDevice {
   std::vector<FakeUsbInterface> interfaces;
   FakeUsbWrite on_write;  // without it bytes are taken and forgotten
   FakeUsbRead on_read;    // without it the device is silent
+  FakeUsbClear on_clear;  // of ClearPipeStallBothEnds
   int open_refusals = 0;  // how often USBDeviceOpenSeize says kIOReturnExclusiveAccess first
   bool no_plugin = false, no_object = false;
   IOReturn plugin = kIOReturnSuccess;

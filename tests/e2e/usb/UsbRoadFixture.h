@@ -1,0 +1,116 @@
+// UsbRoadTest is the whole way of a page at USB in one process: a virtual device on a fake of the
+// machine's USB, and a client that scans it with CTwImgIFUsb. Every test says at its end that
+// nothing was left behind: no thread, no descriptor, no semaphore set, no file, nothing of USB's,
+// and no byte that the device was made to send and nobody read.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/e2e/Ask.h"
+#include "tests/e2e/SameLines.h"
+#include "tests/e2e/ScanClient.h"
+#include "tests/support/Footprint.h"
+#include "tests/support/PluggedScanner.h"
+#include "tests/unit/core/Scratch.h"
+#include "vox/drivers/usb/TwImgIFUsb.h"
+
+namespace vox::test {
+
+class UsbClient : public ScanClient<CTwImgIFUsb> {
+ public:
+  explicit UsbClient(const char* serial)
+      : ScanClient(std::make_unique<CTwImgIFUsb>("Veltronix QD7200", serial)) {}
+};
+
+class UsbRoadTest : public testing::Test {
+ protected:
+  UsbRoadTest()
+      : root_("VOX_ROOT", scratch_.Path("root")), temporary_("TMPDIR", scratch_.Path("tmp")) {
+    std::filesystem::create_directories(scratch_.Path("root"));
+    std::filesystem::create_directories(scratch_.Path("tmp"));
+  }
+
+  // Plug replaces the device and the client.
+  void Plug(sim::DeviceOptions options) {
+    client_.reset();
+    scanner_ = std::make_unique<PluggedScanner>(*port_, std::move(options));
+    client_ = std::make_unique<UsbClient>(scanner_->Serial());
+    ASSERT_TRUE(client_->KnowsDevice()) << client_->Interface().GetIfErrorStatus();
+  }
+  sim::UsbDevice& Device() { return scanner_->Device(); }
+  sim::EventLog& Events() { return Device().Events(); }
+
+  // What the device must be asked for, and the client lines of a page.
+  sim::ScanInfo Request(const tagTWSCANPARAM& request) {
+    sim::ScanInfo info = DeviceRequest(request, client_->Range());
+    info.encode_type = 0;
+    return info;
+  }
+  std::vector<Line> Expected(const tagTWSCANPARAM& request, std::size_t page = 0) {
+    return ExpectedLines(Device().Foretell(), request, Request(request), page);
+  }
+  // Unread counts the bytes that the device had to give up because the host opened it anew.
+  std::uint64_t Unread() {
+    std::uint64_t bytes = 0;
+    for (const sim::Event& event : Events().All()) {
+      if (event.kind == sim::EventKind::kHaltCleared) bytes += event.count;
+    }
+    return bytes;
+  }
+
+  void TearDown() override {
+    client_.reset();
+    scanner_.reset();
+    EXPECT_EQ(port_->Held(), 0);
+    EXPECT_EQ(port_->OpenDevices(), 0);
+    port_.reset();
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(scratch_.Path(""))) {
+      EXPECT_TRUE(entry.is_directory()) << entry.path();
+    }
+    EXPECT_TRUE(footprint_.IsBack()) << footprint_.Describe();
+  }
+
+ private:
+  Scratch scratch_;
+  Variable root_, temporary_;
+  const Footprint footprint_;  // before port_ is made
+
+ protected:
+  std::optional<FakeUsbPort> port_{std::in_place};
+  std::unique_ptr<PluggedScanner> scanner_;
+  std::unique_ptr<UsbClient> client_;
+};
+
+// SmallUsbDevice is a device of 100 to 200 dpi in both directions with a bed of 3 by 2.5 inches.
+inline sim::DeviceOptions SmallUsbDevice() {
+  sim::UnitOptions unit;
+  unit.x_resolution_min = unit.y_resolution_min = 100;
+  unit.x_resolution_max = unit.y_resolution_max = 200;
+  unit.physical_width = 30000;
+  unit.physical_height = 25000;
+  sim::DeviceOptions options;
+  options.flatbed = unit;
+  return options;
+}
+
+// UsbFeeder gives it sheets, each side a chart of its own.
+inline sim::DeviceOptions UsbFeeder(std::uint32_t sheets, bool both_sides = false) {
+  sim::DeviceOptions options = SmallUsbDevice();
+  options.feeder = options.flatbed;
+  for (std::uint32_t i = 0; i < sheets; ++i) {
+    sim::Sheet sheet{sim::MakeTestChart({30000, 25000}, 2 * i + 1), nullptr};
+    if (both_sides) sheet.back = sim::MakeTestChart({30000, 25000}, 2 * i + 2);
+    options.sheets.push_back(std::move(sheet));
+  }
+  if (both_sides) options.duplex = 2;
+  return options;
+}
+
+}  // namespace vox::test
