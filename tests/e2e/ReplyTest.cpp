@@ -113,8 +113,8 @@ TEST_F(TwoClients, WithADeviceEachGetTheirOwnPages) {
   const auto other = road.NewClient(1);
   const Ask ask = Ask::Lineart(), other_ask = Ask::Grey().Dpi(120);
   const auto expected = road.Expected(ask);
-  const auto other_expected =
-      ExpectedLines(other_device, other_ask, DeviceRequest(other_ask, other->Range()), 0);
+  const auto other_expected = ExpectedLines(other_device.Foretell(), other_ask,
+                                            DeviceRequest(other_ask, other->Range()), 0);
   std::thread beside([&] {
     for (int i = 0; i < 10; ++i)
       EXPECT_TRUE(SameLines(other->Scan(other_ask).lines, other_expected));

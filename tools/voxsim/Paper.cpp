@@ -1,6 +1,6 @@
-// What lies on the glass or in the feeder of the device that voxsim is asked to be.
+// What lies on the glass or in the feeder of the device that a program is asked to be.
 #include "sim/PaperTray.h"
-#include "tools/voxsim/Arguments.h"
+#include "tools/voxsim/DeviceArguments.h"
 
 namespace vox {
 

@@ -13,9 +13,6 @@
 namespace vox {
 namespace {
 
-// SANE's status numbers: 4 a request that cannot be served, 9 an input/output error, 10 memory.
-constexpr int kInvalid = 4, kIoError = 9, kNoMemory = 10;
-
 // The signals wait for sigwait in the main thread; all threads inherit the mask.
 sigset_t BlockStopSignals() {
   sigset_t signals;
@@ -45,21 +42,6 @@ void PrintPorts(const sim::VirtualDevice& device, const sim::DeviceOptions& opti
   std::fflush(stdout);
 }
 
-// One line an event: what, page, sequence id, byte count, the first bytes, the text.
-void Trace(const sim::Event& event) {
-  std::string line = sim::EventName(event.kind);
-  if (event.page != 0) line.append(" page ").append(std::to_string(event.page));
-  if (event.count != 0) line.append(" ").append(std::to_string(event.count)).append(" bytes");
-  char hex[4];
-  for (std::size_t i = 0; i < event.bytes.size() && i < 32; ++i) {
-    std::snprintf(hex, sizeof hex, " %02x", event.bytes[i]);
-    line += hex;
-  }
-  if (event.bytes.size() > 32) line.append(" ... ").append(std::to_string(event.bytes.size()));
-  if (!event.text.empty()) line.append(" (").append(event.text).append(")");
-  std::fprintf(stderr, "%s\n", line.c_str());
-}
-
 int Fail(int status, const std::string& text) {
   std::fprintf(stderr, "voxsim: %s\n", text.c_str());
   return status;
@@ -81,7 +63,7 @@ int Serve(SimArguments& arguments) {
   if (!paper.empty()) return Fail(kInvalid, paper);
   const sigset_t signals = BlockStopSignals();
   sim::VirtualDevice device(arguments.device);
-  if (arguments.trace) device.Events().SetListener(Trace);
+  if (arguments.trace) device.Events().SetListener(TraceEvent);
   if (arguments.prepare != 0 &&
       !device.Prepare(device.WholeBed(arguments.prepare, sim::kBilevel))) {
     return Fail(kInvalid, "the pages to be prepared do not fit (--cache)");
