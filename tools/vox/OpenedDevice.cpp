@@ -68,7 +68,8 @@ void OpenedDevice::ReadName() {
 }
 
 Failure OpenedDevice::Trouble(const std::string& what, std::uint32_t status) const {
-  if (AtUsb() == nullptr || IsAttached(*AtUsb())) return DeviceFailure(what, Label(), status);
+  const bool lost = status == IF_ERR_STS_DEVICE_COMM_ERR && AtUsb() != nullptr;
+  if (!lost || !IsUnplugged(*AtUsb())) return DeviceFailure(what, Label(), status);
   return Failure(ExitStatus::kIoError, "cannot " + what + " on " + Label() +
                                            ": it was unplugged, or switched off; plug it in and " +
                                            "try again");

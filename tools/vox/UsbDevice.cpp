@@ -17,6 +17,8 @@ namespace {
 constexpr char kPrefix[] = "usb:";
 constexpr int kAttempts = 10;  // as the library makes
 constexpr std::chrono::milliseconds kBetween{100};
+constexpr int kLooks = 10;
+constexpr std::chrono::milliseconds kBetweenLooks{50};
 
 // As a scan looks for it: by the ids of its model, and its serial number.
 usb_object FindAttached(const Dictionary& model, const std::string& serial) {
@@ -104,6 +106,14 @@ DeviceInfo AttachedDevice(const std::string& serial) {
 
 bool IsAttached(const Dictionary& device) {
   return static_cast<bool>(FindAttached(device));
+}
+
+bool IsUnplugged(const Dictionary& device) {
+  for (int i = 0; i < kLooks; ++i) {
+    if (!IsAttached(device)) return true;
+    UsbInterrupt::Wait(kBetweenLooks);
+  }
+  return false;
 }
 
 std::optional<UsbTrouble> FindUsbTrouble(const Dictionary& device) {

@@ -23,6 +23,10 @@ DeviceInfo AttachedDevice(const std::string& serial);
 // IsAttached tells whether the device of a record is attached now.
 bool IsAttached(const Dictionary& device);
 
+// IsUnplugged tells whether it is gone, of a device that has just failed, which the machine may
+// take half a second to notice.
+bool IsUnplugged(const Dictionary& device);
+
 // UsbTrouble is what keeps a device from being used: the reason goes behind "cannot ...: ".
 struct UsbTrouble {
   ExitStatus status;
