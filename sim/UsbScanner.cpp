@@ -303,10 +303,11 @@ bool UsbScanner::Fetch() {
 UsbScanner::Barrier UsbScanner::BarrierOf(const Sending& sending) const {
   Barrier nearest;
   const Stage stage = sending.run.stage;
+  const std::uint64_t page_sent = page_sent_;
   const auto look = [&](const Stop& stop, Halter what) {
     std::uint64_t room = 0;
     if (stop.at == stage && stage == Stage::kData) {
-      room = stop.after_bytes - std::min(stop.after_bytes, page_sent_);
+      room = stop.after_bytes - std::min(stop.after_bytes, page_sent);
     } else if (stop.at == stage) {
       room = stop.after_bytes - std::min<std::uint64_t>(stop.after_bytes, sending.at);
     } else if (stop.at != Stage::kData || stage != Stage::kEndNotice) {

@@ -2,12 +2,16 @@
 // of what was kept is lost. Each store lies on a file system of four pages of its own.
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <map>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include "tests/e2e/VoxDevices.h"
+#include "tests/support/FreshLoopback.h"
 
 namespace vox::cli::test {
 namespace {
@@ -96,6 +100,28 @@ TEST_F(FullDisk, TheUsersOwnSettingsStayWholeAndOneLineSaysWhy) {
   EXPECT_EQ(Text(UserFile()), before);
   EXPECT_THAT(Leaves(User()),
               testing::ElementsAre("com.veltronix.vox.plist", "com.veltronix.vox.plist.lock"));
+}
+
+// Office is new, and cannot be saved; Cellar moved, and answers after it.
+TEST_F(FullDisk, ADeviceThatMovedIsShownWhereItIsNow) {
+  if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";
+  Put(3, "Cellar");
+  Good("add 127.0.0.3");
+  devices_.clear();
+  Fill(Shared());
+  sim::Faults late;
+  late.delays.snmp = std::chrono::milliseconds(300);
+  PutHearing(2, 2, "Office");
+  PutHearing(9, 3, "Cellar", late);
+  const Outcome outcome = Vox("discover --json");
+  EXPECT_EQ(outcome.status, 9);
+  EXPECT_THAT(outcome.err, HasSubstr("No space left on device"));
+  std::map<std::string, std::string> places;
+  for (const nlohmann::json& line : Objects(outcome.out)) {
+    if (line.contains("name")) places[line["name"]] = line["ip"];
+  }
+  EXPECT_EQ(places,
+            (std::map<std::string, std::string>{{"Office", "127.0.0.2"}, {"Cellar", "127.0.0.9"}}));
 }
 
 }  // namespace

@@ -26,20 +26,6 @@ class VoxCancel : public VoxDevices {
     faults.delays.snmp = 1h;
     return faults;
   }
-  sim::VirtualDevice& PutHearing(std::uint8_t host, const std::string& name,
-                                 const sim::Faults& faults = {}) {
-    sim::DeviceOptions options;
-    options.address = "127.0.0." + std::to_string(host);
-    options.snmp_port = 161;
-    options.command_port = 3892;
-    options.name = name;
-    options.mac[5] = host;
-    options.hears_broadcasts = true;
-    options.faults = faults;
-    devices_.push_back(std::make_unique<sim::VirtualDevice>(options));
-    EXPECT_TRUE(devices_.back()->Start()) << devices_.back()->Error();
-    return *devices_.back();
-  }
   Outcome Cancelled() {
     vox_.Signal(SIGINT);
     const Outcome outcome = vox_.Wait();
@@ -108,8 +94,8 @@ TEST_F(VoxCancel, DevicesThatWereFoundAreShownAndSaved) {
   if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";
   sim::Faults drowsy;
   drowsy.sleep_after = 1;
-  PutHearing(2, "Office");
-  PutHearing(3, "Cellar", drowsy);
+  PutHearing(2, 2, "Office");
+  PutHearing(3, 3, "Cellar", drowsy);
   vox_.Start("discover");
   ASSERT_TRUE(vox_.WaitForOutput("Office"));
   const Outcome outcome = Cancelled();

@@ -35,18 +35,34 @@ class VoxDevices : public testing::Test {
   std::string Shared() const { return Root() + "/var/lib/Veltronix Vox"; }
   std::string SharedFile() const { return Shared() + "/com.veltronix.vox.plist"; }
 
-  // A device on 127.0.0.`host`, whose id ends in the same number.
-  sim::VirtualDevice& Put(std::uint8_t host, const std::string& name, sim::Faults faults = {}) {
+  // A device on 127.0.0.`host`, whose id ends in `id`; nameless, until it is given one.
+  static sim::DeviceOptions At(std::uint8_t host, std::uint8_t id) {
     sim::DeviceOptions options;
     options.address = "127.0.0." + std::to_string(host);
     options.snmp_port = 161;
     options.command_port = 3892;
-    options.name = name;
-    options.mac[5] = host;
-    options.faults = std::move(faults);
+    options.mac[5] = id;
+    return options;
+  }
+  sim::VirtualDevice& Put(sim::DeviceOptions options) {
     devices_.push_back(std::make_unique<sim::VirtualDevice>(std::move(options)));
     EXPECT_TRUE(devices_.back()->Start()) << devices_.back()->Error();
     return *devices_.back();
+  }
+  sim::VirtualDevice& Put(std::uint8_t host, const std::string& name, sim::Faults faults = {}) {
+    sim::DeviceOptions options = At(host, host);
+    options.name = name;
+    options.faults = std::move(faults);
+    return Put(std::move(options));
+  }
+  // One that hears broadcasts, too.
+  sim::VirtualDevice& PutHearing(std::uint8_t host, std::uint8_t id, const std::string& name,
+                                 sim::Faults faults = {}) {
+    sim::DeviceOptions options = At(host, id);
+    options.name = name;
+    options.hears_broadcasts = true;
+    options.faults = std::move(faults);
+    return Put(std::move(options));
   }
 
   Outcome Vox(const std::string& arguments) { return vox_.Run(arguments); }

@@ -42,17 +42,18 @@ TEST_F(VoxDevices, AddTellsWhatItFindsAtAnAddress) {
   Put(2, "Office");
   Good("add 127.0.0.2 --json");
   EXPECT_THAT(Good("add 127.0.0.2"), StartsWith("known already: Office"));
+  devices_.clear();
+  sim::DeviceOptions renamed = At(2, 2);
+  renamed.name = "Study";
+  Put(std::move(renamed));
+  EXPECT_THAT(Good("add 127.0.0.2"), StartsWith("changed: Study"));
   ExpectFailure("add 127.0.0.9", 9, "no device answers at 127.0.0.9");
 }
 
 TEST_F(VoxDevices, AModelThatIsNotSupportedIsFour) {
-  sim::DeviceOptions options;
-  options.address = "127.0.0.4";
-  options.snmp_port = 161;
-  options.command_port = 3892;
+  sim::DeviceOptions options = At(4, 4);
   options.model = "Typewriter";
-  sim::VirtualDevice device(options);
-  ASSERT_TRUE(device.Start()) << device.Error();
+  Put(std::move(options));
   ExpectFailure("add 127.0.0.4", 4, "is a Veltronix Typewriter, which is not supported");
 }
 
@@ -92,12 +93,7 @@ TEST_F(VoxDevices, AnAddressThatPassedToAnotherDeviceIsNotUsed) {
   Put(2, "Office");
   Good("add 127.0.0.2");
   devices_.clear();
-  sim::DeviceOptions other;
-  other.address = "127.0.0.2";
-  other.snmp_port = 161;
-  other.command_port = 3892;
-  sim::VirtualDevice device(other);
-  ASSERT_TRUE(device.Start()) << device.Error();
+  Put(At(2, 1));
   ExpectFailure("scan office -o a.png", 9, "another device, 02:56:58:00:00:01, answers");
 }
 

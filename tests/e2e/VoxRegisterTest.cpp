@@ -23,14 +23,9 @@ class VoxRegister : public VoxDevices {
     return PutOther("QD7200");
   }
   sim::VirtualDevice& PutOther(const std::string& model) {
-    sim::DeviceOptions other;
-    other.address = "127.0.0.2";
-    other.snmp_port = 161;
-    other.command_port = 3892;
+    sim::DeviceOptions other = At(2, 1);
     other.model = model;
-    devices_.push_back(std::make_unique<sim::VirtualDevice>(other));
-    EXPECT_TRUE(devices_.back()->Start()) << devices_.back()->Error();
-    return *devices_.back();
+    return Put(std::move(other));
   }
   json Only(const std::string& arguments) {
     const auto objects = Objects(Vox(arguments).out);
@@ -73,6 +68,19 @@ TEST_F(VoxRegister, WhoIsNamedByItsAddressIsNotTakenForTheRememberedDevice) {
   EXPECT_EQ(Good("list --json"), before) << "nothing of it is Office's";
   ExpectFailure("register net:127.0.0.2 office", 9, "another device");
   ExpectFailure("register office net:127.0.0.2", 9, "another device");
+}
+
+// As when a router gave the address of a device that is gone to the next one.
+TEST_F(VoxRegister, OfTwoRecordsWithOneAddressTheOneThatAnswersIsMeant) {
+  PassOfficesAddressOn();
+  Good("add 127.0.0.2");
+  ExpectFailure("remove net:127.0.0.2", 4, "net:127.0.0.2 means several devices");
+  EXPECT_EQ(Objects(Good("list --json")).size(), 2U);
+  EXPECT_EQ(Only("unregister net:127.0.0.2 --json")["deviceId"], "02:56:58:00:00:01");
+  const auto stored = Objects(Good("list --json"));
+  ASSERT_EQ(stored.size(), 2U);
+  for (const json& device : stored)
+    EXPECT_EQ(device["isNetworkPushEnabled"], device["deviceId"] == "02:56:58:00:00:02") << device;
 }
 
 TEST_F(VoxRegister, TheAddressOfARememberedDeviceMeansIt) {

@@ -72,12 +72,15 @@ void RunAdd(const AddOptions& options) {
   BeforeSharedChange();
   const DeviceInfo device = Meet(options.device.name, premises);
   const std::string id = device->String(kDeviceIdKey).value_or("");
-  const bool known = registry.infoForDevice(id) != nullptr;
+  const DeviceInfo before = registry.infoForDevice(id);
+  const std::string state = before == nullptr              ? "added: "
+                            : HasChanged(*before, *device) ? "changed: "
+                                                           : "known already: ";
   watch.Finish();  // what is begun now is done in no time
   registry.appendOneDeviceInfo(device);
   AfterChange();
   const Dictionary& stored = *registry.infoForDevice(id);
-  const std::string words = (known ? "known already: " : "added: ") + DeviceName(stored) + ", " +
+  const std::string words = state + DeviceName(stored) + ", " +
                             CleanText(stored.String(kDeviceModelNameKey).value_or("") + ", " + id) +
                             "\n";
   PrintOut(options.json ? JsonLine(DeviceRecord(stored)) : words);

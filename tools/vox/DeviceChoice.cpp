@@ -50,6 +50,11 @@ std::string Listed(const DeviceInfoArray& devices) {
   return line;
 }
 
+[[noreturn]] void FailSeveral(const std::string& text, const DeviceInfoArray& matches) {
+  throw Failure(ExitStatus::kCannot, CleanText(text) + " means several devices: " +
+                                         Listed(matches) + "; give more of the name, or the id");
+}
+
 DeviceInfo Remembered(const std::string& name) {
   const DeviceInfoArray known = SortedDevices(OpenRegistry());
   if (!name.empty()) return ChooseDevice(known, name);
@@ -108,8 +113,7 @@ DeviceInfo ChooseDevice(const DeviceInfoArray& known, const std::string& text) {
         "no remembered device is called " + CleanText(text) +
             "; see vox list, find it with vox discover, or name it as in net:192.168.0.5 or " +
             "usb:A7K0123");
-  throw Failure(ExitStatus::kCannot, CleanText(text) + " means several devices: " +
-                                         Listed(matches) + "; give more of the name, or the id");
+  FailSeveral(text, matches);
 }
 
 DeviceInfo UsualDevice(const DeviceInfoArray& known, const std::optional<std::string>& last_used) {
@@ -148,21 +152,24 @@ DeviceTarget FindRemembered(const std::string& name) {
       throw Failure(ExitStatus::kCannot, "no device at USB with the serial number of " +
                                              CleanText(name) + " is remembered; see vox list");
   } else if (IsNetworkName(name)) {
-    found = RememberedAt(NetworkAddress(name));
-    if (found == nullptr)
+    const DeviceInfoArray there = RememberedAt(NetworkAddress(name));
+    if (there.empty())
       throw Failure(ExitStatus::kCannot, "no device with the address of " + CleanText(name) +
                                              " is remembered; see vox list");
+    if (there.size() > 1) FailSeveral(name, there);
+    found = there.front();
   } else {
     found = Remembered(name);
   }
   return {DeviceName(*found), found->String(kDeviceIpKey).value_or(""), found};
 }
 
-DeviceInfo RememberedAt(const std::string& address) {
+DeviceInfoArray RememberedAt(const std::string& address) {
+  DeviceInfoArray there;
   for (const DeviceInfo& device : SortedDevices(OpenRegistry())) {
-    if (device->String(kDeviceIpKey) == address) return device;
+    if (device->String(kDeviceIpKey) == address) there.push_back(device);
   }
-  return nullptr;
+  return there;
 }
 
 }  // namespace vox::cli

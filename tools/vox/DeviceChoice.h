@@ -43,7 +43,8 @@ DeviceTarget TargetOf(const DeviceInfo& device);
 // device with that address, usb:SERIAL the one at USB with that serial number.
 DeviceTarget FindRemembered(const std::string& name);
 
-// RememberedAt gives the remembered device with that dotted address, or null.
-DeviceInfo RememberedAt(const std::string& address);
+// RememberedAt gives the remembered devices with that dotted address: several, where an address
+// passed from one device to another.
+DeviceInfoArray RememberedAt(const std::string& address);
 
 }  // namespace vox::cli

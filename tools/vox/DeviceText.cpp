@@ -60,6 +60,11 @@ std::string BrokenAddressLine(const Dictionary& device) {
          "; find it again with vox discover, or name its address with vox add";
 }
 
+bool HasChanged(const Dictionary& known, const Dictionary& found) {
+  return known.String(kDeviceIpKey) != found.String(kDeviceIpKey) ||
+         known.String(kDeviceNameKey) != found.String(kDeviceNameKey);
+}
+
 Json DeviceRecord(const Dictionary& device) {
   Json json = Json::object();
   for (const char* key : {kDeviceIdKey, kDeviceTypeKey, kDeviceModelNameKey, kDeviceSerialNumberKey,

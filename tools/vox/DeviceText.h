@@ -25,6 +25,9 @@ std::string DeviceLine(const Dictionary& device, const std::string& behind);
 bool HasBrokenAddress(const Dictionary& device);
 std::string BrokenAddressLine(const Dictionary& device);
 
+// HasChanged says whether a device was found at another address or under another name than known.
+bool HasChanged(const Dictionary& known, const Dictionary& found);
+
 // DeviceRecord has those of the device dictionary's keys that the device has.
 Json DeviceRecord(const Dictionary& device);
 

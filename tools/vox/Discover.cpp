@@ -62,11 +62,6 @@ const char* StateName(State state) {
   return state == State::kNew ? "new" : state == State::kChanged ? "changed" : "known";
 }
 
-bool Differ(const Dictionary& a, const Dictionary& b) {
-  return a.String(kDeviceIpKey) != b.String(kDeviceIpKey) ||
-         a.String(kDeviceNameKey) != b.String(kDeviceNameKey);
-}
-
 class Discovery {
  public:
   explicit Discovery(bool json) : json_(json), registry_(OpenRegistry()) {
@@ -90,8 +85,9 @@ class Discovery {
     }
     Save(by_id);
     for (std::size_t i = 0; i < devices.size(); ++i) {
+      // What could not be saved is not taken over either, and its record is the old one.
       const DeviceInfo now = registry_.infoForDevice(IdOf(*devices[i]));
-      Print(now != nullptr ? *now : *devices[i], states[i]);
+      Print(now != nullptr && !unsaved_ ? *now : *devices[i], states[i]);
     }
   }
 
@@ -103,7 +99,8 @@ class Discovery {
     DeviceInfoArray news;
     for (const auto& [id, device] : result) {
       const auto shown = shown_.find(id);
-      if (shown == shown_.end() || Differ(*shown->second.device, *device)) news.push_back(device);
+      if (shown == shown_.end() || HasChanged(*shown->second.device, *device))
+        news.push_back(device);
     }
     Show(news);
   }
@@ -162,12 +159,13 @@ class Discovery {
   State StateOf(const std::string& id, const Dictionary& device) const {
     const DeviceInfo known = registry_.infoForDevice(id);
     if (known == nullptr) return State::kNew;
-    return Differ(*known, device) ? State::kChanged : State::kKnown;
+    return HasChanged(*known, device) ? State::kChanged : State::kKnown;
   }
 
   void Save(const DeviceInfoDictionary& devices) {
     if (unsaved_) return;
     try {
+      BeforeSharedChange();
       registry_.appendDevices(devices);
       AfterChange();
     } catch (const Failure& failure) {

@@ -1,6 +1,5 @@
 // vox register and vox unregister: devices are asked at the same time, and told of in their order.
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -86,8 +85,10 @@ std::vector<DeviceTarget> Named(const std::vector<std::string>& names) {
 // RecordOf gives the remembered record of the device that answered; null: there is none.
 DeviceInfo RecordOf(const DeviceTarget& target, const Registration& outcome) {
   if (target.remembered != nullptr) return target.remembered;
-  const DeviceInfo device = RememberedAt(target.address);
-  return device != nullptr && device->String(kDeviceMacKey) == outcome.mac ? device : nullptr;
+  for (const DeviceInfo& device : RememberedAt(target.address)) {
+    if (device->String(kDeviceMacKey) == outcome.mac) return device;
+  }
+  return nullptr;
 }
 
 class RegisterJob {
@@ -129,7 +130,7 @@ class RegisterJob {
   }
 
   void Fail(const Failure& failure) {
-    if (last_) std::fprintf(stderr, "vox: %s\n", last_->what());
+    if (last_) PrintError(last_->what());
     if (!status_ || failure.Status() == ExitStatus::kCancelled) status_ = failure.Status();
     last_ = failure;
   }

@@ -153,11 +153,16 @@ void ScanJob::PrintReports() {
 
 namespace {
 
-// A device that is named by its address counts as used, too, when it is remembered.
+// A device that is named by its address counts as used, too, when it is the one remembered there.
+DeviceInfo RecordOf(const OpenedDevice& device) {
+  if (device.Remembered() != nullptr || device.AtUsb() != nullptr) return device.Remembered();
+  const DeviceInfoArray there = RememberedAt(device.Address());
+  return there.size() == 1 ? there.front() : nullptr;
+}
+
 void RememberUse(const OpenedDevice& device) {
   if (device.IsVirtual()) return;
-  const bool by_address = device.Remembered() == nullptr && device.AtUsb() == nullptr;
-  const DeviceInfo known = by_address ? RememberedAt(device.Address()) : device.Remembered();
+  const DeviceInfo known = RecordOf(device);
   if (known == nullptr) return;
   UserPreferences& preferences = UserPreferences::instance();
   const auto id = known->String(kDeviceIdKey);

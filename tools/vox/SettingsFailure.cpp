@@ -15,9 +15,12 @@ namespace {
 
 constexpr char kGroup[] = "scanner";  // who may change the shared settings
 
+// Quoted gives the path as a shell reads it.
 std::string Quoted(const std::string& path) {
   std::string quoted(1, '\'');
-  return quoted.append(CleanText(path)).append("'");
+  for (const char c : CleanText(path))
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
 }
 
 std::string FolderOf(const std::string& path) {
@@ -27,6 +30,7 @@ std::string FolderOf(const std::string& path) {
 bool IsInGroup() {
   const group* wanted = ::getgrnam(kGroup);
   if (wanted == nullptr) return false;
+  if (::getegid() == wanted->gr_gid) return true;
   std::vector<gid_t> own(static_cast<std::size_t>(std::max(::getgroups(0, nullptr), 0)));
   const int count = ::getgroups(static_cast<int>(own.size()), own.data());
   own.resize(static_cast<std::size_t>(std::max(count, 0)));

@@ -63,7 +63,9 @@ int main(int argc, char** argv) {
   } catch (const Failure& failure) {
     return Say(failure.Status(), failure.what());
   } catch (const std::bad_alloc&) {
-    return Say(ExitStatus::kNoMemory, "not enough memory; ask for a smaller area or resolution");
+    return Say(ExitStatus::kNoMemory,
+               "not enough memory; close other programs, or ask for a smaller area or "
+               "resolution of a scan");
   } catch (const std::exception& error) {
     return Say(ExitStatus::kIoError, error.what());
   }

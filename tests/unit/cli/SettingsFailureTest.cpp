@@ -52,5 +52,10 @@ TEST(SettingsFailureTest, WithoutAHomeItSaysWhatToSet) {
                "set HOME, or XDG_CONFIG_HOME to a folder");
 }
 
+TEST(SettingsFailureTest, APathWithAQuoteIsWhatAShellReads) {
+  EXPECT_THAT(SettingsFailure(Store::kShared, "write", "/it's/a.plist", ENOSPC).what(),
+              HasSubstr(R"(see df '/it'\''s')"));
+}
+
 }  // namespace
 }  // namespace vox::cli::test
