@@ -16,7 +16,7 @@ std::string Settle(DeviceOptions& options) {
     return "largest packet: 64 or 512 bytes";
   }
   if (options.usb.block_bytes.empty()) return "no size of blocks";
-  if (options.usb.product.empty()) options.usb.product = options.usb.maker + " " + options.model;
+  if (options.usb.product.empty()) options.usb.product = options.model;
   return {};
 }
 

@@ -15,7 +15,7 @@ struct UsbOptions {
   std::uint16_t product_id = 0x1520;  // of the model QD7200
   std::string serial = "VX0001";
   std::string maker = "Veltronix";
-  std::string product;             // empty: the maker's name and the model
+  std::string product;             // empty: the model
   std::uint16_t max_packet = 512;  // bytes, of both bulk pipes: 64 or 512
 
   // Data bytes of a page's blocks in turn; the last goes for all that follow. 0: the rest of the

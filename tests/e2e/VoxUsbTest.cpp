@@ -32,7 +32,7 @@ class VoxUsb : public VoxScan {
     return vox_.Run(Line(VOX_ITSELF " " + arguments, scanner));
   }
   static std::string Line(const std::string& program, const std::string& scanner) {
-    return "--serial A7K0123 --product QD7200 " + scanner + " -- " + program;
+    return "--serial A7K0123 " + scanner + " -- " + program;
   }
   std::string Good(const std::string& arguments, const std::string& scanner = "") {
     const Outcome outcome = Vox(arguments, scanner);

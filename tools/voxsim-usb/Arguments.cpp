@@ -20,7 +20,8 @@ void AddUsb(CLI::App& app, UsbArguments& arguments, Raw& raw) {
   sim::UsbOptions& usb = device.usb;
   app.add_option("--serial", arguments.serials, "serial number; several: a device each")
       ->expected(1)
-      ->take_all();
+      ->take_all()
+      ->allow_extra_args(false);  // what follows is a page
   app.add_option("--model", device.model, "model name, without the maker's");
   app.add_option("--vendor-id", raw.vendor, "as 0x5658");
   app.add_option("--product-id", raw.product_id, "as 0x1520, which is the QD7200's");
@@ -28,7 +29,8 @@ void AddUsb(CLI::App& app, UsbArguments& arguments, Raw& raw) {
   app.add_option("--product", usb.product, "the product's name");
   app.add_option("--block-bytes", usb.block_bytes,
                  "bytes of a page's blocks in turn, the last again and again; 0: the rest")
-      ->delimiter(',');
+      ->delimiter(',')
+      ->allow_extra_args(false);
   app.add_flag("--joined-headers", usb.joined_headers, "blocks in one packet with their headers");
   app.add_flag("--information-in-two", usb.information_in_two,
                "device information: first its header, then the record");

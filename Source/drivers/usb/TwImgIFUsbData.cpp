@@ -173,15 +173,18 @@ void CTwImgIFUsb::free_held() {
 
 // ---- the end of a page
 
-// An aborted page's end is Abort's to settle, the job with it.
+// An aborted page's end is Abort's to settle, the job and the open device with it: opened anew, the
+// device would drop the page with the job, and there would be nothing to cancel.
 bool CTwImgIFUsb::DeviceEndScan() {
   bool ended = true;
   {
     MutexLock lock(mux);
     const UsbInterrupt interrupt(m_wakeAbort.Get());
     if (PageStop() != PAGE_ABORT) ended = end_page_data();
-    Close();
-    if (PageStop() != PAGE_ABORT && !(ended && multipage)) ClearJobId();
+    if (PageStop() != PAGE_ABORT) {
+      Close();
+      if (!(ended && multipage)) ClearJobId();
+    }
   }
   m_semaphore.Up();
   return ended;

@@ -59,6 +59,7 @@ TEST_F(Stop, WhileAHeaderIsAwaited) {
   Cancel();
   ExpectAbortAtOnce();
   EXPECT_EQ(Status(), 0u) << "the client's wish is no error";
+  EXPECT_EQ(port_.Count("USBDeviceOpenSeize"), 1) << "opened anew it would drop page and job";
   EXPECT_EQ(scanner_->Job(), Hex("11 22 33 44 00 00 00 00"));
   EXPECT_FALSE(scanner_->XferDone());
   EXPECT_TRUE(scanner_->ReadLineFlag());
