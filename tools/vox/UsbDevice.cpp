@@ -89,7 +89,7 @@ bool IsUsbName(const std::string& device) {
 }
 
 std::string UsbSerial(const std::string& device) {
-  const std::string serial = device.substr(sizeof kPrefix - 1);
+  std::string serial = device.substr(sizeof kPrefix - 1);
   if (serial.empty())
     throw UsageFailure("usb: wants a serial number, as in usb:A7K0123; vox discover shows it");
   return serial;
