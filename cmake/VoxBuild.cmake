@@ -156,3 +156,19 @@ function(vox_add_library)
   add_library(vox_static STATIC $<TARGET_OBJECTS:vox_objs>)
   target_link_libraries(vox_static PUBLIC vox_options vox_jbig PRIVATE PkgConfig::PLIST PkgConfig::LIBUSB)
 endfunction()
+
+# vox_bus_preload(VARIABLE): what a process on the emulated USB bus has preloaded; the run-time library of a sanitizer
+# comes first, where that is one of its own.
+function(vox_bus_preload variable)
+  set(preload libumockdev-preload.so.0)
+  if(VOX_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    set(runtime libasan.so)
+    if(VOX_SANITIZE STREQUAL "thread")
+      set(runtime libtsan.so)
+    endif()
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${runtime}
+                    OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    set(preload "${runtime}:${preload}")
+  endif()
+  set(${variable} "${preload}" PARENT_SCOPE)
+endfunction()
