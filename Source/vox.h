@@ -14,6 +14,7 @@
 #include "vox/drivers/ScanRecords.h"
 #include "vox/drivers/TwainImageIF.h"
 #include "vox/drivers/libjbig3/codec32s.h"
+#include "vox/drivers/libjbig3/henkaten.h"
 #include "vox/drivers/libjbig3/jbig2rf.h"
 #include "vox/drivers/libjbig3/jbigtbl.h"
 #include "vox/drivers/libjbig3/rf2jbig.h"

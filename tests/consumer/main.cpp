@@ -21,6 +21,7 @@ const void* const kReached[] = {
     reinterpret_cast<const void*>(&vox::COMPRESS),
     reinterpret_cast<const void*>(&vox::DEC_JBIG),
     reinterpret_cast<const void*>(&vox::CMP_JBIG),
+    reinterpret_cast<const void*>(&vox::henkaten_to_raw),
     vox::JbigTbl.data(),
     reinterpret_cast<const void*>(&vox::ReduceWidth),
 };

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "vox/drivers/JbigBuf.h"
+#include "vox/drivers/libjbig3/henkaten.h"
 #include "vox/drivers/libjbig3/jbig2rf.h"
 #include "vox/drivers/libjbig3/jbigtbl.h"
 #include "vox/drivers/libjbig3/rf2jbig.h"
@@ -22,6 +23,10 @@ TEST(SharedLibrary, HasTheCodec) {
   EXPECT_TRUE(AllThere(COMPRESS, CMP_JBIG, CMP_JBIG2, CMP_JBIG3, Put_BIE));
   EXPECT_TRUE(AllThere(init_jbig_c, cmp_line, Byte_out, Put_Byte, Flush));
   EXPECT_TRUE(AllThere(SCD_SDNORM, SCD_SDRST, SCD_NEWLEN, SCD_ATMOVE));
+}
+
+TEST(SharedLibrary, HasTheListsOfChangePoints) {
+  EXPECT_TRUE(AllThere(henkaten_init, henkaten_copy, raw_to_henkaten, henkaten_to_raw));
 }
 
 TEST(SharedLibrary, HasTheTables) {
