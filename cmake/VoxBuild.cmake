@@ -104,6 +104,19 @@ function(vox_add_test name)
   gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()
 
+# vox_skip_without_bus(NAME [THREADED]): stands in ctest, as skipped, for the program NAME, which vox_add_test cannot
+# declare where there is no emulated USB bus.
+function(vox_skip_without_bus name)
+  cmake_parse_arguments(arg "THREADED" "" "" ${ARGN})
+  if(VOX_SANITIZE STREQUAL "thread" AND NOT arg_THREADED)
+    return()
+  endif()
+  set(why "skipped: umockdev is not installed (Debian: libumockdev-dev, umockdev), so there is no emulated USB bus")
+  message(WARNING "${name}: ${why}")
+  add_test(NAME ${name}/SkippedWithoutUmockdev COMMAND ${CMAKE_COMMAND} -E echo "${why}")
+  set_tests_properties(${name}/SkippedWithoutUmockdev PROPERTIES SKIP_REGULAR_EXPRESSION "skipped: ")
+endfunction()
+
 # vox_add_fuzzer(NAME SOURCE [LIBS ...]): with VOX_BUILD_FUZZERS a libFuzzer program; otherwise the same source with a
 # plain main that replays fuzz/corpus/NAME as one ctest.
 function(vox_add_fuzzer name)

@@ -7,6 +7,7 @@
 
 #include "tests/e2e/Trouble.h"
 #include "tests/support/FakeJobServer.h"
+#include "tests/support/SmallDevice.h"
 #include "tests/support/TcpPeer.h"
 
 namespace vox::test {

@@ -97,17 +97,6 @@ void Road::Close() {
   server_.reset();
 }
 
-sim::DeviceOptions SmallDevice() {
-  sim::UnitOptions unit;
-  unit.x_resolution_min = unit.y_resolution_min = 100;
-  unit.x_resolution_max = unit.y_resolution_max = 200;
-  unit.physical_width = 30000;
-  unit.physical_height = 25000;
-  sim::DeviceOptions options;
-  options.flatbed = unit;
-  return options;
-}
-
 ShortWaits::ShortWaits(Road& road, std::chrono::milliseconds channels) : road_(road) {
   constexpr int kCommandSeconds = 3;
   netMsPerSecond = kCommand.count() / kCommandSeconds;

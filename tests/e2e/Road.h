@@ -102,7 +102,4 @@ class ShortWaits {
   Road& road_;
 };
 
-// SmallDevice is a device of 100 to 200 dpi in both directions with a bed of 3 by 2.5 inches.
-sim::DeviceOptions SmallDevice();
-
 }  // namespace vox::test

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/e2e/RoadFixture.h"
+#include "tests/support/SmallDevice.h"
 
 namespace vox::test {
 namespace {

@@ -6,6 +6,7 @@
 
 #include "tests/e2e/RoadFixture.h"
 #include "tests/support/Moment.h"
+#include "tests/support/SmallDevice.h"
 
 namespace vox::test {
 

@@ -104,7 +104,7 @@ TEST_F(VoxCancel, DevicesThatWereFoundAreShownAndSaved) {
   EXPECT_EQ(json::parse(Good("list --json"))["name"], "Office");
 }
 
-TEST_F(VoxCancel, AnOnlineListThatWaitsLosesNothing) {
+TEST_F(VoxCancel, AnOnlineListThatWaitsTellsWhatIsKnownAndLosesNothing) {
   Put(2, "Office");
   sim::VirtualDevice& cellar = Put(3, "Cellar");
   Good("add 127.0.0.2");
@@ -112,9 +112,16 @@ TEST_F(VoxCancel, AnOnlineListThatWaitsLosesNothing) {
   const std::string before = Good("list --json");
   cellar.SetFaults(NeverAnswering());
   const std::size_t asked = cellar.Events().Count(EventKind::kSnmpRequest);
-  vox_.Start("list --online");
+  vox_.Start("list --online --json");
   ASSERT_TRUE(cellar.Events().WaitFor(EventKind::kSnmpRequest, asked + 1, 60s));
-  Cancelled();
+  const Outcome outcome = Cancelled();
+  EXPECT_EQ(outcome.err, "vox: cancelled; what was known till then is listed\n");
+  const auto told = Objects(outcome.out);
+  ASSERT_EQ(told.size(), 2U);
+  EXPECT_EQ(told[0]["name"], "Cellar");
+  EXPECT_EQ(told[0]["state"], "unknown");
+  EXPECT_EQ(told[0]["online"], nullptr);
+  EXPECT_EQ(told[1]["name"], "Office");
   EXPECT_EQ(Good("list --json"), before);
 }
 

@@ -119,6 +119,22 @@ TEST_F(VoxUsb, WhatTheDeviceSaysHasItsStatus) {
   ExpectFailure("scan usb:B2 -o a.png", "", 9, "the serial number B2 is attached; check its cable");
 }
 
+// A superuser has to do without what makes the modes of files nothing to it.
+TEST_F(VoxUsb, WhoMayNotOpenTheDeviceIsToldHowToBeAdmitted) {
+  const Outcome outcome = Script(
+      "chmod 000 $UMOCKDEV_DIR/dev/bus/usb/001/*\n"
+      "[ $(id -u) != 0 ] || as='setpriv --bounding-set -dac_override,-dac_read_search'\n"
+      "$as $VOX scan usb:A7K0123 -o a.png; echo $?\n"
+      "chmod 600 $UMOCKDEV_DIR/dev/bus/usb/001/*\n"
+      "$as $VOX scan usb:A7K0123 -o b.png --resolution 75 --frame 0,0,20,20\n");
+  EXPECT_THAT(outcome.err, AllOf(StartsWith(std::string("vox: cannot use ") + kName +
+                                            ": this user may not open /dev/bus/usb/001/"),
+                                 HasSubstr("/60-vox.rules"), HasSubstr("plug it in again"),
+                                 HasSubstr("the group scanner")));
+  EXPECT_THAT(outcome.out, StartsWith("11\nb.png: page 1, "));
+  EXPECT_EQ(outcome.status, 0);
+}
+
 TEST_F(VoxUsb, ADeviceThatIsUnpluggedLeavesNoFile) {
   ExpectFailure("scan usb:A7K0123 -o a.png", "--fault unplug=data:500000", 9,
                 "it was unplugged, or switched off; plug it in");

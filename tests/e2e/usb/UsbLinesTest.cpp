@@ -43,7 +43,7 @@ class UsbLines : public UsbRoadTest {
 const unsigned kDepths[] = {1, 8, 24};
 
 TEST_F(UsbLines, OfEachDepthAtEachResolution) {
-  Plug(SmallUsbDevice());
+  Plug(SmallDevice());
   for (const unsigned bits : kDepths) {
     for (const float x : {100.F, 137.F, 200.F, 75.F, 611.F}) {
       for (const float y : {100.F, 200.F, 300.F, 31.F}) {
@@ -55,7 +55,7 @@ TEST_F(UsbLines, OfEachDepthAtEachResolution) {
 }
 
 TEST_F(UsbLines, TheCommandIsWhatWasForeseen) {
-  Plug(SmallUsbDevice());
+  Plug(SmallDevice());
   const Ask ask = Ask::Colour().Brightness(-30).Frame(0.25F, 0.5F, 1.25F, 1.25F);
   ExpectPage(ask);
   const auto command = Events().Last(EventKind::kScanCommand).bytes;
@@ -66,7 +66,7 @@ TEST_F(UsbLines, TheCommandIsWhatWasForeseen) {
 
 TEST_F(UsbLines, InBlocksOfEverySize) {
   for (const std::uint32_t size : {1u, 7u, 37u, 511u, 512u, 513u, 10000u, 0u}) {
-    DeviceOptions options = SmallUsbDevice();
+    DeviceOptions options = SmallDevice();
     options.usb.block_bytes = {size};
     Plug(options);
     for (const unsigned bits : kDepths) {
@@ -77,14 +77,14 @@ TEST_F(UsbLines, InBlocksOfEverySize) {
 }
 
 TEST_F(UsbLines, InBlocksOfSizesInTurn) {
-  DeviceOptions options = SmallUsbDevice();
+  DeviceOptions options = SmallDevice();
   options.usb.block_bytes = {1, 4096, 3, 100000, 599};
   Plug(options);
   for (const unsigned bits : kDepths) ExpectPage(Ask::Depth(bits).Frame(0, 0, 3, 2.5F));
 }
 
 TEST_F(UsbLines, OfADeviceWithPacketsOfFullSpeedAndInformationInTwoPieces) {
-  DeviceOptions options = SmallUsbDevice();
+  DeviceOptions options = SmallDevice();
   options.usb.max_packet = 64;
   options.usb.information_in_two = true;
   Plug(options);
@@ -92,7 +92,7 @@ TEST_F(UsbLines, OfADeviceWithPacketsOfFullSpeedAndInformationInTwoPieces) {
 }
 
 TEST_F(UsbLines, WithMarginsAndPlaneOrders) {
-  DeviceOptions options = SmallUsbDevice();
+  DeviceOptions options = SmallDevice();
   options.left_cut_margin = 13;
   options.right_cut_margin = 5;
   options.plane_order = 3;
@@ -101,13 +101,13 @@ TEST_F(UsbLines, WithMarginsAndPlaneOrders) {
 }
 
 TEST_F(UsbLines, BelowTheBedAreWhite) {
-  Plug(SmallUsbDevice());
+  Plug(SmallDevice());
   for (const unsigned bits : kDepths) ExpectPage(Ask::Depth(bits).Frame(0, 2, 2, 4));
 }
 
 TEST_F(UsbLines, OfTenPages) {
   for (const unsigned bits : kDepths) {
-    Plug(UsbFeeder(10));
+    Plug(SmallFeeder(10));
     ExpectJob(Ask::Depth(bits).Dpi(100).Frame(0, 0, 3, 2.5F), 10);
     EXPECT_EQ(Device().SheetsLeft(), 0u);
   }
@@ -117,14 +117,14 @@ TEST_F(UsbLines, OfBothSides) {
   for (const std::uint32_t mode : {1u, 2u}) {
     for (const unsigned bits : kDepths) {
       SCOPED_TRACE(testing::Message() << bits << " bits, mode " << mode);
-      Plug(UsbFeeder(2, true));
+      Plug(SmallFeeder(2, true));
       ExpectJob(Ask::Depth(bits).Dpi(100).Frame(0, 0, 3, 2.5F).Duplex(mode), 4);
     }
   }
 }
 
 TEST_F(UsbLines, OfADeviceThatIsNotReadyYet) {
-  DeviceOptions options = SmallUsbDevice();
+  DeviceOptions options = SmallDevice();
   options.faults.first = {5, std::chrono::milliseconds(3)};
   options.faults.every = {1, {}};
   options.usb.block_bytes = {5000};
@@ -133,7 +133,7 @@ TEST_F(UsbLines, OfADeviceThatIsNotReadyYet) {
 }
 
 TEST_F(UsbLines, OfAnEmptyFeederThereAreNone) {
-  DeviceOptions options = UsbFeeder(1);
+  DeviceOptions options = SmallFeeder(1);
   options.empty_glass = true;
   Plug(options);
   ExpectJob(Ask::Grey(), 1);

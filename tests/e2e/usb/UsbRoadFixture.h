@@ -18,6 +18,7 @@
 #include "tests/e2e/ScanClient.h"
 #include "tests/support/Footprint.h"
 #include "tests/support/PluggedScanner.h"
+#include "tests/support/SmallDevice.h"
 #include "tests/unit/core/Scratch.h"
 #include "vox/drivers/usb/TwImgIFUsb.h"
 
@@ -87,30 +88,5 @@ class UsbRoadTest : public testing::Test {
   std::unique_ptr<PluggedScanner> scanner_;
   std::unique_ptr<UsbClient> client_;
 };
-
-// SmallUsbDevice is a device of 100 to 200 dpi in both directions with a bed of 3 by 2.5 inches.
-inline sim::DeviceOptions SmallUsbDevice() {
-  sim::UnitOptions unit;
-  unit.x_resolution_min = unit.y_resolution_min = 100;
-  unit.x_resolution_max = unit.y_resolution_max = 200;
-  unit.physical_width = 30000;
-  unit.physical_height = 25000;
-  sim::DeviceOptions options;
-  options.flatbed = unit;
-  return options;
-}
-
-// UsbFeeder gives it sheets, each side a chart of its own.
-inline sim::DeviceOptions UsbFeeder(std::uint32_t sheets, bool both_sides = false) {
-  sim::DeviceOptions options = SmallUsbDevice();
-  options.feeder = options.flatbed;
-  for (std::uint32_t i = 0; i < sheets; ++i) {
-    sim::Sheet sheet{sim::MakeTestChart({30000, 25000}, 2 * i + 1), nullptr};
-    if (both_sides) sheet.back = sim::MakeTestChart({30000, 25000}, 2 * i + 2);
-    options.sheets.push_back(std::move(sheet));
-  }
-  if (both_sides) options.duplex = 2;
-  return options;
-}
 
 }  // namespace vox::test

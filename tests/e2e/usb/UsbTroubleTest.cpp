@@ -12,7 +12,7 @@ using sim::EventKind;
 
 class UsbTrouble : public UsbRoadTest {
  protected:
-  void PlugWith(const std::string& faults, DeviceOptions options = SmallUsbDevice()) {
+  void PlugWith(const std::string& faults, DeviceOptions options = SmallDevice()) {
     SCOPED_TRACE(faults);
     Plug(std::move(options));
     sim::Faults parsed;
@@ -67,7 +67,7 @@ TEST_F(UsbTrouble, APageBreaksOff) {
                             {"block=cut-data:1", 3}};
   for (const Refusal& broken : breaks) {
     SCOPED_TRACE(broken.faults);
-    DeviceOptions options = SmallUsbDevice();
+    DeviceOptions options = SmallDevice();
     options.usb.block_bytes = {4000};
     PlugWith(broken.faults, options);
     const Ask ask = Ask::Grey();
@@ -105,7 +105,7 @@ TEST_F(UsbTrouble, UnpluggedAtAnyByte) {
 }
 
 TEST_F(UsbTrouble, CancelledAtAnyLine) {
-  DeviceOptions options = UsbFeeder(3);
+  DeviceOptions options = SmallFeeder(3);
   options.usb.block_bytes = {4000};
   options.reload_feeder = true;
   Plug(options);
@@ -122,7 +122,7 @@ TEST_F(UsbTrouble, CancelledAtAnyLine) {
 }
 
 TEST_F(UsbTrouble, CancelledBetweenPages) {
-  DeviceOptions options = UsbFeeder(3);
+  DeviceOptions options = SmallFeeder(3);
   options.reload_feeder = true;
   Plug(options);
   const Page page = client_->Scan(Ask::Grey());

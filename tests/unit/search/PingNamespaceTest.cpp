@@ -3,22 +3,14 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <linux/capability.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
+#include "tests/support/Capabilities.h"
 #include "tests/support/FreshLoopback.h"
 #include "tests/unit/search/Street.h"
 #include "vox/drivers/net/searchping.h"
 
 namespace vox::test {
 namespace {
-
-bool DropCapabilities() {
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct none[2] = {};
-  return ::syscall(SYS_capset, &header, none) == 0;
-}
 
 // SixtyAnswer: 0, or which check failed.
 int SixtyAnswer() {
