@@ -4,7 +4,8 @@
 // cheap and behaves as a deep one. To change something inside, copy the inner container out, change
 // the copy and store it back. A device dictionary that several owners share is a
 // std::shared_ptr<Dictionary>.
-// Errors: no accessor throws; a question of the wrong type is answered with nothing.
+// Errors: a question of the wrong type is answered with nothing. Nothing is thrown but
+// std::bad_alloc, by what makes or copies a value; what was there before is then as it was.
 // Compilers differ in whether Array{Array{1}} is a copy of the inner array or an array that holds
 // it, so an array of one array is written Array{PropertyValue(inner)}.
 // Thread rule: values like std::string: any number of readers, or one writer.
@@ -58,7 +59,8 @@ class VOX_EXPORT PropertyValue {
   PropertyValue(vox::Array value);
   PropertyValue(vox::Dictionary value);
 
-  PropertyValue(const PropertyValue&) = default;
+  // A copy for which there is no memory throws std::bad_alloc and leaves nothing behind.
+  PropertyValue(const PropertyValue& other) : value_(CopyOf(other.value_)) {}
   PropertyValue(PropertyValue&&) = default;
   ~PropertyValue() = default;
   // A value may be set to a part of itself; the copy is made before the former content goes.
@@ -103,6 +105,15 @@ class VOX_EXPORT PropertyValue {
   static Held FromInteger(T value) {
     if (std::in_range<std::int64_t>(value)) return static_cast<std::int64_t>(value);
     return static_cast<std::uint64_t>(value);
+  }
+
+  // Each alternative is built in its place. The variant's own copying is no choice: where all
+  // alternatives move without throwing, libstdc++ before 13 destroys one that was never built when
+  // the copy runs out of memory.
+  static Held CopyOf(const Held& held) {
+    return std::visit(
+        []<class T>(const T& alternative) { return Held(std::in_place_type<T>, alternative); },
+        held);
   }
 
   Held value_;

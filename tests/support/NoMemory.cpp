@@ -12,15 +12,20 @@ namespace {
 constexpr int kEndless = std::numeric_limits<int>::max();
 
 std::atomic<int> left_in_new_threads = kEndless;
+thread_local bool has_failed = false;
 thread_local int left = left_in_new_threads;  // calls that do not fail; kEndless: all
 
 }  // namespace
 
 NoMemory::NoMemory(int spared) {
+  has_failed = false;
   left = spared;
 }
 NoMemory::~NoMemory() {
   left = kEndless;
+}
+bool NoMemory::HasFailed() const {
+  return has_failed;
 }
 
 NoMemoryInNewThreads::NoMemoryInNewThreads() {
@@ -37,6 +42,7 @@ void* Memory(std::size_t size) {
   const bool spared = left > 0;
   if (spared && left != kEndless) --left;
   void* const block = spared ? std::malloc(std::max<std::size_t>(size, 1)) : nullptr;
+  has_failed = has_failed || block == nullptr;
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }

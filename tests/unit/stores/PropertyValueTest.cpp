@@ -3,9 +3,15 @@
 
 #include <cmath>
 #include <limits>
+#include <new>
+#include <optional>
+#include <string>
 #include <type_traits>
+#include <utility>
 
 #include <gtest/gtest.h>
+
+#include "tests/support/NoMemory.h"
 
 namespace vox {
 namespace {
@@ -102,6 +108,52 @@ TEST(PropertyValue, MayBecomeAPartOfItself) {
   value = (*value.AsArray())[0];
   value = (*value.AsArray())[0];
   EXPECT_EQ(value, PropertyValue(7));
+}
+
+const std::string kLong(100, 'x');  // beyond what a string holds in itself
+
+template <class Call>
+void BearingShortage(Call call) {
+  try {
+    call();
+  } catch (const std::bad_alloc&) {  // which is what it may do
+  }
+}
+
+// AddressSanitizer sees what a copy that failed has left, and what it has destroyed that never was.
+TEST(PropertyValue, ACopyWithoutMemoryLeavesNothing) {
+  const PropertyValue originals[] = {kLong, Data(100), Array{kLong}, Dictionary{{kLong, kLong}}, 7};
+  for (const PropertyValue& original : originals) {
+    std::optional<PropertyValue> copy;
+    test::EachShortage([&] { BearingShortage([&] { copy = PropertyValue(original); }); },
+                       [&](bool failed) {
+                         ASSERT_EQ(copy.has_value(), !failed);
+                         if (copy) {
+                           EXPECT_EQ(*copy, original);
+                         }
+                       });
+  }
+}
+
+TEST(PropertyValue, AnAssignmentWithoutMemoryLeavesTheFormerValue) {
+  const PropertyValue former = Array{kLong, kLong}, next = kLong;
+  PropertyValue value = former;
+  test::EachShortage([&] { BearingShortage([&] { value = next; }); },
+                     [&](bool failed) { EXPECT_EQ(value, failed ? former : next); });
+}
+
+TEST(Dictionary, ACopyWithoutMemoryLeavesNothing) {
+  const Dictionary original{{"a", kLong}, {"b", Data(100)}, {"c", Array{kLong}}, {kLong, 1}};
+  Dictionary copy;
+  test::EachShortage([&] { BearingShortage([&] { copy = Dictionary(original); }); },
+                     [&](bool failed) { EXPECT_EQ(copy, failed ? Dictionary() : original); });
+}
+
+TEST(Dictionary, AnArrayCopiedWithoutMemoryLeavesNothing) {
+  const Array original{kLong, 7, Data(100), kLong};
+  Array copy;
+  test::EachShortage([&] { BearingShortage([&] { copy = Array(original); }); },
+                     [&](bool failed) { EXPECT_EQ(copy, failed ? Array() : original); });
 }
 
 TEST(Dictionary, AnswersLikeItsValues) {
