@@ -46,17 +46,22 @@ std::size_t UsbPipe::LargestTransfer() const {
   return kLargestTransfer - kLargestTransfer % shape_.packet;
 }
 
+// Many small reads may follow one large one that was cut, so nothing is moved up.
 // Returns: whether the read ends with these bytes.
 bool UsbPipe::TakeKept(std::span<std::uint8_t> buffer, std::size_t* got) {
-  *got = std::min(buffer.size(), kept_.size());
-  std::copy_n(kept_.begin(), *got, buffer.begin());
-  kept_.erase(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(*got));
-  if (!kept_.empty()) return true;
+  const auto kept = std::span(kept_).subspan(kept_from_);
+  *got = std::min(buffer.size(), kept.size());
+  std::copy_n(kept.begin(), *got, buffer.begin());
+  kept_from_ += *got;
+  if (kept_from_ < kept_.size()) return true;
+  kept_ = {};
+  kept_from_ = 0;
   const bool ends = kept_ends_short_;
   kept_ends_short_ = false;
   return ends || *got == buffer.size();
 }
 
+// Comes only when what was kept before has been read, or stands whole behind these bytes.
 void UsbPipe::Keep(std::span<const std::uint8_t> bytes) {
   kept_.insert(kept_.begin(), bytes.begin(), bytes.end());
 }

@@ -40,6 +40,7 @@ class UsbPipe {
 
   UsbPipeShape shape_;
   std::vector<std::uint8_t> kept_;
+  std::size_t kept_from_ = 0;     // of kept_, the bytes before were read
   bool kept_ends_short_ = false;  // the last of the kept bytes ended the device's transfer
 };
 

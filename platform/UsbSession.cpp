@@ -51,8 +51,15 @@ std::span<const libusb_interface> InterfacesOf(const libusb_config_descriptor& c
 
 }  // namespace
 
+// What failed half-way is given back when the list of devices has been: it belongs to the context.
 IOReturn UsbSession::Open() {
   if (IsOpen()) return kIOReturnExclusiveAccess;
+  const IOReturn opened = OpenListed();
+  if (opened != kIOReturnSuccess) Close();
+  return opened;
+}
+
+IOReturn UsbSession::OpenListed() {
   LibUsbDevices devices;
   const IOReturn listed = ListLibUsbDevices(&context_, &devices);
   if (listed != kIOReturnSuccess) return listed;
@@ -63,9 +70,7 @@ IOReturn UsbSession::Open() {
   if (opened < 0) return LibUsbResult(opened);
   handle_.reset(handle);
   libusb_set_auto_detach_kernel_driver(handle, 1);
-  const IOReturn claimed = ClaimStillImage(device);
-  if (claimed != kIOReturnSuccess) Close();
-  return claimed;
+  return ClaimStillImage(device);
 }
 
 // A device without such an interface, or without a configuration, opens all the same.

@@ -69,6 +69,7 @@ class UsbSession {
     bool in_use = false;      // by an interface object
   };
 
+  IOReturn OpenListed();
   IOReturn ClaimStillImage(libusb_device* device);
 
   const UsbRecord record_;
