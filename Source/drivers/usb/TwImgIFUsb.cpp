@@ -2,6 +2,7 @@
 // connection is in TwImgIFUsbPipe.cpp, the page's data and its end in TwImgIFUsbData.cpp.
 #include "vox/drivers/usb/TwImgIFUsb.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "vox/DSDebugging.h"
@@ -12,6 +13,18 @@ namespace {
 
 constexpr int RESPONSE_MS = 300;
 constexpr std::uint32_t XRESOLUTION_MIN = 75, XRESOLUTION_MAX = 19'200;  // dpi
+
+// under_way counts a call while it lives.
+class under_way {
+ public:
+  explicit under_way(std::atomic<int>* count) : m_pCount(count) { ++*m_pCount; }
+  ~under_way() { --*m_pCount; }
+  under_way(const under_way&) = delete;
+  under_way& operator=(const under_way&) = delete;
+
+ private:
+  std::atomic<int>* const m_pCount;
+};
 
 }  // namespace
 
@@ -30,8 +43,14 @@ CTwImgIFUsb::~CTwImgIFUsb() {
 
 // What becomes of the base's start is not this call's result: the device is sending the page by
 // then. Without threads nobody will end it, so the device is closed here.
+// An Abort that is still under way was called before the page began, and ends it too: it would wait
+// for the page's transfers else, without a word that reaches them.
 bool CTwImgIFUsb::StartScan(bool bPrescan) {
   if (!BeginPage()) return false;
+  if (m_aborting > 0) {
+    SignalAbort();
+    return false;
+  }
   if (!open_page(bPrescan)) return false;
   if (!CTwainImageIF::StartScan(false)) {
     MutexLock lock(mux);
@@ -144,7 +163,9 @@ bool CTwImgIFUsb::read_scan_parameter(_SCANINFO* info) {
 
 // The page is stopped before the device is told, so that no wait outlasts the call.
 bool CTwImgIFUsb::Abort() {
+  const under_way abort(&m_aborting);
   SignalAbort();
+  m_wakeInfo.Raise();
   cancel_job();
   const bool ended = CTwainImageIF::Abort();
   close_aborted();
@@ -177,6 +198,7 @@ void CTwImgIFUsb::cancel_job() {
 
 // A page that another client has begun since is not this one's to close.
 void CTwImgIFUsb::close_aborted() {
+  const MutexLock info(m_infoMutex);  // a GetDevInfo that was cut short
   MutexLock lock(mux);
   if (PageStop() == PAGE_ABORT) Close();
 }

@@ -22,21 +22,24 @@
 // that on every host. Nothing is read by a length that was not held against its buffer: a block of
 // more than 256 MiB is refused, and drains go through a buffer of 64 KiB in pieces.
 //
-// What ends a wait early (UsbInterrupt): m_wakeAbort everywhere in a page, and in GetDevInfo and
-// SendCmdStandby too when it rises meanwhile; m_wakePage where only lines are waited for. The
-// answer to a scan command is taken all the same, 0.3 s at most, so that an abort knows the job.
-// What a stop cuts short sets no status. Abort's own exchanges run into the ordinary time-outs
-// (writes 0.3 s, headers 7 s), its drain ends after 30 s whatever the device sends.
+// What ends a wait early (UsbInterrupt): m_wakeAbort everywhere in a page, and in SendCmdStandby
+// too when it rises meanwhile; m_wakeInfo, which every Abort raises, in GetDevInfo; m_wakePage
+// where only lines are waited for. The answer to a scan command is taken all the same, 0.3 s at
+// most, so that an abort knows the job. What a stop cuts short sets no status, and neither does a
+// page or a GetDevInfo that fails because it began while an Abort was under way. Abort's own
+// exchanges run into the ordinary time-outs (writes 0.3 s, a zero-length packet 5 s, headers 7 s),
+// its drain ends after 30 s whatever the device sends.
 //
 // Who holds the device open: a page from StartScan to its end (m_bPageOpen), GetDevInfo while it
 // runs, each other operation for its own time. GetDevInfo does not wait for m_mux, only for the
 // transfer that runs; neither it nor a standby command closes the device of a running page. An
-// operation that fails leaves the device closed, and so does Abort.
+// operation that fails leaves the device closed, and so does Abort, which awaits GetDevInfo's end.
 //
 // Thread rule: CTwainImageIF's. Lock order: m_infoMutex, mux, m_pipeMutex; none is held while the
 // base is called, SetIfErrorStatus and the job id apart.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -45,6 +48,7 @@
 #include "vox/drivers/usb/UsbPackets.h"
 #include "vox/drivers/usb/UsbScanCtrl.h"
 #include "vox/platform/Export.h"
+#include "vox/platform/FileDescriptor.h"
 #include "vox/platform/Mutex.h"
 
 namespace vox {
@@ -64,8 +68,8 @@ class VOX_EXPORT CTwImgIFUsb : public CTwainImageIF {
 
   // GetDevInfo asks the device what its two units can do, into m_DevInfoAll, and puts what they can
   // do together into m_DevInfo and *pDevInf. It waits up to 15 s for each of five replies. Returns:
-  // false with status 3 when one is missing or too long, 1 or 3 when the device cannot be opened;
-  // no unit is known then.
+  // false with status 3 when one is missing or too long, 1 or 3 when the device cannot be opened,
+  // none when an Abort came meanwhile; no unit is known then.
   bool GetDevInfo(tagSCANDEVINFO* pDevInf) override;
 
   // StartScan asks for a page, of a new job unless multipage is set, and starts to receive it. Once
@@ -209,6 +213,9 @@ class VOX_EXPORT CTwImgIFUsb : public CTwainImageIF {
   const std::string m_serial;
   std::chrono::milliseconds m_abortDrain{30'000};
   bool m_bReadFailed VOX_GUARDED_BY(mux) = false;  // this page reads no more
+
+  std::atomic<int> m_aborting{0};  // calls of Abort that are under way
+  EventFd m_wakeInfo;              // up from an Abort until the next GetDevInfo
 
   Mutex m_infoMutex;          // one GetDevInfo at a time
   mutable Mutex m_pipeMutex;  // one transfer at a time

@@ -193,6 +193,7 @@ bool CTwImgIFUsb::DeviceEndScan() {
 bool CTwImgIFUsb::end_page_data() {
   m_bReadLine = 0;
   if (GetIfErrorStatus() == IF_ERR_STS_DEVICE_COMM_ERR || m_bXferDone) {
+    m_bSdhObtained = 0;  // of the page that is lost
     m_bXferDone = 1;
     return true;
   }

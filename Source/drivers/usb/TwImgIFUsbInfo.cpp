@@ -43,7 +43,9 @@ bool never_duplex(int product) {
 
 bool CTwImgIFUsb::GetDevInfo(tagSCANDEVINFO* pDevInf) {
   MutexLock lock(m_infoMutex);
-  const UsbInterrupt interrupt(rising_abort());
+  m_wakeInfo.Clear();
+  if (m_aborting > 0) m_wakeInfo.Raise();
+  const UsbInterrupt interrupt(m_wakeInfo.Get());
   enter_info();
   const bool opened = Open();
   const bool known = opened && read_capabilities(pDevInf);

@@ -29,7 +29,7 @@ bool CTwImgIFUsb::IsOnLine(unsigned short /*wUnused*/) try {
   while (match == USB_MATCHED) {
     const usb_object device = next_object(devices);
     if (!device) break;
-    if (usb_string(device, kUSBSerialNumberString) == m_serial) return true;
+    if (has_serial(device, m_serial)) return true;
   }
   SetIfErrorStatus(IF_ERR_STS_DEVICE_COMM_ERR);
   return false;
@@ -110,7 +110,7 @@ void CTwImgIFUsb::fail(IfErrorStatus status) {
   if (!UsbInterrupt::Wait(std::chrono::milliseconds(0))) SetIfErrorStatus(status);
 }
 
-// The descriptor of an abort that is still to come; none (-1) where one has been.
+// The descriptor of a page's abort that is still to come; none (-1) where one has been.
 int CTwImgIFUsb::rising_abort() const {
   return PageStop() == PAGE_ABORT ? -1 : m_wakeAbort.Get();
 }

@@ -267,6 +267,16 @@ TEST_F(Data, ALineOfNoBytesOnlyReadsAhead) {
   EXPECT_EQ(ReadLine(0), Bytes{});
 }
 
+TEST_F(Data, AfterAStopNotEvenWhatIsHeldIsServed) {
+  PageHeader(Header(8));
+  Block(Counting(0, 8));
+  PageHeader(Header(4));
+  EXPECT_EQ(ReadLine(4), Counting(0, 4));
+  scanner_->Abort();
+  EXPECT_EQ(ReadLine(4, -1), Bytes(4, 0xEE));
+  EXPECT_EQ(Status(), 0u);
+}
+
 TEST_F(Data, ARawReadClearsItsBuffer) {
   script_->Read(Hex("01 02"), 300, 4);
   Bytes bytes(4, 0xEE);

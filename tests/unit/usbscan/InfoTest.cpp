@@ -305,17 +305,41 @@ TEST_F(Info, AnAbortCutsItShortWithoutAStatus) {
   ASSERT_TRUE(Eventually([this] { return script_->Left() == 0; }));
   const auto took = Took([&] {
     scanner_->Abort();
+    ExpectClosed();
     EXPECT_FALSE(asking.get());
   });
   EXPECT_LT(took, 5s);
   EXPECT_EQ(Status(), 0u);
-  ExpectClosed();
 }
 
-TEST_F(Info, CanBeAskedAgainAfterAnAbort) {
+TEST_F(Info, CanBeAskedAgainAfterAnAbortAndCutShortByTheNext) {
   scanner_->Abort();
   Answers(Sources(kFlatbed, kNone));
   EXPECT_TRUE(scanner_->GetDevInfo(&info_));
+  script_->Done();
+  Ask(0xA201).SilentRead(kInformation);
+  auto asking = std::async(std::launch::async, [this] { return scanner_->GetDevInfo(&info_); });
+  ASSERT_TRUE(Eventually([this] { return script_->Left() == 0; }));
+  EXPECT_LT(Took([this] { scanner_->Abort(); }), 5s);
+  ExpectClosed();
+  EXPECT_FALSE(asking.get());
+  EXPECT_EQ(Status(), 0u);
+}
+
+// Pages end again and again while the device is asked.
+TEST_F(Info, OutlastsPagesThatEndMeanwhile) {
+  for (int round = 0; round < 20 && !HasFailure(); ++round) {
+    Answers(Sources(kFlatbed, kFeeder));
+    std::atomic<bool> asked{false};
+    std::thread ends([&] {
+      while (!asked) scanner_->Close();
+    });
+    EXPECT_TRUE(scanner_->GetDevInfo(&info_));
+    asked = true;
+    ends.join();
+    ExpectClosed();
+    EXPECT_EQ(port_.Count("USBDeviceOpenSeize"), round + 1);
+  }
 }
 
 class OnLine : public Info {};
@@ -336,6 +360,14 @@ TEST_F(OnLine, IsFoundBehindOthers) {
   Plug();
   EXPECT_TRUE(scanner_->IsOnLine(0));
   EXPECT_EQ(port_.Held(), 0);
+}
+
+TEST_F(OnLine, TakesASerialNumberAlsoAsADeviceDictionaryHoldsIt) {
+  device_.properties.Set(kUSBSerialNumberString, "SN\x01");
+  Plug();
+  scanner_ = std::make_unique<UsbScanner>(kModel, "SN\xEF\xBF\xBD");
+  EXPECT_TRUE(scanner_->IsOnLine(0));
+  EXPECT_EQ(Status(), 0u);
 }
 
 TEST_F(OnLine, AnotherSerialNumberIsNotAndStatus3) {

@@ -225,6 +225,26 @@ TEST_F(Start, WhenThePagesThreadsCannotRunReadLineSaysSo) {
   scanner_->Abort();
 }
 
+TEST_F(Start, OnThePagesOwnThreadIsStatus1AndAsksNothing) {
+  std::atomic<bool> asked{false}, started{true};
+  Moment over;
+  scanner_->before_line = [&] {
+    if (!asked.exchange(true)) started = scanner_->StartScan(false);
+    over.Reach();
+  };
+  ScriptStart(page_);
+  ASSERT_TRUE(scanner_->StartScan(false));
+  ASSERT_TRUE(over.AwaitReached());
+  PageHeader(kLastPage);
+  over.Let();
+  EXPECT_EQ(ReadPage(), Bytes());
+  scanner_->EndScan();
+  EXPECT_FALSE(started);
+  EXPECT_EQ(Status(), 1u);
+  ExpectClosed();
+  script_->Done();
+}
+
 class Standby : public UsbScanTest {};
 
 TEST_F(Standby, IsThisPacket) {

@@ -86,6 +86,7 @@ class UsbScanner : public CTwImgIFUsb {
   bool XferDone() VOX_NO_THREAD_SAFETY_ANALYSIS { return m_bXferDone != 0; }
   bool ReadLineFlag() VOX_NO_THREAD_SAFETY_ANALYSIS { return m_bReadLine != 0; }
   std::uint32_t Held() VOX_NO_THREAD_SAFETY_ANALYSIS { return in_buf; }
+  bool IsAborted() const { return PageStop() == PAGE_ABORT; }
   bool HoldsBuffer() VOX_NO_THREAD_SAFETY_ANALYSIS {
     return lbuf != nullptr || curr_ptr != nullptr;
   }
