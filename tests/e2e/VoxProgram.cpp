@@ -50,6 +50,9 @@ void VoxProgram::Start(const std::string& arguments) {
   if (::chdir(folder_.Path().c_str()) != 0) ::_exit(126);
   Redirect(output_.File("out"), STDOUT_FILENO);
   Redirect(output_.File("err"), STDERR_FILENO);
+  if (!limits_.empty()) ::signal(SIGXFSZ, SIG_IGN);
+  for (const auto& [resource, limit] : limits_)
+    ::setrlimit(static_cast<__rlimit_resource_t>(resource), &limit);
   ::execv(pointers[0], pointers.data());
   ::_exit(127);
 }

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include "tests/unit/cli/ReadBack.h"
@@ -24,6 +26,11 @@ class VoxProgram {
   // Arguments are split at blanks. Output is read when Wait is called; it must fit into memory.
   Outcome Run(const std::string& arguments);
 
+  // Limit sets both limits of a resource (RLIMIT_...) for programs that are started from now on; a
+  // file that grows too large is an error of the write and no signal.
+  void Limit(int resource, rlimit limit) { limits_[resource] = limit; }
+  void Unlimit() { limits_.clear(); }
+
   void Start(const std::string& arguments);
   void Signal(int signal) const;
   bool IsRunning() const;
@@ -40,6 +47,7 @@ class VoxProgram {
 
  private:
   TestFolder folder_, output_;
+  std::map<int, rlimit> limits_;
   pid_t child_ = -1;
   std::chrono::steady_clock::time_point begun_;
 };

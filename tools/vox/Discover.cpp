@@ -228,6 +228,10 @@ void RunDiscover(const DiscoverOptions& options) {
     discovery.GiveUp(ExitStatus::kNoMemory,
                      "not enough memory for the search, so devices may be missing; close other "
                      "programs and try again");
+  if (search.OutOfDescriptors())
+    discovery.GiveUp(ExitStatus::kNoMemory,
+                     "too few file descriptors for the search, so devices may be missing; raise "
+                     "their limit (see ulimit -n) and try again");
   watch.Finish();
   discovery.Summarise(search.Answered(), SecondsSince(start));
 }

@@ -31,6 +31,7 @@ void NetworkSearch::Run() {
     how.pszAddress = address_.c_str();
     how.nStopFd = stop_.Get();
     how.pbNoMemory = &out_of_memory_;
+    how.pbNoDescriptors = &out_of_descriptors_;
     how.found = [this](const DeviceInfo& device) { Take(device); };
     result_ = searchNetworkDevices(nullptr, &answered_, how);
   } catch (const std::bad_alloc&) {

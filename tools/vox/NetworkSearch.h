@@ -33,6 +33,8 @@ class NetworkSearch {
   bool Answered() const { return answered_; }
   // OutOfMemory tells whether devices may be missing for want of memory.
   bool OutOfMemory() const { return out_of_memory_; }
+  // OutOfDescriptors tells whether devices may be missing for want of file descriptors.
+  bool OutOfDescriptors() const { return out_of_descriptors_; }
   // Result holds every device that was found, as it answered last.
   const DeviceInfoDictionary& Result() const { return result_; }
 
@@ -42,8 +44,9 @@ class NetworkSearch {
 
   const std::string address_;
   EventFd stop_;
-  bool answered_ = false;  // these three are the searching thread's until over_
+  bool answered_ = false;  // these four are the searching thread's until over_
   bool out_of_memory_ = false;
+  bool out_of_descriptors_ = false;
   DeviceInfoDictionary result_;
   Mutex mutex_;
   Condition changed_;

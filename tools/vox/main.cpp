@@ -11,6 +11,7 @@
 #include "tools/vox/Output.h"
 #include "tools/vox/ScanJob.h"
 #include "tools/vox/Verbs.h"
+#include "vox/platform/DescriptorLimit.h"
 
 namespace {
 
@@ -54,6 +55,7 @@ int Say(ExitStatus status, const std::string& line) {
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is an error of the write
   KeepStandardOutput();
+  vox::RaiseDescriptorLimit();  // 64 devices are asked at once, four questions each
   try {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     const bool terminal = ::isatty(STDOUT_FILENO) == 1;

@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <exception>
 
-#include <sys/resource.h>
 #include <CLI/CLI.hpp>
 
 #include "tools/voxjobd/JobServer.h"
+#include "vox/platform/DescriptorLimit.h"
 
 namespace vox {
 namespace {
@@ -36,14 +36,6 @@ void IgnoreStopSignals() {
   for (const int signal : kStopSignals) ::signal(signal, SIG_IGN);
 }
 
-// 256 relays need two descriptors each; the usual soft limit of 1,024 leaves too few for the rest.
-void RaiseDescriptorLimit() {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  limit.rlim_cur = limit.rlim_max;
-  ::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 // The exit statuses are those of SANE where they fit: 3 busy, 9 I/O error, 11 no permission.
 int StatusOf(JobServer::Failure failure) {
   switch (failure) {
@@ -62,7 +54,7 @@ int StatusOf(JobServer::Failure failure) {
 }
 
 int Serve(const JobServerOptions& options) {
-  RaiseDescriptorLimit();
+  RaiseDescriptorLimit();  // 256 relays need two each
   JobServer server;
   if (!server.Open(options)) {
     std::fprintf(stderr, "voxjobd: %s\n", server.Error().c_str());

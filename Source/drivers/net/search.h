@@ -79,6 +79,9 @@ struct tagNETSEARCH {
   const char* pszAddress = "255.255.255.255";  // dotted; whom the query goes to
   // Becomes true when devices may be missing for want of memory. May be null.
   bool* pbNoMemory = nullptr;
+  // Becomes true when devices may be missing because this process, or the machine, had no
+  // descriptor left for a socket meanwhile, for this search or elsewhere. May be null.
+  bool* pbNoDescriptors = nullptr;
 };
 VOX_EXPORT DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* success,
                                                      const tagNETSEARCH& how);

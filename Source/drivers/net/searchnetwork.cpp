@@ -39,6 +39,21 @@ struct found_device {
   bool failed = false;        // to be known
 };
 
+// descriptor_watch tells at its end whether sockets were refused meanwhile.
+class descriptor_watch {
+ public:
+  explicit descriptor_watch(const tagNETSEARCH& what) : how(what) {}
+  ~descriptor_watch() {
+    if (how.pbNoDescriptors && netDescriptorsRefused != before) *how.pbNoDescriptors = true;
+  }
+  descriptor_watch(const descriptor_watch&) = delete;
+  descriptor_watch& operator=(const descriptor_watch&) = delete;
+
+ private:
+  const tagNETSEARCH& how;
+  const std::uint32_t before = netDescriptorsRefused;
+};
+
 void note_no_memory(const tagNETSEARCH& how) {
   if (how.pbNoMemory) *how.pbNoMemory = true;
 }
@@ -168,6 +183,7 @@ DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* succes
 DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* success,
                                           const tagNETSEARCH& how) try {
   if (success) *success = false;
+  const descriptor_watch descriptors(how);
   const simple_owner request = new_records(1), answers = new_records(SEARCH_ANSWERS);
   if (!request || !answers) throw std::bad_alloc();
   request->byCommand = WNXSNMP_PDU_GETNEXT;

@@ -1,6 +1,8 @@
 // The broadcast search, from the answers to the dictionaries.
 #include <set>
 
+#include <sys/resource.h>
+
 #include <gmock/gmock.h>
 
 #include "sim/VirtualDevice.h"
@@ -278,6 +280,22 @@ TEST(NetworkSearch, ASlowDeviceIsAskedItsFourQuestionsAtOnce) {
   EXPECT_EQ(get_dev_info(Home(3), "Veltronix QD7200", &device), 0);
   EXPECT_GE(watch.Elapsed(), milliseconds(300));
   EXPECT_LT(watch.Elapsed(), milliseconds(1100));
+}
+
+TEST(NetworkSearch, SaysWhetherDescriptorsWereMissing) {
+  bool no_descriptors = false;
+  tagNETSEARCH how;
+  how.pszAddress = "127.0.0.1";
+  how.pbNoDescriptors = &no_descriptors;
+  searchNetworkDevices(nullptr, nullptr, how);
+  EXPECT_FALSE(no_descriptors);
+  rlimit was{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &was), 0);
+  const rlimit none{0, was.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_TRUE(searchNetworkDevices(nullptr, nullptr, how).empty());
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &was), 0);
+  EXPECT_TRUE(no_descriptors);
 }
 
 TEST(NetworkSearch, SaysWhetherMemoryWasMissing) {

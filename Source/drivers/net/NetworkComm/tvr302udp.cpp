@@ -22,6 +22,7 @@ namespace vox {
 std::atomic<std::uint16_t> udpCommandPort{UDPCMD_PORT};
 std::atomic<std::uint16_t> snmpPort{WNXSNMP_PORT};
 std::atomic<std::uint32_t> netMsPerSecond{1000};
+std::atomic<std::uint32_t> netDescriptorsRefused{0};
 std::atomic<net_clock> netClock{&std::chrono::steady_clock::now};
 
 namespace {
@@ -209,7 +210,10 @@ std::int32_t net_socket(int* sock) {
   FileDescriptor opened(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   // net_close leaves the number 0 alone, which a program without standard input would leak.
   if (opened.Get() == 0) opened.Reset(::fcntl(0, F_DUPFD_CLOEXEC, 1));
-  if (!opened) return NET_FAILED;
+  if (!opened) {
+    if (errno == EMFILE || errno == ENFILE) ++netDescriptorsRefused;
+    return NET_FAILED;
+  }
   *sock = opened.Release();
   return NET_OK;
 }

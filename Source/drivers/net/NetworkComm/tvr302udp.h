@@ -32,6 +32,10 @@ VOX_EXPORT extern std::atomic<std::uint16_t> snmpPort;
 // shorten it.
 extern std::atomic<std::uint32_t> netMsPerSecond;
 
+// How often this process had no socket to ask with because it, or the machine, had no descriptor
+// left. Inside the library only.
+extern std::atomic<std::uint32_t> netDescriptorsRefused;
+
 // The clock that time-outs are counted on, initially steady_clock's. Only tests of them replace it.
 using net_clock = std::chrono::steady_clock::time_point (*)();
 extern std::atomic<net_clock> netClock;
