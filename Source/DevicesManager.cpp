@@ -108,14 +108,21 @@ void DevicesManager::saveDeviceInfo(const std::optional<std::string>& deviceId) 
   UserPreferences::instance().setValueForSharedKey(*info, record_key(*deviceId));
 }
 
-void DevicesManager::saveAllDevices() {
+void DevicesManager::saveDevices(const std::vector<std::string>& ids) {
   Dictionary records;
-  for (const auto& [id, info] : m_knownDevices) {
-    const auto own = info->String(kDeviceIdKey);
-    const DeviceInfo known = own ? infoForDevice(*own) : nullptr;
-    if (known != nullptr) records.Set(record_key(*own), *known);
+  for (const std::string& id : ids) {
+    const DeviceInfo known = infoForDevice(id);
+    if (known != nullptr) records.Set(record_key(id), *known);
   }
   UserPreferences::instance().setValuesForSharedKeys(records);
+}
+
+void DevicesManager::saveAllDevices() {
+  std::vector<std::string> ids;
+  for (const auto& [id, info] : m_knownDevices) {
+    if (const auto own = info->String(kDeviceIdKey)) ids.push_back(*own);
+  }
+  saveDevices(ids);
 }
 
 void DevicesManager::removeDevice(const std::string& deviceId) {

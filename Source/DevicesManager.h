@@ -48,6 +48,8 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
 
   // saveDeviceInfo stores a known device's dictionary; nothing happens for nil or an unknown id.
   void saveDeviceInfo(const std::optional<std::string>& deviceId);
+  // saveDevices does that for several, in one piece: others see all of them stored or none.
+  void saveDevices(const std::vector<std::string>& ids);
   // saveAllDevices does that for every known device, in one piece.
   void saveAllDevices();
   // removeDevice forgets a device, here and in the shared settings; an unknown id is no error.

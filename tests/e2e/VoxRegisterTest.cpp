@@ -1,9 +1,14 @@
 // vox register and unregister where something is not as it should be, and devices at USB, which
 // none of the verbs asks.
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 
+#include <sys/inotify.h>
+#include <sys/resource.h>
+
 #include "tests/e2e/VoxDevices.h"
+#include "vox/platform/FileDescriptor.h"
 
 namespace vox::cli::test {
 namespace {
@@ -12,6 +17,28 @@ using nlohmann::json;
 using sim::EventKind;
 using testing::HasSubstr;
 using testing::IsEmpty;
+
+// Replacements counts how often a file of the folder is replaced while it lives.
+class Replacements {
+ public:
+  explicit Replacements(const std::string& folder) {
+    EXPECT_GE(::inotify_add_watch(notify_.Get(), folder.c_str(), IN_MOVED_TO), 0);
+  }
+  int Count() {
+    alignas(inotify_event) char events[4096];
+    int count = 0;
+    ssize_t got = 0;
+    while ((got = ::read(notify_.Get(), events, sizeof events)) > 0) {
+      const char* const end = events + got;
+      for (const char* at = events; at < end; ++count)
+        at += sizeof(inotify_event) + reinterpret_cast<const inotify_event*>(at)->len;
+    }
+    return count;
+  }
+
+ private:
+  FileDescriptor notify_{::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+};
 
 class VoxRegister : public VoxDevices {
  protected:
@@ -124,6 +151,73 @@ TEST_F(VoxRegister, AReplyOfZeroIsNotAnAcceptance) {
   EXPECT_EQ(told["result"], "odd-reply");
   EXPECT_EQ(told["reply"], 0);
   EXPECT_EQ(told["isNetworkPushEnabled"], false);
+}
+
+TEST_F(VoxRegister, WhatIsAcceptedIsSavedOnce) {
+  for (const std::uint8_t host : {2, 3, 4}) {
+    Put(host, "Office " + std::to_string(host));
+    Good("add 127.0.0." + std::to_string(host));
+  }
+  Replacements saved(Shared());
+  Good("unregister --all");
+  EXPECT_EQ(saved.Count(), 1);
+  for (const json& device : Objects(Good("list --json")))
+    EXPECT_EQ(device["isNetworkPushEnabled"], false) << device;
+}
+
+// By its second command to Dozy vox has had the others' replies for 3 s.
+TEST_F(VoxRegister, WhatWasAcceptedBeforeACancelIsSavedOnce) {
+  Put(2, "Office");
+  Put(3, "Home");
+  sim::VirtualDevice& dozy = Put(4, "Dozy");
+  for (const char* host : {"2", "3", "4"}) Good(std::string("add 127.0.0.") + host);
+  Good("unregister --all");
+  sim::Faults late;
+  late.delays.reply = std::chrono::seconds(60);
+  dozy.SetFaults(late);
+  Replacements saved(Shared());
+  vox_.Start("register --all --json");
+  ASSERT_TRUE(dozy.Events().WaitFor(EventKind::kRegister, 2, std::chrono::seconds(60)));
+  vox_.Signal(SIGINT);
+  const Outcome outcome = vox_.Wait();
+  EXPECT_EQ(outcome.status, 2) << outcome.err;
+  EXPECT_EQ(saved.Count(), 1);
+  for (const json& device : Objects(Good("list --json")))
+    EXPECT_EQ(device["isNetworkPushEnabled"], device["ip"] != "127.0.0.4") << device;
+}
+
+TEST_F(VoxRegister, WhatCannotBeSavedIsNotTakenOver) {
+  for (const std::uint8_t host : {2, 3, 4, 5}) {
+    Put(host, "Office " + std::to_string(host));
+    Good("add 127.0.0." + std::to_string(host));
+  }
+  const std::string before = Good("list --json");
+  vox_.Limit(RLIMIT_FSIZE, {1500, 1500});  // less than the settings, more than what is said
+  const Outcome outcome = Vox("unregister 127.0.0.2 127.0.0.3 --json");
+  vox_.Unlimit();
+  EXPECT_EQ(outcome.status, 9);
+  EXPECT_THAT(outcome.err, HasSubstr("cannot write " + SharedFile() + ": File too large"));
+  const auto told = Objects(outcome.out);
+  EXPECT_EQ(told.size(), 2U);
+  for (const json& device : told) {
+    EXPECT_EQ(device["result"], "accepted");
+    EXPECT_EQ(device["isNetworkPushEnabled"], true) << device;
+  }
+  EXPECT_EQ(Good("list --json"), before);
+}
+
+TEST_F(VoxRegister, OfASilentDeviceWhatWasTriedIsTold) {
+  Put(2, "Office");
+  Good("add 127.0.0.2");
+  devices_.clear();
+  ExpectFailure("register office", 9,
+                "Office (127.0.0.2): it does not answer; it was asked who it is (SNMP) at "
+                "127.0.0.2, port 161 from 127.0.0.1, for ");
+  const json told = Only("register office --json");
+  EXPECT_EQ(told["result"], "no-answer");
+  EXPECT_EQ(told["asked"], "identity");
+  EXPECT_EQ(told["from"], "127.0.0.1");
+  EXPECT_GE(told["seconds"], 0);
 }
 
 TEST_F(VoxRegister, DevicesAtUsbNeedNoRegistration) {

@@ -1,7 +1,9 @@
 // vox register and vox unregister: devices are asked at the same time, and told of in their order.
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -91,17 +93,57 @@ DeviceInfo RecordOf(const DeviceTarget& target, const Registration& outcome) {
   return nullptr;
 }
 
+// One device of the command, and what came of it.
+struct Outcome {
+  DeviceTarget target;
+  Registration registration;
+  DeviceInfo record;  // remembered of whom answered; null: nothing
+
+  bool IsAccepted() const { return registration.state == RegistrationState::kAccepted; }
+};
+
 class RegisterJob {
  public:
   explicit RegisterJob(const RegisterOptions& options) : options_(options) {}
 
-  void Tell(const DeviceTarget& target, const Registration& outcome) {
-    const bool done = outcome.state == RegistrationState::kAccepted;
-    const DeviceInfo record = RecordOf(target, outcome);
-    if (done && record != nullptr) Remember(*record);
-    if (options_.json) PrintOut(JsonLine(Record(record, target.address, outcome)));
-    if (!done) return Fail(RegistrationFailure(options_.wanted, target, outcome));
-    if (!options_.json) PrintOut(CleanText(target.label) + ": " + Done() + "\n");
+  // Remember keeps what was accepted, in one piece. What cannot be saved is not kept in memory
+  // either.
+  void Remember(const std::vector<Outcome>& outcomes) {
+    std::vector<std::string> ids;
+    std::vector<std::pair<DeviceInfo, std::optional<PropertyValue>>> former;
+    for (const Outcome& outcome : outcomes) {
+      if (!outcome.IsAccepted() || outcome.record == nullptr) continue;
+      ids.push_back(outcome.record->String(kDeviceIdKey).value_or(""));
+      former.emplace_back(outcome.record, outcome.record->Value(kDevicePushKey));
+    }
+    if (ids.empty()) return;
+    try {
+      BeforeSharedChange();
+      for (const auto& [record, value] : former) record->Set(kDevicePushKey, options_.wanted);
+      OpenRegistry().saveDevices(ids);
+      AfterChange();
+    } catch (const Failure& failure) {
+      for (const auto& [record, value] : former) {
+        if (value) {
+          record->Set(kDevicePushKey, *value);
+        } else {
+          record->Remove(kDevicePushKey);
+        }
+      }
+      unsaved_ = failure;
+    }
+  }
+
+  void Tell(const Outcome& outcome) {
+    const bool done = outcome.IsAccepted();
+    if (done && outcome.record != nullptr && unsaved_) {
+      Fail(*unsaved_);
+      unsaved_.reset();  // is told of once
+    }
+    if (options_.json) PrintOut(JsonLine(Record(outcome)));
+    if (!done)
+      return Fail(RegistrationFailure(options_.wanted, outcome.target, outcome.registration));
+    if (!options_.json) PrintOut(CleanText(outcome.target.label) + ": " + Done() + "\n");
   }
 
   // Throws the failure that has not been told yet, with the status of the first one, or that of a
@@ -117,43 +159,36 @@ class RegisterJob {
                : "was asked to strike this computer from its list";
   }
 
-  void Remember(Dictionary& device) {
-    device.Set(kDevicePushKey, options_.wanted);
-    try {
-      BeforeSharedChange();
-      OpenRegistry().saveDeviceInfo(device.String(kDeviceIdKey));
-      AfterChange();
-    } catch (const Failure& failure) {
-      if (!unsaved_) Fail(failure);
-      unsaved_ = true;
-    }
-  }
-
   void Fail(const Failure& failure) {
     if (last_) PrintError(last_->what());
     if (!status_ || failure.Status() == ExitStatus::kCancelled) status_ = failure.Status();
     last_ = failure;
   }
 
-  static Json Record(const DeviceInfo& device, const std::string& address,
-                     const Registration& outcome) {
-    Json record = device != nullptr
-                      ? DeviceRecord(*device)
-                      : Json{{kDeviceTypeKey, kDeviceTypeNetwork}, {kDeviceIpKey, address}};
-    record["result"] = StateName(outcome.state);
-    record["reply"] = outcome.reply >= 0 ? Json(outcome.reply) : Json(nullptr);
+  static Json Record(const Outcome& outcome) {
+    const Registration& registration = outcome.registration;
+    Json record = outcome.record != nullptr ? DeviceRecord(*outcome.record)
+                                            : Json{{kDeviceTypeKey, kDeviceTypeNetwork},
+                                                   {kDeviceIpKey, outcome.target.address}};
+    record["result"] = StateName(registration.state);
+    record["reply"] = registration.reply >= 0 ? Json(registration.reply) : Json(nullptr);
+    const char* const asked = QuestionName(registration.question);
+    record["asked"] = asked != nullptr ? Json(asked) : Json(nullptr);
+    record["from"] = registration.from.empty() ? Json(nullptr) : Json(registration.from);
+    record["seconds"] = std::round(registration.seconds * 1000) / 1000;
     return record;
   }
 
   const RegisterOptions& options_;
   std::optional<Failure> last_;       // not told yet
   std::optional<ExitStatus> status_;  // to exit with
-  bool unsaved_ = false;
+  std::optional<Failure> unsaved_;    // why what was accepted could not be saved; not told yet
 };
 
 // Ask gives an answer that comes within kGraceMs of a cancel its due.
 Registration Ask(const DeviceTarget& target, bool wanted, const CancelWatch& watch) {
-  Registration outcome{RegistrationState::kCancelled, -1, {}};
+  Registration outcome;
+  outcome.state = RegistrationState::kCancelled;
   if (watch.Requested()) return outcome;
   const NetInterrupt hurry(watch.Fd(), kGraceMs);
   outcome = wanted ? Register(target) : Unregister(target);
@@ -168,16 +203,20 @@ void RunRegister(const RegisterOptions& options) {
   CancelWatch watch;
   const Premises premises(options.with, false, watch);
   premises.RememberVirtual();
-  const std::vector<DeviceTarget> targets = options.all ? AllRemembered() : Named(options.names);
-  std::vector<Registration> outcomes(targets.size());
+  std::vector<Outcome> outcomes;
+  for (DeviceTarget& target : options.all ? AllRemembered() : Named(options.names))
+    outcomes.push_back({std::move(target), {}, nullptr});
   {
     const CancelWatch::Attachment waits(watch, [] {});  // they end by the watch's descriptor
-    RunTogether(targets.size(), kAtOnce,
-                [&](std::size_t i) { outcomes[i] = Ask(targets[i], options.wanted, watch); });
+    RunTogether(outcomes.size(), kAtOnce, [&](std::size_t i) {
+      outcomes[i].registration = Ask(outcomes[i].target, options.wanted, watch);
+    });
   }
   watch.Finish();  // what was accepted is remembered and told, cancelled or not
+  for (Outcome& outcome : outcomes) outcome.record = RecordOf(outcome.target, outcome.registration);
   RegisterJob job(options);
-  for (std::size_t i = 0; i < targets.size(); ++i) job.Tell(targets[i], outcomes[i]);
+  job.Remember(outcomes);
+  for (const Outcome& outcome : outcomes) job.Tell(outcome);
   job.Finish();
 }
 

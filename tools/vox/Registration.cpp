@@ -1,11 +1,15 @@
 #include "tools/vox/Registration.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
 
+#include <arpa/inet.h>
+
 #include "tools/vox/Identity.h"
+#include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchregister.h"
 
@@ -25,8 +29,7 @@ constexpr std::array<StateRow, 10> kStates{{
     {"busy", ExitStatus::kBusy, "it is busy; try again when it has finished"},
     {"refused", ExitStatus::kIoError, "it refused; its list may be full, look at its panel"},
     {"odd-reply", ExitStatus::kIoError, "it gave a reply that is not known"},
-    {"no-answer", ExitStatus::kIoError,
-     "it does not answer; check that it is on and reachable, or find it with vox discover"},
+    {"no-answer", ExitStatus::kIoError, ""},  // NoAnswerReason
     {"no-interface", ExitStatus::kIoError,
      "this computer has no interface on that device's network, so the device could not reach it; "
      "connect it to that network"},
@@ -41,10 +44,29 @@ const StateRow& RowOf(RegistrationState state) {
   return kStates[static_cast<std::size_t>(state)];
 }
 
-bool HasInterface(const std::string& address) {
-  std::uint32_t local = 0;
+// OwnAddress gives this computer's address on the device's network, dotted; empty: it has none.
+std::string OwnAddress(const std::string& device) {
+  in_addr local{};
   std::uint8_t mac[6];
-  return getmac_and_ip(address.c_str(), &local, mac) == 0;
+  if (getmac_and_ip(device.c_str(), &local.s_addr, mac) != 0) return {};
+  std::array<char, INET_ADDRSTRLEN> text{};
+  return ::inet_ntop(AF_INET, &local, text.data(), text.size()) != nullptr ? text.data() : "";
+}
+
+// NoAnswerReason tells what was tried, and what can be done about it.
+std::string NoAnswerReason(const Registration& outcome, const std::string& address) {
+  const bool asked_who = outcome.question != Question::kRegistration;
+  const unsigned snmp_port = snmpPort, named_port = udpCommandPort;
+  const unsigned command_port = named_port != 0 ? named_port : UDPCMD_PORT;
+  const std::string from = outcome.from.empty() ? "" : " from " + outcome.from;
+  char tried[96];
+  std::snprintf(tried, sizeof tried, ", port %u%s, for %.1f s",
+                asked_who ? snmp_port : command_port, from.c_str(), outcome.seconds);
+  const std::string at = CleanText(address) + tried;
+  return asked_who ? "it does not answer; it was asked who it is (SNMP) at " + at +
+                         "; check that it is on and reachable, or find it with vox discover"
+                   : "it does not answer; it told who it is, and was sent the command (UDP) at " +
+                         at + "; try again, and check that no firewall keeps that port";
 }
 
 RegistrationState StateOf(std::optional<std::uint8_t> reply) {
@@ -63,9 +85,15 @@ RegistrationState StateOf(std::optional<std::uint8_t> reply) {
 
 // Meet gives what keeps the device from being asked; kAccepted: nothing does.
 Registration Meet(const DeviceTarget& target) {
-  if (!HasInterface(target.address)) return {RegistrationState::kNoInterface, -1, {}};
+  Registration met;
+  met.from = OwnAddress(target.address);
+  if (met.from.empty()) {
+    met.state = RegistrationState::kNoInterface;
+    return met;
+  }
+  met.question = Question::kIdentity;
   const Identity identity = AskIdentity(target);
-  Registration met{RegistrationState::kNoAnswer, -1, identity.mac};
+  met.mac = identity.mac;
   std::array<char, NET_NAME_SIZE> model{};
   if (identity.who == Who::kOther) {
     met.state = RegistrationState::kOtherDevice;
@@ -89,36 +117,62 @@ RegistrationState StateOf(RegistrationResult result) {
   }
 }
 
-}  // namespace
-
-Registration Register(const DeviceTarget& target) {
-  Registration outcome = Meet(target);
-  if (outcome.state != RegistrationState::kAccepted) return outcome;
-  const auto reply = register_reply(target.address.c_str());
-  outcome.state = StateOf(reply);
-  if (reply) outcome.reply = *reply;
+// Timed gives what a registration came to, with the time that it took.
+template <class Ask>
+Registration Timed(Ask ask) {
+  const auto start = std::chrono::steady_clock::now();
+  Registration outcome = ask();
+  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return outcome;
 }
 
+}  // namespace
+
+Registration Register(const DeviceTarget& target) {
+  return Timed([&] {
+    Registration outcome = Meet(target);
+    if (outcome.state != RegistrationState::kAccepted) return outcome;
+    outcome.question = Question::kRegistration;
+    const auto reply = register_reply(target.address.c_str());
+    outcome.state = StateOf(reply);
+    if (reply) outcome.reply = *reply;
+    return outcome;
+  });
+}
+
 Registration Unregister(const DeviceTarget& target) {
-  Registration outcome = Meet(target);
-  if (outcome.state != RegistrationState::kAccepted) return outcome;
-  const auto device = std::make_shared<Dictionary>(Dictionary{{kDeviceIpKey, target.address}});
-  outcome.state = StateOf(unregisterOnDevice(device));
-  return outcome;
+  return Timed([&] {
+    Registration outcome = Meet(target);
+    if (outcome.state != RegistrationState::kAccepted) return outcome;
+    const auto device = std::make_shared<Dictionary>(Dictionary{{kDeviceIpKey, target.address}});
+    outcome.state = StateOf(unregisterOnDevice(device));
+    // It asks for the model once more before it sends the command.
+    if (outcome.state != RegistrationState::kNoAnswer) outcome.question = Question::kRegistration;
+    return outcome;
+  });
 }
 
 const char* StateName(RegistrationState state) {
   return RowOf(state).name;
 }
 
+const char* QuestionName(Question question) {
+  return question == Question::kIdentity       ? "identity"
+         : question == Question::kRegistration ? "registration"
+                                               : nullptr;
+}
+
 Failure RegistrationFailure(bool wanted, const DeviceTarget& target, const Registration& outcome) {
   const StateRow& row = RowOf(outcome.state);
   std::string line = std::string("cannot ") + (wanted ? "register with " : "unregister from ") +
                      CleanText(target.label) + ": ";
-  line += outcome.state == RegistrationState::kOtherDevice
-              ? OtherDeviceReason(outcome.mac, target.address)
-              : row.reason;
+  if (outcome.state == RegistrationState::kOtherDevice) {
+    line += OtherDeviceReason(outcome.mac, target.address);
+  } else if (outcome.state == RegistrationState::kNoAnswer) {
+    line += NoAnswerReason(outcome, target.address);
+  } else {
+    line += row.reason;
+  }
   if (outcome.state == RegistrationState::kOddReply) {
     char code[16];
     std::snprintf(code, sizeof code, " (0x%02X)", static_cast<unsigned>(outcome.reply) & 0xFFU);

@@ -25,10 +25,22 @@ enum class RegistrationState {
   kCancelled,    // before a reply came
 };
 
+// What a device was asked last.
+enum class Question {
+  kNone,
+  kIdentity,      // who it is, over SNMP
+  kRegistration,  // the command itself, or to be struck
+};
+
 struct Registration {
   RegistrationState state = RegistrationState::kNoAnswer;
   int reply = -1;   // the device's code; -1: none came
   std::string mac;  // of whom answers at the address; empty: it was not told
+
+  // What was tried.
+  Question question = Question::kNone;
+  std::string from;    // the address of this computer on the device's network; empty: none
+  double seconds = 0;  // from the first question on
 };
 
 // Register asks who is there first: a remembered device must be the same one still, and the model a
@@ -39,6 +51,9 @@ Registration Unregister(const DeviceTarget& target);
 // StateName gives "accepted", "busy", "refused", "odd-reply", "no-answer", "no-interface",
 // "unsupported", "other-device", "not-sent", "cancelled".
 const char* StateName(RegistrationState state);
+
+// QuestionName gives "identity", "registration"; null for kNone.
+const char* QuestionName(Question question);
 
 // RegistrationFailure puts what is not kAccepted into words.
 Failure RegistrationFailure(bool wanted, const DeviceTarget& target, const Registration& outcome);

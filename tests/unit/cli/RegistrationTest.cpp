@@ -114,8 +114,12 @@ TEST(RegistrationTest, ASilentDeviceGivesNoAnswer) {
   asleep.silence.at = sim::Stage::kAlways;
   const Ward ward(asleep, "QD7200", kShortSecond);
   for (const DeviceTarget& target : {ward.Named(), ward.Remembered(kMac)}) {
-    EXPECT_EQ(Register(target).state, State::kNoAnswer);
-    EXPECT_EQ(Unregister(target).state, State::kNoAnswer);
+    for (const Registration& outcome : {Register(target), Unregister(target)}) {
+      EXPECT_EQ(outcome.state, State::kNoAnswer);
+      EXPECT_EQ(outcome.question, Question::kIdentity);
+      EXPECT_EQ(outcome.from, "127.0.0.1");
+      EXPECT_GE(outcome.seconds, 3 * kShortSecond / 1000.0);
+    }
   }
 }
 
@@ -126,6 +130,8 @@ TEST(RegistrationTest, ADeviceThatIsSilentAtTheCommandGivesNoAnswer) {
   const Registration outcome = Register(ward.Named());
   EXPECT_EQ(outcome.state, State::kNoAnswer);
   EXPECT_EQ(outcome.reply, -1);
+  EXPECT_EQ(outcome.question, Question::kRegistration);
+  EXPECT_GE(outcome.seconds, 9 * kShortSecond / 1000.0);
   EXPECT_EQ(ward.Commands(sim::EventKind::kRegister), 3U);
 }
 
@@ -151,6 +157,8 @@ TEST(RegistrationTest, AnotherDeviceAtARememberedAddressIsSentNothing) {
 TEST(RegistrationTest, ADeviceBehindNoInterfaceIsNotAsked) {
   const DeviceTarget target{"Office", "240.0.0.1", nullptr};
   EXPECT_EQ(Register(target).state, State::kNoInterface);
+  EXPECT_EQ(Register(target).question, Question::kNone);
+  EXPECT_EQ(Register(target).from, "");
   EXPECT_EQ(Unregister(target).state, State::kNoInterface);
 }
 
@@ -179,15 +187,40 @@ TEST(RegistrationTest, EveryStateHasItsNameExitStatusAndWords) {
   };
   const DeviceTarget target{"Office", "192.168.0.5", nullptr};
   for (const Row& row : rows) {
-    const Failure failure = RegistrationFailure(true, target, {row.state, row.reply, kOtherMac});
+    Registration outcome;
+    outcome.state = row.state;
+    outcome.reply = row.reply;
+    outcome.mac = kOtherMac;
+    const Failure failure = RegistrationFailure(true, target, outcome);
     EXPECT_EQ(static_cast<int>(failure.Status()), row.exit) << row.name;
     EXPECT_STREQ(StateName(row.state), row.name);
     EXPECT_THAT(failure.what(), testing::StartsWith("cannot register with Office: "));
     EXPECT_THAT(failure.what(), testing::HasSubstr(row.words));
   }
   EXPECT_STREQ(StateName(State::kAccepted), "accepted");
-  EXPECT_THAT(RegistrationFailure(false, target, {State::kNoAnswer, -1, {}}).what(),
+  EXPECT_THAT(RegistrationFailure(false, target, {}).what(),
               testing::StartsWith("cannot unregister from Office: "));
+}
+
+TEST(RegistrationTest, OfNoAnswerTheWordsTellWhatWasTried) {
+  snmpPort = 161;
+  SetUdpCommandPort(0);
+  const DeviceTarget target{"Office", "192.168.0.5", nullptr};
+  Registration silent;
+  silent.question = Question::kIdentity;
+  silent.from = "192.168.0.7";
+  silent.seconds = 9.04;
+  EXPECT_THAT(RegistrationFailure(true, target, silent).what(),
+              testing::HasSubstr("it does not answer; it was asked who it is (SNMP) at "
+                                 "192.168.0.5, port 161 from 192.168.0.7, for 9.0 s; check"));
+  silent.question = Question::kRegistration;
+  silent.seconds = 27.41;
+  EXPECT_THAT(RegistrationFailure(true, target, silent).what(),
+              testing::HasSubstr("was sent the command (UDP) at 192.168.0.5, port 3892 from "
+                                 "192.168.0.7, for 27.4 s; try again"));
+  EXPECT_STREQ(QuestionName(Question::kIdentity), "identity");
+  EXPECT_STREQ(QuestionName(Question::kRegistration), "registration");
+  EXPECT_EQ(QuestionName(Question::kNone), nullptr);
 }
 
 }  // namespace
