@@ -196,11 +196,11 @@ void CTwImgIFUsb::cancel_job() {
   multipage = 0;
 }
 
-// A page that another client has begun since is not this one's to close.
+// No page can have begun since: it would be over too.
 void CTwImgIFUsb::close_aborted() {
   const MutexLock info(m_infoMutex);  // a GetDevInfo that was cut short
   MutexLock lock(mux);
-  if (PageStop() == PAGE_ABORT) Close();
+  Close();
 }
 
 bool CTwImgIFUsb::EjectADF() {

@@ -140,8 +140,11 @@ TEST_F(Data, HeadersThatSayPendingAreSkippedWhereverTheyCome) {
 TEST_F(Data, ANoteOfAnotherApplicationMeansNothing) {
   PageHeader(Hex("04 00 00 00 33 03 00 00"));
   Block(Counting(0, 4));
-  PageHeader(Hex("00 00 00 00 33 02 01 00"));
+  PageHeader(Hex("04 00 00 00 33 04 00 00"));
   EXPECT_EQ(ReadLine(4), Counting(0, 4));
+  Block(Counting(4, 4));
+  PageHeader(Hex("00 00 00 00 33 02 01 00"));
+  EXPECT_EQ(ReadLine(4), Counting(4, 4)) << "not skipped";
   EXPECT_EQ(Status(), 0u);
   EXPECT_EQ(scanner_->multipage, 0u);
 }
@@ -225,6 +228,16 @@ TEST_F(Data, ABlockBeyondTheGreatestIsRefusedBeforeItGetsMemory) {
   CountAllocations();
   PageHeader(Header(kHeldMax + 1));
   ReadLine(4, -1);
+  EXPECT_EQ(Status(), 2u);
+  EXPECT_EQ(allocations, 0);
+}
+
+TEST_F(Data, WhatTheLineHoldsCountsToo) {
+  CountAllocations(false);
+  PageHeader(Header(5));
+  Block(Counting(0, 5));
+  PageHeader(Header(kHeldMax - 4));
+  ReadLine(8, -1);
   EXPECT_EQ(Status(), 2u);
   EXPECT_EQ(allocations, 0);
 }

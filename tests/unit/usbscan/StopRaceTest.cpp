@@ -135,6 +135,30 @@ TEST_F(StopRace, KeepsItsReaderFromWakingTheDevice) {
   EXPECT_EQ(Status(), 0u);
 }
 
+// The bytes of such a block are gone: another header comes next.
+TEST_F(StopRace, ThatMeetsABlockThatIsCutDoesNotReadTheBlockAgain) {
+  const FakeUsbRead read = device_.on_read;
+  device_.on_read = [this, read](std::uint32_t size, const FakeUsbTransfer& transfer) {
+    if (size != 10) return read(size, transfer);
+    held_.Let();
+    return UsbInterrupt::Wait(kPatience) ? FakeUsbAnswer{kIOReturnSuccess, Bytes(6, 1)}
+                                         : FakeUsbAnswer{kIOReturnError};
+  };
+  Plug();
+  ASSERT_TRUE(Prepare(Bilevel(80, 8)));
+  ScanCommand();
+  Accepted();
+  PageRequest();
+  Information(InfoFor(Bilevel(80, 8)));
+  PageHeader(Header(10));
+  DrainHeader(kLastPage);
+  ASSERT_TRUE(scanner_->StartScan(false));
+  held_.Reach();
+  EXPECT_TRUE(scanner_->EndScan());
+  EXPECT_EQ(Status(), 0u);
+  ExpectClosed();
+}
+
 // A header that was read ahead goes with the page that was lost.
 TEST_F(StopRace, AfterALostPageOfAJobReadsTheNextOneFromItsFirstHeader) {
   Opened();

@@ -229,9 +229,11 @@ TEST_F(StopBetweenPages, AsksForThePageCancelsAndReadsItOut) {
   DrainHeader(Header(7));
   script_->Read(Bytes(7, 0), kDrainBlock, 7);
   DrainHeader(kLastPage);
+  EXPECT_FALSE(scanner_->ReadLineFlag());
   EXPECT_TRUE(scanner_->Abort());
   ExpectClosed();
   EXPECT_EQ(scanner_->GetJobId().dwJobNo, 0u);
+  EXPECT_TRUE(scanner_->ReadLineFlag());
   EXPECT_FALSE(scanner_->XferDone());
   EXPECT_FALSE(scanner_->IsNextPageExist());
 }
