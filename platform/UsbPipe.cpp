@@ -1,7 +1,6 @@
 #include "vox/platform/UsbPipe.h"
 
 #include <algorithm>
-#include <array>
 
 namespace vox {
 namespace {
@@ -46,45 +45,69 @@ std::size_t UsbPipe::LargestTransfer() const {
   return kLargestTransfer - kLargestTransfer % shape_.packet;
 }
 
-// Many small reads may follow one large one that was cut, so nothing is moved up.
+std::size_t UsbPipe::WholePackets(std::size_t bytes) const {
+  const std::size_t packets = (bytes + shape_.packet - 1) / shape_.packet;
+  return std::min(packets * shape_.packet, LargestTransfer());
+}
+
+// The room that a read will need beyond the kept bytes is taken before any byte moves, so that none
+// is lost for want of memory. A packet's room is always there, for transfers that break off oddly.
+void UsbPipe::TakeRoom(std::size_t size) {
+  const std::size_t left = size - std::min(size, kept_size_);
+  const std::size_t needed =
+      left % shape_.packet != 0 ? WholePackets(left) : std::size_t{shape_.packet};
+  if (room_.size() < needed) room_.resize(needed);
+}
+
+// Many small reads may follow one large one that was cut, so nothing is moved up; what its bytes
+// took beyond a transfer's is given back.
 // Returns: whether the read ends with these bytes.
 bool UsbPipe::TakeKept(std::span<std::uint8_t> buffer, std::size_t* got) {
-  const auto kept = std::span(kept_).subspan(kept_from_);
-  *got = std::min(buffer.size(), kept.size());
-  std::copy_n(kept.begin(), *got, buffer.begin());
+  *got = std::min(buffer.size(), kept_size_);
+  std::copy_n(room_.data() + kept_from_, *got, buffer.begin());
   kept_from_ += *got;
-  if (kept_from_ < kept_.size()) return true;
-  kept_ = {};
-  kept_from_ = 0;
+  kept_size_ -= *got;
+  if (kept_size_ > 0) return true;
+  if (room_.size() > LargestTransfer()) {
+    room_.resize(LargestTransfer());
+    room_.shrink_to_fit();
+  }
   const bool ends = kept_ends_short_;
   kept_ends_short_ = false;
   return ends || *got == buffer.size();
 }
 
-// Comes only when what was kept before has been read, or stands whole behind these bytes.
-void UsbPipe::Keep(std::span<const std::uint8_t> bytes) {
-  kept_.insert(kept_.begin(), bytes.begin(), bytes.end());
+// PutBack keeps bytes that a read gave up, before those that are kept already.
+void UsbPipe::PutBack(std::span<const std::uint8_t> bytes) {
+  if (bytes.empty()) return;
+  const auto kept = std::span(room_).subspan(kept_from_, kept_size_);
+  std::vector<std::uint8_t> room;
+  room.reserve(bytes.size() + kept.size());
+  room.insert(room.end(), bytes.begin(), bytes.end());
+  room.insert(room.end(), kept.begin(), kept.end());
+  kept_from_ = 0;
+  kept_size_ = room.size();
+  room_ = std::move(room);
 }
 
 // One transfer of a read; *full: the device may have more for this read.
 UsbSession::Moved UsbPipe::ReadPart(UsbSession& session, std::span<std::uint8_t> left,
                                     UsbSession::Time deadline, bool* full) {
-  const std::size_t whole = std::min(left.size() - left.size() % shape_.packet, LargestTransfer());
-  if (whole > 0) {
-    const auto moved = session.Transfer(shape_, left.first(whole), deadline);
-    *full = moved.bytes == whole;
+  if (left.size() % shape_.packet == 0 || left.size() >= LargestTransfer()) {
+    const auto whole = left.first(std::min(left.size(), LargestTransfer()));
+    const auto moved = session.Transfer(shape_, whole, deadline);
+    *full = moved.bytes == whole.size();
     return moved;
   }
-  std::array<std::uint8_t, kLargestPacket> room;
-  const auto packet = std::span(room).first(shape_.packet);
-  auto moved = session.Transfer(shape_, packet, deadline);
+  const auto packets =
+      std::span(room_).first(WholePackets(std::min(left.size(), room_.size() - shape_.packet + 1)));
+  auto moved = session.Transfer(shape_, packets, deadline);
   const auto taken = std::min<std::size_t>(moved.bytes, left.size());
-  std::copy_n(packet.begin(), taken, left.begin());
-  if (moved.bytes > taken) {
-    Keep(packet.subspan(taken, moved.bytes - taken));
-    kept_ends_short_ = moved.bytes < shape_.packet;
-  }
-  *full = moved.bytes == shape_.packet;
+  std::copy_n(packets.begin(), taken, left.begin());
+  kept_from_ = taken;
+  kept_size_ = moved.bytes - taken;
+  *full = moved.bytes == packets.size();
+  kept_ends_short_ = kept_size_ > 0 && !*full;
   moved.bytes = static_cast<std::uint32_t>(taken);
   return moved;
 }
@@ -95,6 +118,7 @@ IOReturn UsbPipe::Read(UsbSession& session, std::span<std::uint8_t> buffer, UsbT
   if (UsbInterrupt::Wait({})) return kIOReturnAborted;
   const Deadlines deadlines(times);
   std::size_t filled = 0;
+  TakeRoom(buffer.size());
   bool more = !TakeKept(buffer, &filled);
   IOReturn result = kIOReturnSuccess;
   while (more && filled < buffer.size()) {
@@ -109,7 +133,7 @@ IOReturn UsbPipe::Read(UsbSession& session, std::span<std::uint8_t> buffer, UsbT
   }
   if (result == kIOUSBTransactionTimeout && filled > 0) result = kIOReturnSuccess;
   if (result != kIOReturnSuccess) {
-    Keep(buffer.first(filled));
+    PutBack(buffer.first(filled));
     return result;
   }
   *got = static_cast<std::uint32_t>(filled);
