@@ -5,20 +5,10 @@
 // Thread rule: one at a time.
 #pragma once
 
-#include <cstdint>
-#include <string>
-
+#include "bench/ScanUsage.h"
 #include "sim/VirtualDevice.h"
 
 namespace vox::bench {
-
-struct Usage {
-  bool done = false;     // the scan went as it should
-  double lines = 0;      // client lines read
-  double peak_mib = 0;   // greatest resident memory so far (VmHWM)
-  double cpu_share = 0;  // of one core, while it ran or waited
-  double seconds = 0;    // that took
-};
 
 // ReadSlowly scans the whole bed in colour at 1200 dpi and takes a line every `pause_us`.
 Usage ReadSlowly(const sim::VirtualDevice& device, unsigned pause_us);
