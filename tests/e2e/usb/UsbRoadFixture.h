@@ -15,20 +15,13 @@
 
 #include "tests/e2e/Ask.h"
 #include "tests/e2e/SameLines.h"
-#include "tests/e2e/ScanClient.h"
+#include "tests/e2e/usb/UsbClient.h"
 #include "tests/support/Footprint.h"
 #include "tests/support/PluggedScanner.h"
 #include "tests/support/SmallDevice.h"
 #include "tests/unit/core/Scratch.h"
-#include "vox/drivers/usb/TwImgIFUsb.h"
 
 namespace vox::test {
-
-class UsbClient : public ScanClient<CTwImgIFUsb> {
- public:
-  explicit UsbClient(const char* serial)
-      : ScanClient(std::make_unique<CTwImgIFUsb>("Veltronix QD7200", serial)) {}
-};
 
 class UsbRoadTest : public testing::Test {
  protected:
@@ -48,14 +41,9 @@ class UsbRoadTest : public testing::Test {
   sim::UsbDevice& Device() { return scanner_->Device(); }
   sim::EventLog& Events() { return Device().Events(); }
 
-  // What the device must be asked for, and the client lines of a page.
-  sim::ScanInfo Request(const tagTWSCANPARAM& request) {
-    sim::ScanInfo info = DeviceRequest(request, client_->Range());
-    info.encode_type = 0;
-    return info;
-  }
+  sim::ScanInfo Request(const tagTWSCANPARAM& request) { return client_->Request(request); }
   std::vector<Line> Expected(const tagTWSCANPARAM& request, std::size_t page = 0) {
-    return ExpectedLines(Device().Foretell(), request, Request(request), page);
+    return client_->Expected(Device().Foretell(), request, page);
   }
   // Unread counts the bytes that the device had to give up because the host opened it anew.
   std::uint64_t Unread() {

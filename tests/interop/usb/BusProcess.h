@@ -47,10 +47,11 @@ class BusProcess {
   std::string Lengths(const std::string& name) { return Tell("lengths " + name); }
   int Claims(const std::string& name) { return std::stoi(Tell("claims " + name)); }
   int ClearedHalts(const std::string& name) { return std::stoi(Tell("cleared " + name)); }
+  // Tell sends a command as BusServer.cpp reads it, such as BusScanners.h's, and gives the answer.
+  std::string Tell(const std::string& line) VOX_EXCLUDES(mutex_);
   std::size_t Unsent(const std::string& name) { return std::stoul(Tell("unsent " + name)); }
 
  private:
-  std::string Tell(const std::string& line) VOX_EXCLUDES(mutex_);
   std::string ReadLine();
 
   Mutex mutex_;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "sim/usbbus/UsbBus.h"
+#include "tests/interop/usb/BusScanners.h"
 #include "tests/interop/usb/ScriptDevice.h"
 
 namespace vox::test {
@@ -53,6 +54,7 @@ class Server {
     std::string verb;
     words >> verb;
     if (verb == "plug") return Plug(words);
+    if (verb == "scanner") return scanners_.Answer(bus_, words);
     std::string name;
     words >> name;
     if (verb == "unplug") return bus_.Unplug(name), "ok";
@@ -122,6 +124,7 @@ class Server {
 
   std::map<std::string, std::unique_ptr<ScriptDevice>> devices_;
   std::vector<std::unique_ptr<ScriptDevice>> unplugged_;
+  BusScanners scanners_;
   sim::UsbBus bus_;  // goes first: its threads use the devices
 };
 
