@@ -1,5 +1,6 @@
 #include "tests/support/JbigOracle.h"
 
+#include "tests/support/JbigTemplate.h"
 #include "vox/drivers/libjbig3/jbigtbl.h"
 
 namespace vox::test {
@@ -192,24 +193,9 @@ int JbigOracle::Pixel(int x, int lines_above) const {
   return line[static_cast<std::size_t>(x / 8)] >> (7 - x % 8) & 1;
 }
 
-// The ten pixels of a context, most significant bit first: how far to the right, how many lines up.
-struct Place {
-  int dx, up;
-};
-constexpr Place kAt = {2, 1};  // where the AT pixel is unless it is moved
-constexpr Place kThreeLines[10] = {{-1, 2}, {0, 2}, {1, 2}, {-2, 1}, {-1, 1},
-                                   {0, 1},  {1, 1}, kAt,    {-2, 0}, {-1, 0}};
-constexpr Place kTwoLines[10] = {{-3, 1}, {-4, 0}, {-3, 0}, {-2, 1}, {-1, 1},
-                                 {0, 1},  {1, 1},  kAt,     {-2, 0}, {-1, 0}};
-
 int JbigOracle::ContextOf(int x) const {
-  int context = 0;
-  for (int i = 0; i < 10; ++i) {
-    Place place = image_.lines == 2 ? kTwoLines[i] : kThreeLines[i];
-    if (i == 7 && state_.at_moved && state_.tx > 0) place = {-state_.tx, 0};
-    context = context * 2 + Pixel(x + place.dx, place.up);
-  }
-  return context;
+  return TemplateContext(image_.lines, state_.at_moved ? state_.tx : 0, x,
+                         [this](int at, int up) { return Pixel(at, up); });
 }
 
 void JbigOracle::Pixels() {

@@ -1,9 +1,10 @@
 #include "vox/drivers/libjbig3/arithenc.h"
 
+#include <cstring>
+
 #include "vox/drivers/libjbig3/rf2jbig.h"
 
 namespace vox {
-
 void ENCODER::load(BYTEW* state) {
   work = state;
   regs.c = state->Creg;
@@ -26,5 +27,27 @@ void ENCODER::store() {
     regs.c &= (std::uint64_t{1} << (19 + regs.m)) - 1;
   }
 }
+
+template <int LINES>
+void ENCODER::load_contexts(const WORD* context_buff) {
+  CXBANK bank;
+  cx_load<LINES>(bank, context_buff);
+  for (DWORD i = 0; i < kContexts; ++i) {
+    const ENCPAIR pair = enc_pair(bank.word[i]);
+    std::memcpy(word + 2 * i, &pair, sizeof pair);
+  }
+}
+
+template <int LINES>
+void ENCODER::store_contexts(WORD* context_buff) const {
+  CXBANK bank;
+  for (DWORD i = 0; i < kContexts; ++i) bank.word[i] = word[2 * i];  // state and mps are in both
+  cx_store<LINES>(bank, context_buff);
+}
+
+template void ENCODER::load_contexts<2>(const WORD*);
+template void ENCODER::load_contexts<3>(const WORD*);
+template void ENCODER::store_contexts<2>(WORD*) const;
+template void ENCODER::store_contexts<3>(WORD*) const;
 
 }  // namespace vox

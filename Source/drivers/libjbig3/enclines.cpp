@@ -22,20 +22,33 @@ struct ENCLINE {
   void encode(unsigned width);
   bool skip_run(ENCREGS& regs);
   void pixels(ENCREGS& regs, unsigned count);
+  void whole_byte(ENCREGS& regs);
   void next_byte();
-  DWORD at_of_byte() const { return tx < 8 ? pair >> tx & 0xFF : far_at_pixels(src, b, tx); }
+  DWORD at_pixels() const {
+    if constexpr (AT) return tx < 8 ? pair >> tx & 0xFF : far_at_pixels(src, b, tx);
+    return 0;
+  }
+  // The word of pixel j: its context in raster order, then the pixel itself.
+  DWORD word_at(unsigned j, DWORD at) const {
+    constexpr ATPLACE kPlace = AT ? kAtFar : kAtDefault;
+    DWORD place = windows.template context<kPlace>(j) << 1;
+    if constexpr (AT) place |= (at >> (7 - j) & 1) << (RASTER<LINES>::kAtShift + 1);
+    return place | (pair >> (7 - j) & (RASTER<LINES>::kCurrent << 1 | 1));
+  }
 };
 
 template <int LINES, bool AT>
-inline void ENCLINE<LINES, AT>::pixels(ENCREGS& regs, unsigned count) {
-  constexpr ATPLACE kPlace = AT ? kAtFar : kAtDefault;
-  const DWORD at = AT ? at_of_byte() : 0;
-  for (unsigned j = 0; j < count; ++j) {
-    DWORD context = windows.template context<kPlace>(j);
-    context |= pair >> (8 - j) & RASTER<LINES>::kCurrent;
-    if constexpr (AT) context |= (at >> (7 - j) & 1) << RASTER<LINES>::kAtShift;
-    regs.code(encoder, encoder.cx.word[context], pair >> (7 - j) & 1);
-  }
+void ENCLINE<LINES, AT>::pixels(ENCREGS& regs, unsigned count) {
+  const DWORD at = at_pixels();
+  for (unsigned j = 0; j < count; ++j) regs.code(encoder, word_at(j, at));
+}
+
+template <int LINES, bool AT>
+[[gnu::always_inline]] inline void ENCLINE<LINES, AT>::whole_byte(ENCREGS& regs) {
+  if (regs.a > 0xFFFF) [[unlikely]]  // a stripe's first pixels
+    return pixels(regs, 8);
+  const DWORD at = at_pixels();
+  regs.eight(encoder, [&](unsigned j) { return word_at(j, at); });
 }
 
 template <int LINES, bool AT>
@@ -46,20 +59,19 @@ inline void ENCLINE<LINES, AT>::next_byte() {
   pair = (pair << 8 | src[b]) & 0xFFFF;
 }
 
-// Encodes `left` pixels of the likely colour in context `word`.
-void give_run(ENCODER& encoder, ENCREGS& regs, DWORD& word, DWORD left) {
-  const BYTE colour = word >> 5 & 1;
+// Encodes `left` pixels of word `at`, the likely ones of their context.
+void give_run(ENCODER& encoder, ENCREGS& regs, DWORD at, DWORD left) {
   while (left > 0) {
-    const DWORD qe = word >> 16;
+    const DWORD qe = encoder.word[at] >> 16;
     const DWORD room = regs.a - 0x8000;
     if (std::uint64_t{qe} * left <= room) {
       regs.a -= qe * left;
       return;
     }
     const DWORD quick = room / qe;
-    regs.a -= (quick + 1) * qe;
+    regs.a -= quick * qe;
     left -= quick + 1;
-    regs.slow(encoder, word, colour);
+    regs.slow(encoder, at);
   }
 }
 
@@ -72,13 +84,13 @@ inline bool ENCLINE<LINES, AT>::skip_run(ENCREGS& regs) {
   if (fill != 0 && fill != 0xFF) return false;
   constexpr DWORD kCurrent = RASTER<LINES>::kCurrent;
   if ((pair >> 8 & kCurrent) != (fill & kCurrent) || !windows.all(fill)) return false;
-  DWORD& word = encoder.cx.word[fill ? kContexts - 1 : 0];
-  if ((word >> 5 & 1) != (fill & 1)) return false;
+  const DWORD at = fill ? 2 * kContexts - 1 : 0;
+  if ((encoder.word[at] & kUnlikely) != 0) return false;
   if (AT && plain.pixels < tx) return false;
   const unsigned limit = run_end(src, b + 1, bytes - 1, fill);
   const unsigned run = run_above<LINES>(above, above2, b, limit, fill);
   if (run == 0) return false;
-  give_run(encoder, regs, word, 8 * run);
+  give_run(encoder, regs, at, 8 * run);
   b += run;
   plain.pixels += 8 * run;
   windows.load(above, above2, b, bytes);
@@ -93,7 +105,7 @@ void ENCLINE<LINES, AT>::encode(unsigned width) {
   pair = src[0];
   while (b + 1 < bytes) {
     if (skip_run(regs)) continue;
-    pixels(regs, 8);
+    whole_byte(regs);
     next_byte();
   }
   pixels(regs, width - 8 * b);

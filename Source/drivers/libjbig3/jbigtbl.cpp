@@ -1,5 +1,6 @@
 #include "vox/drivers/libjbig3/jbigtbl.h"
 
+#include "vox/drivers/libjbig3/arithenc.h"
 #include "vox/drivers/libjbig3/jbigpack.h"
 
 namespace vox {
@@ -108,9 +109,18 @@ constexpr CXNEXT all_successors() {
   return next;
 }
 
+constexpr ENCNEXT all_pairs() {
+  constexpr CXNEXT kNext = all_successors();
+  ENCNEXT pairs{};
+  for (unsigned lps = 0; lps < 2; ++lps)
+    for (unsigned i = 0; i < 256; ++i) pairs[lps][i] = enc_pair(kNext[lps][i]);
+  return pairs;
+}
+
 }  // namespace
 
 constexpr std::array<DWORD, 256> JbigWord = all_words();
 constexpr CXNEXT JbigNext = all_successors();
+constexpr ENCNEXT JbigNextPair = all_pairs();
 
 }  // namespace vox

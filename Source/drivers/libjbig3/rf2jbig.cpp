@@ -61,7 +61,7 @@ int IMAGEENC<LINES>::run() {
   m_work->codecstr = m_codec;
   if (command == CODEC_START) start_image();
   m_encoder.load(m_work);
-  cx_load<LINES>(m_encoder.cx, m_codec->ContextBuff);
+  m_encoder.load_contexts<LINES>(m_codec->ContextBuff);
   return finish(command == CODEC_END ? CODEC_DONE : encode());
 }
 
@@ -94,8 +94,7 @@ template <int LINES>
 bool IMAGEENC<LINES>::is_typical() {
   if (!m_codec->Tpb) return false;
   const BYTE lntp = cmp_line(m_codec, m_src, m_lines.above()) != 0 ? 1 : 0;
-  m_encoder.regs.code(m_encoder, m_encoder.cx.word[kTpRaster<LINES>],
-                      lntp == m_work->Lntpc ? 1 : 0);
+  m_encoder.regs.code(m_encoder, 2 * kTpRaster<LINES> + (lntp == m_work->Lntpc ? 1 : 0));
   m_work->Lntpc = lntp;
   return lntp == 0;
 }
@@ -126,7 +125,7 @@ void IMAGEENC<LINES>::end_image() {
 template <int LINES>
 int IMAGEENC<LINES>::finish(int status) {
   m_encoder.store();
-  cx_store<LINES>(m_encoder.cx, m_codec->ContextBuff);
+  m_encoder.store_contexts<LINES>(m_codec->ContextBuff);
   m_lines.settle();
   if (status == CODEC_DONE) end_image();
   if (!m_work->Fend) m_codec->CodeSize = m_codec->szCBuff - m_work->c_rsize;

@@ -26,9 +26,8 @@ Bytes OurCode(int state, int mps, std::span<const int> pixels) {
   contexts[1] = static_cast<BYTE>(state);
   ENCODER encoder;
   encoder.load(&work);
-  cx_load<3>(encoder.cx, block.codec.ContextBuff);
-  for (const int pixel : pixels)
-    encoder.regs.code(encoder, encoder.cx.word[0], static_cast<DWORD>(pixel));
+  encoder.load_contexts<3>(block.codec.ContextBuff);
+  for (const int pixel : pixels) encoder.regs.code(encoder, static_cast<DWORD>(pixel));
   encoder.store();
   Flush(&work);
   out.resize(out.size() - work.c_rsize);

@@ -67,9 +67,9 @@ TEST_P(Arithmetic, Encodes) {
   init_jbig_c(&m_work);
   ENCODER encoder;
   encoder.load(&m_work);
-  cx_clear(encoder.cx);
+  encoder.load_contexts<3>(m_codec.ContextBuff);
   for (std::size_t i = 0; i < 256; ++i)
-    encoder.regs.code(encoder, encoder.cx.word[BitOf(m_contexts, i)], BitOf(m_pixels, i));
+    encoder.regs.code(encoder, 2 * BitOf(m_contexts, i) + BitOf(m_pixels, i));
   encoder.store();
   Flush(&m_work);
   out.resize(100 - m_work.c_rsize);
