@@ -2,9 +2,26 @@
 
 #include <cstring>
 
+#include "vox/drivers/libjbig3/jbigtbl.h"
 #include "vox/drivers/libjbig3/rf2jbig.h"
 
 namespace vox {
+namespace {
+
+// What Byte_out does with most bytes: the one before goes out, with the carry, and `top` waits for
+// the next. Returns false, with nothing done, where 0x00 or 0xFF bytes or a full buffer are met.
+bool pass_on(BYTEW* work, DWORD top) {
+  const auto byte = static_cast<BYTE>(work->Breg + (top >> 8));
+  if (top == 0xFF || byte == 0 || byte == 0xFF || work->c_rsize == 0) return false;
+  if ((work->First | work->Zeros | static_cast<DWORD>(work->SCreg)) != 0) return false;
+  *work->c_addr++ = work->fillorder ? byte : LSBMSB[byte];
+  --work->c_rsize;
+  work->Breg = static_cast<BYTE>(top);
+  return true;
+}
+
+}  // namespace
+
 void ENCODER::load(BYTEW* state) {
   work = state;
   regs.c = state->Creg;
@@ -22,8 +39,11 @@ void ENCODER::store() {
 [[gnu::noinline]] void ENCODER::emit() {
   while (regs.m >= 8) {
     regs.m -= 8;
-    work->Creg = static_cast<DWORD>(regs.c >> regs.m);
-    Byte_out(work);
+    const auto code = static_cast<DWORD>(regs.c >> regs.m);
+    if (!pass_on(work, code >> 19)) {
+      work->Creg = code;
+      Byte_out(work);
+    }
     regs.c &= (std::uint64_t{1} << (19 + regs.m)) - 1;
   }
 }
