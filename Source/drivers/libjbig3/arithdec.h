@@ -62,6 +62,14 @@ struct DECODER {
   void load(BYTEW* state);
   void store();
   void refill();
+  // The same for registers that are kept elsewhere.
+  [[gnu::always_inline]] void refill(std::uint64_t& c, int& nb) {
+    regs.c = c;
+    regs.nb = nb;
+    refill();
+    c = regs.c;
+    nb = regs.nb;
+  }
 
  private:
   void take_eight(std::uint64_t bytes);
@@ -80,13 +88,8 @@ inline DWORD DECREGS::slow(DECODER& decoder, DWORD& word) {
   a <<= shift;
   c <<= shift;
   nb -= shift;
-  if (nb < 0) [[unlikely]] {
-    decoder.regs.c = c;
-    decoder.regs.nb = nb;
-    decoder.refill();
-    c = decoder.regs.c;
-    nb = decoder.regs.nb;
-  }
+  if (nb < 0) [[unlikely]]
+    decoder.refill(c, nb);
   set_threshold();
   return (index & 1) ^ lps;
 }

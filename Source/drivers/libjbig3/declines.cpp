@@ -18,7 +18,10 @@ struct DECLINE {
   unsigned b = 0;  // the byte that is being decoded
   DWORD past = 0;
   PLAINRUN plain{};
+  unsigned effort = 0;  // renormalisations in this line, those of the last bytes counting most
 
+  // From this effort on, three renormalisations in eight pixels, a byte is busy.
+  static constexpr unsigned kBusy = 6;
   static constexpr DWORD kCurrent = RASTER<LINES>::kCurrent;
 
   // The loop over whole bytes keeps the registers in locals; the other steps find them in
@@ -28,6 +31,7 @@ struct DECLINE {
   bool skip_run();
   void whole_byte(DECREGS& regs);
   void eight_pixels(DECREGS& regs);
+  void eight_busy_pixels(DECREGS& regs);
   void pixels(unsigned from, unsigned count);
   void next_byte();
   DWORD at_of_byte() const { return AT == kAtFar ? far_at_pixels(dst, b, tx) : 0; }
@@ -70,6 +74,7 @@ template <int LINES, ATPLACE AT>
   std::uint64_t last = std::uint64_t{past & 1} << 5;  // the pixel to the left, as a shift count
   DWORD left = past >> 1;                             // the pixels to the left of that
   std::uint64_t pair = pair_at(words + context(0, at, left << 1));
+  unsigned slow = 0;
 #pragma GCC unroll 8
   for (unsigned j = 0; j < 8; ++j) {
     const auto word = static_cast<DWORD>(pair >> (last & 63));
@@ -79,6 +84,7 @@ template <int LINES, ATPLACE AT>
     scaled -= word;
     last = word;
     if (scaled < limit) [[unlikely]] {
+      ++slow;
       regs.a = scaled >> 16;
       last = std::uint64_t{regs.slow(decoder, words[context(j, at, left)])} << 5;
       scaled = regs.a << 16 | 0xFFFF;
@@ -86,8 +92,66 @@ template <int LINES, ATPLACE AT>
       pair = pair_at(words + next);
     }
   }
+  effort = effort / 2 + slow;
   regs.a = scaled >> 16;
   past = left << 1 | (static_cast<DWORD>(last) >> 5 & 1);
+  dst[b] = static_cast<BYTE>(past);
+}
+
+// Keeps the compiler from making branches of what follows from a value.
+inline DWORD opaque(DWORD value) {
+  asm("" : "+r"(value));
+  return value;
+}
+
+// The same where the more probable pixel is not much more so, as in halftones: whether A falls
+// below T cannot be foreseen there, and a wrong guess costs more than a renormalisation. So every
+// pixel goes all the way, a shift by 0 included, and nothing branches but the refill.
+template <int LINES, ATPLACE AT>
+[[gnu::noinline]] void DECLINE<LINES, AT>::eight_busy_pixels(DECREGS& regs) {
+  const DWORD at = at_of_byte();
+  DWORD* const words = decoder.cx.word;
+  DWORD a = regs.a;
+  std::uint64_t c = regs.c;
+  int nb = regs.nb;
+  DWORD left = past;
+  DWORD* place = words + context(0, at, left);
+  DWORD word = *place;
+  DWORD moved = 0;
+#pragma GCC unroll 8
+  for (unsigned j = 0; j < 8; ++j) {
+    const DWORD index = word >> 5 & 0xFF;
+    const DWORD qe = word >> 16;
+    DWORD* const next = words + (j < 7 ? context(j + 1, at, left << 1) : 0);
+    const DWORD upper_shift = JbigShift[index];
+    a -= qe;
+    const DWORD upper = opaque(static_cast<DWORD>(c >> 48) >= a ? ~DWORD{0} : 0);
+    const DWORD lps = opaque((a < qe ? 1u : 0u) ^ (upper & 1));
+    // In the lower part A is above 0x2000: 2 below 0x4000, 1 below 0x8000, else 0.
+    const DWORD lower_shift = opaque((a >> 14 ^ 3) * 3 >> 2);
+    c -= std::uint64_t{a & upper} << 48;
+    a ^= (a ^ qe) & upper;
+    const DWORD shift = lower_shift ^ ((lower_shift ^ upper_shift) & upper);
+    const DWORD moves = a >> 15 ^ 1;
+    *place = JbigStep[lps + moves][index];
+    moved += moves;
+    a <<= shift;
+    c <<= shift;
+    nb -= static_cast<int>(shift);
+    const DWORD pixel = (index & 1) ^ lps;
+    left = left << 1 | pixel;
+    place = next + pixel;
+    const DWORD zero = next[0], one = next[1];
+    word = zero ^ ((zero ^ one) & (0 - pixel));
+    if (nb < 0) [[unlikely]]
+      decoder.refill(c, nb);
+  }
+  effort = effort / 2 + moved;
+  regs.a = a;
+  regs.c = c;
+  regs.nb = nb;
+  regs.set_threshold();
+  past = left;
   dst[b] = static_cast<BYTE>(past);
 }
 
@@ -100,7 +164,10 @@ template <int LINES, ATPLACE AT>
     pixels(0, 8);
     regs = decoder.regs;
   } else if constexpr (AT != kAtNear) {
-    eight_pixels(regs);
+    if (effort >= kBusy)
+      eight_busy_pixels(regs);
+    else
+      eight_pixels(regs);
   }
 }
 
@@ -118,11 +185,12 @@ int take_run(DECODER& decoder, DWORD& word, DWORD left) {
   DWORD pixel = colour;
   while (left > 0 && pixel == colour) {
     const DWORD qe = word >> 16;
-    const DWORD likely = (regs.a - regs.t) / qe;
-    if (likely >= left) {
+    const DWORD room = regs.a - regs.t;
+    if (left * qe <= room) {
       regs.a -= left * qe;
       break;
     }
+    const DWORD likely = room / qe;
     regs.a -= (likely + 1) * qe;
     left -= likely + 1;
     pixel = regs.slow(decoder, word);

@@ -29,6 +29,14 @@ struct CXBANK {
 using CXNEXT = std::array<std::array<DWORD, 256>, 2>;
 extern const CXNEXT JbigNext;
 
+// The word after a pixel, renormalised or not: [0] the same, [1] after a renormalisation for the
+// more probable pixel, [2] after the less probable one.
+using CXSTEP = std::array<std::array<DWORD, 256>, 3>;
+extern const CXSTEP JbigStep;
+
+// How far the Qe of (state, mps) is shifted until it reaches 0x8000.
+extern const std::array<BYTE, 256> JbigShift;
+
 // The words of all (state, mps), the state in bits 1 to 7 and mps in bit 0 of the index; states
 // beyond the table stand for state 0.
 extern const std::array<DWORD, 256> JbigWord;

@@ -1,5 +1,7 @@
 #include "vox/drivers/libjbig3/jbigtbl.h"
 
+#include <bit>
+
 #include "vox/drivers/libjbig3/arithenc.h"
 #include "vox/drivers/libjbig3/jbigpack.h"
 
@@ -117,8 +119,22 @@ constexpr ENCNEXT all_pairs() {
   return pairs;
 }
 
+constexpr CXSTEP all_steps() {
+  const CXNEXT next = all_successors();
+  return {all_words(), next[0], next[1]};
+}
+
+constexpr std::array<BYTE, 256> all_shifts() {
+  std::array<BYTE, 256> shifts{};
+  for (unsigned i = 0; i < 256; ++i)
+    shifts[i] = static_cast<BYTE>(std::countl_zero(WORD{state_row(i).LSZ}));
+  return shifts;
+}
+
 }  // namespace
 
+constexpr CXSTEP JbigStep = all_steps();
+constexpr std::array<BYTE, 256> JbigShift = all_shifts();
 constexpr std::array<DWORD, 256> JbigWord = all_words();
 constexpr CXNEXT JbigNext = all_successors();
 constexpr ENCNEXT JbigNextPair = all_pairs();

@@ -92,16 +92,33 @@ struct PLAINRUN {
   }
 };
 
-// Returns the first index from `begin` on, `end` at most, at which the line differs from `fill`.
-inline unsigned run_end(const BYTE* line, unsigned begin, unsigned end, BYTE fill) {
+// The eight bytes at `bytes`, and how many of such a value are 0 before the first that is not.
+inline std::uint64_t eight_at(const BYTE* bytes) {
+  std::uint64_t eight = 0;
+  std::memcpy(&eight, bytes, sizeof eight);
+  return eight;
+}
+inline unsigned zeros_before(std::uint64_t eight) {
+  const bool little = std::endian::native == std::endian::little;
+  return static_cast<unsigned>(little ? std::countr_zero(eight) : std::countl_zero(eight)) / 8;
+}
+
+// Returns the first index from `begin` on, `end` at most, at which one of the lines differs from
+// `fill`; with two template lines the first counts alone.
+template <int LINES>
+unsigned run_end(const BYTE* line, const BYTE* line2, unsigned begin, unsigned end, BYTE fill) {
   const std::uint64_t fills = fill * std::uint64_t{0x0101010101010101};
   for (; begin + 8 <= end; begin += 8) {
-    std::uint64_t eight = 0;
-    std::memcpy(&eight, line + begin, sizeof eight);
-    if (eight != fills) break;
+    std::uint64_t other = eight_at(line + begin) ^ fills;
+    if constexpr (LINES == 3) other |= eight_at(line2 + begin) ^ fills;
+    if (other != 0) return begin + zeros_before(other);
   }
-  while (begin < end && line[begin] == fill) ++begin;
+  while (begin < end && line[begin] == fill && (LINES == 2 || line2[begin] == fill)) ++begin;
   return begin;
+}
+
+inline unsigned run_end(const BYTE* line, unsigned begin, unsigned end, BYTE fill) {
+  return run_end<2>(line, nullptr, begin, end, fill);
 }
 
 // How many bytes from b on, up to `limit`, are coded in one context when the current line goes on
@@ -109,8 +126,7 @@ inline unsigned run_end(const BYTE* line, unsigned begin, unsigned end, BYTE fil
 // b have been tested; limit is above b and an index of the line.
 template <int LINES>
 unsigned run_above(const BYTE* line, const BYTE* line2, unsigned b, unsigned limit, BYTE fill) {
-  unsigned end = run_end(line, b + 1, limit, fill);
-  if constexpr (LINES == 3) end = run_end(line2, b + 1, end, fill);
+  const unsigned end = run_end<LINES>(line, line2, b + 1, limit, fill);
   const bool seen = ((line[end] ^ fill) & RASTER<LINES>::kPeeksAbove) != 0 ||
                     (LINES == 3 && ((line2[end] ^ fill) & RASTER<LINES>::kPeeksAbove2) != 0);
   return end - b - (seen ? 1 : 0);
