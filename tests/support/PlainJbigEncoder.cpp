@@ -176,4 +176,10 @@ void PlainJbigEncoder::Pixels() {
     Encode(TemplateContext(image_.lines, static_cast<int>(image_.tx), x, pixel), Pixel(x, 0));
 }
 
+std::vector<std::uint8_t> PlainEncode(const Picture& picture, const JbigShape& shape) {
+  PlainJbigEncoder plain(shape);
+  for (unsigned y = 0; y < picture.height; ++y) plain.Line(picture.Line(y));
+  return plain.End();
+}
+
 }  // namespace vox::test

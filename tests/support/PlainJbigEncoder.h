@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "tests/support/JbigShape.h"
+#include "tests/support/JbigDriver.h"
 
 namespace vox::test {
 
@@ -67,5 +67,8 @@ class PlainJbigEncoder {
   std::vector<std::uint8_t> stripe_;  // as BYTEOUT gives them
   std::vector<std::uint8_t> bie_;
 };
+
+// PlainEncode returns the whole BIE of a picture.
+std::vector<std::uint8_t> PlainEncode(const Picture& picture, const JbigShape& shape);
 
 }  // namespace vox::test

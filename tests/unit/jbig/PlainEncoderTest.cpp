@@ -11,12 +11,6 @@
 namespace vox::test {
 namespace {
 
-Bytes PlainEncode(const Picture& picture, const JbigShape& shape) {
-  PlainJbigEncoder plain(shape);
-  for (unsigned y = 0; y < picture.height; ++y) plain.Line(picture.Line(y));
-  return plain.End();
-}
-
 Picture Inverted(Picture picture) {
   for (unsigned y = 0; y < picture.height; ++y)
     for (unsigned x = 0; x < picture.width; ++x)
@@ -124,12 +118,12 @@ INSTANTIATE_TEST_SUITE_P(Seeds, PlainEncoder, testing::Range(0, 8));
 
 // Runs longer than any picture above, through every renormalisation of the narrowest states.
 TEST(PlainEncoderRuns, AgreeOnWideLines) {
-  for (const unsigned width : {4095u, 30000u, 65535u})
+  for (const unsigned width : {4095u, 65535u})
     for (const int lines : {2, 3})
       for (const unsigned tx : {0u, 5u, 127u}) {
-        Picture picture(width, 12);
-        for (unsigned y = 4; y < 12; ++y) picture.Set(width - 1 - y, y);
-        JbigShape shape{width, picture.height, 5, lines};
+        Picture picture(width, 5);
+        for (unsigned y = 2; y < 5; ++y) picture.Set(width - 1 - y, y);
+        JbigShape shape{width, picture.height, 4, lines};
         shape.tx = tx;
         ASSERT_EQ(Encode(picture, shape), PlainEncode(picture, shape)) << shape;
         ASSERT_EQ(Encode(Inverted(picture), shape), PlainEncode(Inverted(picture), shape)) << shape;
