@@ -164,13 +164,13 @@ function(vox_add_library)
   add_library(vox_jbig_objs OBJECT)
   add_library(vox_objs OBJECT)
   target_link_libraries(vox_jbig_objs PUBLIC vox_options)
-  target_link_libraries(vox_objs PUBLIC vox_options PRIVATE PkgConfig::PLIST)
+  target_link_libraries(vox_objs PUBLIC vox_options PRIVATE PkgConfig::PLIST PkgConfig::HWY)
 
   add_library(vox SHARED $<TARGET_OBJECTS:vox_jbig_objs> $<TARGET_OBJECTS:vox_objs>)
   add_library(Vox::vox ALIAS vox)
   set_target_properties(vox PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   target_link_libraries(vox PRIVATE $<BUILD_INTERFACE:vox_options> $<BUILD_INTERFACE:PkgConfig::PLIST>
-                            $<BUILD_INTERFACE:PkgConfig::LIBUSB>)
+                            $<BUILD_INTERFACE:PkgConfig::LIBUSB> $<BUILD_INTERFACE:PkgConfig::HWY>)
   target_compile_features(vox INTERFACE cxx_std_20)
   target_include_directories(vox INTERFACE $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>
                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
@@ -178,7 +178,7 @@ function(vox_add_library)
   add_library(vox_jbig STATIC $<TARGET_OBJECTS:vox_jbig_objs>)
   target_link_libraries(vox_jbig PUBLIC vox_options)
   add_library(vox_static STATIC $<TARGET_OBJECTS:vox_objs>)
-  target_link_libraries(vox_static PUBLIC vox_options vox_jbig PRIVATE PkgConfig::PLIST PkgConfig::LIBUSB)
+  target_link_libraries(vox_static PUBLIC vox_options vox_jbig PRIVATE PkgConfig::PLIST PkgConfig::LIBUSB PkgConfig::HWY)
 endfunction()
 
 # vox_bus_preload(VARIABLE): what a process on the emulated USB bus has preloaded; the run-time library of a sanitizer

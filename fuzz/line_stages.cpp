@@ -1,11 +1,13 @@
 // A page that runs through the rescaling stages equals the plain road line by line, whatever the
-// request and the device's block say, and no stage touches anything outside its stated buffers.
+// request and the device's block say, on every vector path of the machine, and no stage touches
+// anything outside its stated buffers.
 #include <cstdlib>
 #include <new>
 
 #include "fuzz/LineInput.h"
 #include "tests/support/PlainRoad.h"
 #include "tests/support/StagedPage.h"
+#include "tests/support/VectorPaths.h"
 #include "vox/drivers/LineStages.h"
 
 namespace {
@@ -39,9 +41,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t line = line_sizes(request, info).raw;
     std::vector<test::Line> raw;
     for (unsigned n = 0; n < info.Window.yExtent; ++n) raw.push_back(in.Pixels(line, n));
-    const bool equal =
-        test::StagedLines(request, info, raw) == test::ClientLines(request, info, raw);
-    if (!equal) std::abort();
+    const auto expected = test::ClientLines(request, info, raw);
+    for (const std::int64_t target : test::VectorPath::All()) {
+      const test::VectorPath path(target);
+      if (test::StagedLines(request, info, raw) != expected) std::abort();
+    }
   } catch (const std::bad_alloc&) {
     // A page that the stages refuse: a frame of negative width is as wide as no paper.
   }

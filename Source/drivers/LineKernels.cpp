@@ -3,21 +3,16 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "vox/drivers/EnlargePlaces.h"
+#include "vox/drivers/LineVectors.h"
 #include "vox/drivers/ShrinkSpans.h"
 
 namespace vox {
 namespace {
 
 constexpr unsigned kDefaultThreshold = 170;
-
-// The first `count` pixels, at most eight, in the high bits of a byte.
-unsigned char pack_bits(const unsigned char* src, unsigned count, unsigned threshold) {
-  unsigned bits = 0;
-  for (unsigned i = 0; i < count; ++i) bits |= (src[i] >= threshold ? 0x80u : 0u) >> i;
-  return static_cast<unsigned char>(bits);
-}
 
 }  // namespace
 
@@ -59,20 +54,17 @@ void ReduceWidth(unsigned char* dst, const unsigned char* src, unsigned dstW, un
 void BitReduceMonoLine(unsigned char* dst, const unsigned char* src, unsigned width,
                        unsigned threshold) noexcept {
   if (threshold == 0) threshold = kDefaultThreshold;
-  for (unsigned whole = width / 8; whole > 0; --whole, src += 8) {
-    *dst++ = pack_bits(src, 8, threshold);
+  if (threshold > 255) {
+    std::memset(dst, 0, (std::size_t{width} + 7) / 8);  // above every byte
+    return;
   }
-  if (width % 8 != 0) *dst = pack_bits(src, width % 8, threshold);
+  pack_line(dst, src, width, static_cast<unsigned char>(threshold));
 }
 
-void GradeLine(unsigned char* __restrict dst, const unsigned char* __restrict lower,
-               const unsigned char* __restrict upper, unsigned n, float f) noexcept {
+void GradeLine(unsigned char* dst, const unsigned char* lower, const unsigned char* upper,
+               unsigned n, float f) noexcept {
   const float part = f > 0.0f ? (f < 1.0f ? f : 1.0f) : 0.0f;
-  const float rest = 1.0f - part;
-  for (unsigned i = 0; i < n; ++i) {
-    dst[i] =
-        byte_in_range(static_cast<float>(lower[i]) * rest + static_cast<float>(upper[i]) * part);
-  }
+  blend_lines(dst, lower, upper, n, 1.0f - part, part);
 }
 
 }  // namespace vox

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "vox/drivers/LineKernels.h"
+#include "vox/drivers/LineVectors.h"
 #include "vox/drivers/ScanParameters.h"
 
 namespace vox {
@@ -88,6 +89,8 @@ HorizontalStage::HorizontalStage(const tagTWSCANPARAM& param, const _SCANINFO& i
       m_margin(static_cast<std::size_t>(std::uint64_t{info.dwLeftCutMargin} * m_sizes.depth / 8)),
       m_shift(m_sizes.depth == 1 ? info.dwLeftCutMargin % 8 : 0),
       m_rescale(rescales_width(param, info)),
+      m_whole(m_dwPlanes == 0 && m_shift == 0 &&
+              reachable(m_sizes.raw, m_margin, m_sizes.trimmed) == m_sizes.trimmed),
       m_scaler(width_scaler(param, info, m_sizes.depth)),
       m_line(m_rescale ? m_sizes.trimmed : 0) {}
 
@@ -95,6 +98,10 @@ void HorizontalStage::run(unsigned char* out, const unsigned char* raw) {
   std::memset(out, 0, m_sizes.device_room);
   if (!m_rescale) {
     trim(out, raw);
+    return;
+  }
+  if (m_whole) {
+    m_scaler.run(out, raw + m_margin);
     return;
   }
   trim(m_line.data(), raw);
@@ -176,12 +183,7 @@ void VerticalStage::begin(std::uint32_t j, unsigned char* out) {
   m_n = m_span.lower;
   m_out = out;
   m_target = m_reduce ? m_grey.data() : out;
-  if (m_mode == SHRINK) begin_shrink();
-}
-
-void VerticalStage::begin_shrink() {
-  m_fTotal = m_spans.total(m_span.lower, m_span.upper, m_j);
-  std::fill(m_sum.begin(), m_sum.end(), 0.0f);
+  if (m_mode == SHRINK) m_fTotal = m_spans.total(m_span.lower, m_span.upper, m_j);
 }
 
 void VerticalStage::add(const unsigned char* line) {
@@ -200,9 +202,9 @@ void VerticalStage::add_blended(const unsigned char* line) {
   } else if (m_span.lower == 0 || m_span.lower == m_yExtent - 1) {
     if (m_n == m_span.lower) copy(line, m_bytes);
   } else if (m_n == m_span.lower) {
-    m_first = line;
+    m_firstPart.line = line;
   } else {
-    GradeLine(m_target, m_first, line, static_cast<unsigned>(m_bytes),
+    GradeLine(m_target, m_firstPart.line, line, static_cast<unsigned>(m_bytes),
               place(m_j) - static_cast<float>(m_span.lower));
   }
 }
@@ -211,22 +213,28 @@ void VerticalStage::copy(const unsigned char* line, std::size_t size) {
   if (size != 0) std::memcpy(m_target, line, size);
 }
 
+// The lines of a span are summed from the first to the last, each as it comes: the first waits for
+// the second, and the last makes the bytes.
 void VerticalStage::add_shrunk(const unsigned char* line) {
-  if (m_fTotal == 0) {
+  if (m_fTotal == 0 || m_span.lower == m_span.upper) {
+    // One line with its own weight is that line: v * w / w is v within rounding.
     if (m_n == m_span.upper) copy(line, m_bytes);
     return;
   }
-  const float weight = m_spans.weight(m_n, m_j);
-  const float total = m_fTotal;
-  const unsigned char* const __restrict in = line;
-  float* const __restrict sum = m_sum.data();
-  for (std::size_t i = 0; i < m_bytes; ++i) sum[i] += static_cast<float>(in[i]) * weight / total;
+  const LINE_PART part{line, m_spans.weight(m_n, m_j)};
+  const bool last = m_n == m_span.upper;
+  if (m_n == m_span.lower) {
+    m_firstPart = part;
+  } else if (m_n > m_span.lower + 1) {
+    last ? mean_with(m_target, m_sum.data(), part, m_fTotal, m_bytes)
+         : sum_one(m_sum.data(), part, m_fTotal, m_bytes);
+  } else {
+    last ? mean_of_two(m_target, m_firstPart, part, m_fTotal, m_bytes)
+         : sum_two(m_sum.data(), m_firstPart, part, m_fTotal, m_bytes);
+  }
 }
 
 void VerticalStage::finish() {
-  if (m_mode == SHRINK && m_fTotal != 0) {
-    for (std::size_t i = 0; i < m_bytes; ++i) m_target[i] = byte_of_mean(m_sum[i]);
-  }
   std::size_t written = m_bytes;
   if (m_reduce) {
     BitReduceMonoLine(m_out, m_grey.data(), m_dwWidth, m_dwThreshold);

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "vox/drivers/LineVectors.h"
 #include "vox/drivers/ScanRecords.h"
 #include "vox/drivers/ShrinkSpans.h"
 #include "vox/drivers/WidthScaler.h"
@@ -69,6 +70,7 @@ class HorizontalStage {
   std::size_t m_margin;               // whole bytes of the left cut margin
   unsigned m_shift;                   // bits of the margin beyond them, 1-bit lines only
   bool m_rescale;                     // the trimmed line goes through m_scaler
+  bool m_whole;                       // the trimmed line lies in the raw one as it is
   WidthScaler m_scaler;               // does nothing for 1-bit lines
   std::vector<unsigned char> m_line;  // trimmed line on its way to m_scaler
 };
@@ -115,7 +117,6 @@ class VerticalStage {
  private:
   enum MODE { PASS, ENLARGE, SHRINK };
   float place(std::uint32_t j) const;
-  void begin_shrink();
   void add_blended(const unsigned char* line);
   void copy(const unsigned char* line, std::size_t size);
   void add_shrunk(const unsigned char* line);
@@ -130,15 +131,15 @@ class VerticalStage {
   std::size_t m_bytes;          // bytes of the pixels that are blended
   ShrinkSpans m_spans;
   std::vector<unsigned char> m_grey;  // the line before it is reduced to bilevel
-  std::vector<float> m_sum;           // weighted sum of the device lines so far (SHRINK)
+  std::vector<float> m_sum;           // weighted sum of a span's lines so far (SHRINK)
 
   // The client line in the making.
   std::uint32_t m_j = 0;
   LINE_SPAN m_span{};
-  std::uint32_t m_n = 0;                   // next device line
-  float m_fTotal = 0;                      // sum of the span's weights; 0: take the last line as is
-  const unsigned char* m_first = nullptr;  // first line of a blend
-  unsigned char* m_target = nullptr;       // where pixels go: m_grey or m_out
+  std::uint32_t m_n = 0;              // next device line
+  float m_fTotal = 0;                 // sum of the span's weights; 0: take the last line as is
+  LINE_PART m_firstPart{};            // first line of a span, until the second comes
+  unsigned char* m_target = nullptr;  // where pixels go: m_grey or m_out
   unsigned char* m_out = nullptr;
 };
 

@@ -3,12 +3,11 @@
 #include <algorithm>
 
 #include "vox/drivers/EnlargePlaces.h"
+#include "vox/drivers/LineVectors.h"
 #include "vox/drivers/ShrinkSpans.h"
 
 namespace vox {
 namespace {
-
-constexpr std::size_t kBlock = 256;  // target pixels that are summed at a time
 
 // The greatest number of source pixels that one target pixel takes.
 std::uint32_t widest_span(const ShrinkSpans& spans, std::uint32_t dstW) {
@@ -26,24 +25,33 @@ std::uint32_t widest_span(const ShrinkSpans& spans, std::uint32_t dstW) {
 
 WidthScaler::WidthScaler(std::uint32_t dstW, std::uint32_t srcW, std::uint32_t ps,
                          std::uint32_t taps)
-    : m_dwSrcWidth(srcW), m_ps(ps), m_dwTaps(taps), m_first(dstW) {
-  m_weight.resize(std::size_t{taps} * dstW * ps);
+    : m_dwSrcWidth(srcW), m_dwTaps(taps) {
+  m_tables.bytes = std::size_t{dstW} * ps;
+  m_tables.row = (m_tables.bytes + kWidthRow - 1) / kWidthRow * kWidthRow;
+  m_tables.source_bytes = std::size_t{srcW} * ps;
+  m_tables.ps = ps;
+  m_tables.first.resize(m_tables.bytes);
+  m_tables.weight.resize(taps * m_tables.row);
 }
 
 // All bytes of a pixel have the same weights; a table of bytes lets sums run straight on.
 void WidthScaler::set_weight(std::uint32_t o, std::uint32_t tap, float weight) {
-  std::fill_n(&m_weight[(tap * m_first.size() + o) * m_ps], m_ps, weight);
+  std::fill_n(&m_tables.weight[tap * m_tables.row + o * m_tables.ps], m_tables.ps, weight);
 }
 
 void WidthScaler::set_total(std::uint32_t o, float total) {
-  std::fill_n(&m_total[std::size_t{o} * m_ps], m_ps, total);
+  std::fill_n(&m_tables.total[o * m_tables.ps], m_tables.ps, total);
+  std::fill_n(&m_tables.share[o * m_tables.ps], m_tables.ps, 1.0f / total);
 }
 
 // Source pixel `first` becomes a tap of target pixel o, with as many behind it as fit the source.
 // Returns: which tap it is; the window moves left at the end of the line.
 std::uint32_t WidthScaler::set_window(std::uint32_t o, std::uint32_t first) {
-  m_first[o] = std::min(first, m_dwSrcWidth - m_dwTaps);
-  return first - m_first[o];
+  const std::uint32_t fitting = std::min(first, m_dwSrcWidth - m_dwTaps);
+  for (std::size_t c = 0; c < m_tables.ps; ++c) {
+    m_tables.first[o * m_tables.ps + c] = fitting * m_tables.ps + c;
+  }
+  return first - fitting;
 }
 
 void WidthScaler::set_copy(std::uint32_t o, std::uint32_t n) {
@@ -64,6 +72,8 @@ WidthScaler WidthScaler::expand(std::uint32_t dstW, std::uint32_t srcW, std::uin
     scaler.set_weight(i, 0, 1.0f - place.w);
     scaler.set_weight(i, 1, place.w);
   }
+  scaler.count_taps();
+  scaler.set_picks();
   return scaler;
 }
 
@@ -71,7 +81,8 @@ WidthScaler WidthScaler::reduce(std::uint32_t dstW, std::uint32_t srcW, std::uin
   if (dstW == 0 || srcW == 0 || ps == 0) return {};
   const ShrinkSpans spans(dstW, srcW);
   WidthScaler scaler(dstW, srcW, ps, widest_span(spans, dstW));
-  scaler.m_total.assign(std::size_t{dstW} * ps, 1.0f);
+  scaler.m_tables.total.assign(scaler.m_tables.row, 1.0f);
+  scaler.m_tables.share.assign(scaler.m_tables.row, 1.0f);
   std::uint32_t left = 0;
   for (std::uint32_t o = 0; o < dstW; ++o) {
     const std::uint32_t right = spans.right(o);
@@ -88,66 +99,59 @@ WidthScaler WidthScaler::reduce(std::uint32_t dstW, std::uint32_t srcW, std::uin
     }
     left = right + 1;
   }
+  scaler.count_taps();
+  scaler.set_picks();
   return scaler;
 }
 
+// Taps that no pixel of a chunk has need not be summed up there.
+void WidthScaler::count_taps() {
+  m_tables.taps.assign((m_tables.row + kWidthChunk - 1) / kWidthChunk, 1);
+  for (std::size_t tap = 1; tap < m_dwTaps; ++tap) {
+    for (std::size_t i = 0; i < m_tables.row; ++i) {
+      if (m_tables.weight[tap * m_tables.row + i] != 0) m_tables.taps[i / kWidthChunk] = tap + 1;
+    }
+  }
+}
+
+// The windows of a group reach from its first to its last source byte; those of the last groups
+// begin further left, so that they end with the source. A line that is narrower has none.
+void WidthScaler::set_picks() {
+  const std::size_t groups = (m_tables.bytes + kWidthGroup - 1) / kWidthGroup;
+  std::size_t widest = 1;
+  for (std::size_t i = 0; i < m_tables.bytes; i += kWidthGroup) {
+    const auto group = m_tables.first.begin() + static_cast<std::ptrdiff_t>(i);
+    const std::size_t count = std::min(kWidthGroup, m_tables.bytes - i);
+    const auto [low, high] = std::minmax_element(group, group + static_cast<std::ptrdiff_t>(count));
+    widest = std::max(widest, *high - *low + 1);
+  }
+  const std::size_t windows = (widest + kWidthGroup - 1) / kWidthGroup;
+  const std::size_t reach = windows * kWidthGroup + (m_dwTaps - 1) * m_tables.ps;
+  if (windows > kMaxWidthWindows || reach > m_tables.source_bytes) return;
+  m_tables.windows = windows;
+  m_tables.base.resize(m_tables.row / kWidthGroup);
+  m_tables.pick.assign(m_tables.row * windows, kPickNone);
+  for (std::size_t group = 0; group < groups; ++group) pick_group(group);
+}
+
+void WidthScaler::pick_group(std::size_t group) {
+  const std::size_t windows = m_tables.windows;
+  const std::size_t reach = windows * kWidthGroup + (m_dwTaps - 1) * m_tables.ps;
+  const std::size_t at = group * kWidthGroup;
+  const std::size_t count = std::min(kWidthGroup, m_tables.bytes - at);
+  const std::size_t* const first = m_tables.first.data() + at;
+  const std::size_t base =
+      std::min(*std::min_element(first, first + count), m_tables.source_bytes - reach);
+  m_tables.base[group] = base;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t byte = first[i] - base;
+    const std::size_t window = group * windows + byte / kWidthGroup;
+    m_tables.pick[window * kWidthGroup + i] = static_cast<unsigned char>(byte % kWidthGroup);
+  }
+}
+
 void WidthScaler::run(unsigned char* dst, const unsigned char* src) const {
-  switch (m_ps) {
-    case 1:
-      run_blocks<1>(dst, src);
-      break;
-    case 3:
-      run_blocks<3>(dst, src);
-      break;
-    default:
-      run_plain(dst, src);
-      break;
-  }
-}
-
-// Pixel sizes that no page has.
-void WidthScaler::run_plain(unsigned char* dst, const unsigned char* src) const {
-  const std::size_t row = m_first.size() * m_ps;
-  for (std::size_t i = 0; i < row; ++i) {
-    const unsigned char* const in = src + std::size_t{m_first[i / m_ps]} * m_ps + i % m_ps;
-    float sum = 0;
-    for (std::size_t tap = 0; tap < m_dwTaps; ++tap) {
-      sum += static_cast<float>(in[tap * m_ps]) * m_weight[tap * row + i];
-    }
-    dst[i] = byte_of_mean(m_total.empty() ? sum : sum / m_total[i]);
-  }
-}
-
-// A block's sums stay in cache, and its loops over bytes are such that compilers make vector code.
-template <unsigned PS>
-void WidthScaler::run_blocks(unsigned char* dst, const unsigned char* src) const {
-  float sum[kBlock * PS];
-  for (std::size_t at = 0; at < m_first.size(); at += kBlock) {
-    const std::size_t count = std::min(kBlock, m_first.size() - at);
-    unsigned char* const __restrict out = dst + at * PS;
-    sum_block<PS>(sum, src, at, count);
-    if (m_total.empty()) {
-      for (std::size_t i = 0; i < count * PS; ++i) out[i] = byte_in_range(sum[i]);
-    } else {
-      const float* const total = m_total.data() + at * PS;
-      for (std::size_t i = 0; i < count * PS; ++i) out[i] = byte_of_mean(sum[i] / total[i]);
-    }
-  }
-}
-
-template <unsigned PS>
-void WidthScaler::sum_block(float* sum, const unsigned char* src, std::size_t at,
-                            std::size_t count) const {
-  unsigned char bytes[kBlock * PS];
-  std::fill_n(sum, count * PS, 0.0f);
-  for (std::size_t tap = 0; tap < m_dwTaps; ++tap) {
-    for (std::size_t i = 0; i < count; ++i) {
-      const unsigned char* const pixel = src + (m_first[at + i] + tap) * PS;
-      for (std::size_t c = 0; c < PS; ++c) bytes[i * PS + c] = pixel[c];
-    }
-    const float* const w = m_weight.data() + (tap * m_first.size() + at) * PS;
-    for (std::size_t i = 0; i < count * PS; ++i) sum[i] += static_cast<float>(bytes[i]) * w[i];
-  }
+  scale_width(m_tables, dst, src);
 }
 
 }  // namespace vox

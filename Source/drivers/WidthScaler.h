@@ -4,14 +4,15 @@
 // Every target pixel is a weighted sum of the same number of neighbouring source pixels (m_dwTaps),
 // which all lie within the source: a pixel that needs fewer has weights of 0, and a product with 0
 // leaves a sum as it is, bit for bit. The sum runs from left to right; shrinking divides it by the
-// total of the weights afterwards.
+// total of the weights afterwards. LineVectors.h does the sums.
 //
 // Thread rule: a value; run() may be called from several threads at once.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "vox/drivers/WidthTables.h"
 
 namespace vox {
 
@@ -34,18 +35,13 @@ class WidthScaler {
   std::uint32_t set_window(std::uint32_t o, std::uint32_t first);
   void set_weight(std::uint32_t o, std::uint32_t tap, float weight);
   void set_total(std::uint32_t o, float total);
-  template <unsigned PS>
-  void run_blocks(unsigned char* dst, const unsigned char* src) const;
-  template <unsigned PS>
-  void sum_block(float* sum, const unsigned char* src, std::size_t at, std::size_t count) const;
-  void run_plain(unsigned char* dst, const unsigned char* src) const;
+  void count_taps();
+  void set_picks();
+  void pick_group(std::size_t group);
 
-  std::uint32_t m_dwSrcWidth = 0;      // pixels
-  std::uint32_t m_ps = 0;              // bytes of a pixel
-  std::uint32_t m_dwTaps = 0;          // source pixels of each target pixel, at most m_dwSrcWidth
-  std::vector<std::uint32_t> m_first;  // first source pixel of each target pixel
-  std::vector<float> m_weight;         // m_dwTaps rows of one weight a target byte
-  std::vector<float> m_total;          // sum of a target byte's weights; empty when enlarging
+  std::uint32_t m_dwSrcWidth = 0;  // pixels
+  std::uint32_t m_dwTaps = 0;      // source pixels of each target pixel, at most m_dwSrcWidth
+  WIDTH_TABLES m_tables;
 };
 
 }  // namespace vox
