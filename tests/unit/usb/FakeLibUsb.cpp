@@ -278,10 +278,10 @@ int libusb_handle_events_timeout(libusb_context* context, timeval*) {
   if (current->handle_events < 0 && std::ranges::none_of(context->flying, IsDue))
     return current->handle_events;
   context->ready.Clear();
-  const auto due = std::ranges::stable_partition(context->flying,
-                                                 [](const Flying& flown) { return !IsDue(flown); });
-  const std::vector<Flying> ended(due.begin(), due.end());
-  context->flying.erase(due.begin(), due.end());
+  const auto due = std::stable_partition(context->flying.begin(), context->flying.end(),
+                                         [](const Flying& flown) { return !IsDue(flown); });
+  const std::vector<Flying> ended(due, context->flying.end());
+  context->flying.erase(due, context->flying.end());
   for (const Flying& flown : ended) End(flown);
   return 0;
 }

@@ -235,7 +235,9 @@ TEST_F(Session, ATransferThatCannotBeMadeOrSubmittedIsGivenBack) {
                                       std::pair(LIBUSB_ERROR_TIMEOUT, kIOUSBTransactionTimeout),
                                       std::pair(LIBUSB_ERROR_IO, kIOReturnNotResponding),
                                       std::pair(LIBUSB_ERROR_OTHER, kIOReturnError)}) {
-    usb_.answer = [error](const FakeUrb&) { return FakeUrbEnd{.submitted = error}; };
+    usb_.answer = [submitted = error](const FakeUrb&) {
+      return FakeUrbEnd{.submitted = submitted};
+    };
     EXPECT_EQ(Read(8).result, result) << error;
   }
 }
