@@ -118,10 +118,10 @@ Dictionary PreferencesStore::Changed(Dictionary values) const {
 }
 
 int PreferencesStore::Load() const {
-  read_ = true;
   DictionaryFile file = ReadDictionaryFile(path_);
   if (file.state == FileState::Unreadable) return file.error;
   stored_ = std::move(file.content);
+  read_ = true;  // not before: a file that could not be read is no empty one
   return file.state == FileState::Damaged ? KeepAside(path_) : 0;
 }
 

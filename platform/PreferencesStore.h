@@ -36,8 +36,8 @@ VOX_EXPORT std::string UserPreferencesPath(const std::string& domain);
 
 class VOX_EXPORT PreferencesStore {
  public:
-  // The file is read on the first question. An empty path makes a store without a file: everything
-  // stays pending and Synchronise fails with ENOENT.
+  // The file is read on the first question, and on each until that succeeds. An empty path makes a
+  // store without a file: everything stays pending and Synchronise fails with ENOENT.
   explicit PreferencesStore(std::string path,
                             std::chrono::milliseconds lock_wait = kPreferencesLockWait);
   PreferencesStore(const PreferencesStore&) = delete;

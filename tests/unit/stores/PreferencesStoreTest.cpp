@@ -5,6 +5,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <new>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/NoMemory.h"
 #include "tests/unit/core/Scratch.h"
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/FileReplacement.h"
@@ -273,6 +276,45 @@ TEST_F(Preferences, FileThatCannotBeReadIsNotWrittenOver) {
   fs::remove(path_);
   EXPECT_EQ(store.Synchronise(), 0) << "what was pending still was";
   EXPECT_EQ(File(), (Dictionary{{"a", 1}}));
+}
+
+TEST_F(Preferences, AFileThatCannotBeReadYetIsReadOnALaterQuestion) {
+  fs::create_directories(path_);
+  const PreferencesStore store(path_);
+  EXPECT_EQ(store.Value("a"), std::nullopt);
+  fs::remove(path_);
+  ASSERT_EQ(WriteDictionaryFile(path_, {{"a", 1}}), 0);
+  EXPECT_EQ(store.Value("a"), PropertyValue(1));
+}
+
+TEST_F(Preferences, AFileThatThereWasNoMemoryToReadIsNotTakenForAnEmptyOne) {
+  const std::string text = "a text beyond what fits in a string";
+  {
+    PreferencesStore store(path_);
+    store.Set("a", text);
+    ASSERT_EQ(store.Synchronise(), 0);
+  }
+  std::optional<PreferencesStore> store(path_);
+  std::optional<PropertyValue> value;
+  int shortages = 0;
+  test::EachShortage(
+      [&] {
+        try {
+          value = store->Value("a");
+        } catch (const std::bad_alloc&) {
+          value.reset();
+        }
+      },
+      [&](bool failed) {
+        shortages += failed ? 1 : 0;
+        EXPECT_EQ(value, failed ? std::nullopt : std::optional<PropertyValue>(text));
+        EXPECT_EQ(store->Value("a"), PropertyValue(text));
+        store->Set("b", 1);
+        EXPECT_EQ(store->Synchronise(), 0);
+        EXPECT_EQ(File(), (Dictionary{{"a", text}, {"b", 1}}));
+        store.emplace(path_);
+      });
+  EXPECT_GT(shortages, 0);
 }
 
 TEST_F(Preferences, FolderWithoutPermissionIsToldWithItsReason) {
