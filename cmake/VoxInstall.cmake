@@ -19,6 +19,21 @@ install(FILES ${CMAKE_BINARY_DIR}/VoxConfig.cmake ${CMAKE_BINARY_DIR}/VoxConfigV
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
 install(FILES ${CMAKE_BINARY_DIR}/vox.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+# Man pages and completions for bash, of the programs that are built.
+set(man_pages vox.1 voxsim.1 voxjobd.8)
+set(completions vox voxsim voxjobd)
+if(TARGET voxsim-usb)
+  list(APPEND man_pages voxsim-usb.1)
+  install(FILES ${CMAKE_SOURCE_DIR}/packaging/completions/voxsim
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME voxsim-usb)
+endif()
+foreach(page IN LISTS man_pages)
+  string(REGEX MATCH "[0-9]$" section ${page})
+  install(FILES ${CMAKE_SOURCE_DIR}/docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+list(TRANSFORM completions PREPEND ${CMAKE_SOURCE_DIR}/packaging/completions/)
+install(FILES ${completions} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+
 # The component "usb" belongs to the machine, not to a prefix, and is installed only when it is asked for:
 #   sudo cmake --install build/release --component usb && sudo systemd-hwdb update && sudo udevadm control --reload
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/60-vox.rules DESTINATION ${VOX_UDEV_FOLDER}/rules.d

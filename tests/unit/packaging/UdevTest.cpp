@@ -4,14 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/unit/core/Scratch.h"
+#include "tests/unit/packaging/Said.h"
 #include "tests/unit/packaging/UdevRules.h"
 #include "vox/SupportedDevices.h"
 
@@ -22,12 +20,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kSource[] = VOX_SOURCE_DIR "/packaging/";
-
-std::string TextOf(const std::string& path) {
-  std::ifstream in(path);
-  EXPECT_TRUE(in.good()) << path;
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 std::string Lower(std::int64_t id) {
   char text[8];
@@ -132,17 +124,6 @@ TEST(UdevHwdbTest, ItNamesEveryModelAndNoOther) {
   EXPECT_EQ(text.substr(text.find("usb:")), expected);
 }
 
-// Runs a command; gives what it says on standard output.
-std::string Said(const std::string& command, int* status) {
-  std::string text;
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"),
-                                                   [](FILE*) { return 0; });
-  for (int c = std::fgetc(pipe.get()); c != EOF; c = std::fgetc(pipe.get()))
-    text += static_cast<char>(c);
-  *status = ::pclose(pipe.get());
-  return text;
-}
-
 class Installed : public testing::Test {
  protected:
   void SetUp() override {
@@ -167,8 +148,7 @@ TEST_F(Installed, TheComponentHoldsBothFilesAndNothingElse) {
 }
 
 TEST_F(Installed, SystemdsHardwareDatabaseAnswersWithTheNames) {
-  if (std::system("command -v systemd-hwdb >/dev/null") != 0)
-    GTEST_SKIP() << "systemd-hwdb is not here (Debian: udev)";
+  if (!IsHere("systemd-hwdb")) GTEST_SKIP() << "systemd-hwdb is not here (Debian: udev)";
   const std::string root = scratch_.Path("");
   int status = -1;
   std::filesystem::create_directories(root + "/etc/udev/hwdb.d");
