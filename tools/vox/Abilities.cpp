@@ -8,6 +8,18 @@ constexpr double kUnitsPerInch = 10000.0;  // of physical sizes
 
 }  // namespace
 
+const char* ModeName(Mode mode) {
+  switch (mode) {
+    case Mode::kLineart:
+      return "lineart";
+    case Mode::kGray:
+      return "gray";
+    case Mode::kColor:
+      break;
+  }
+  return "color";
+}
+
 const tagSCANDEVINFO& Abilities::InUse() const {
   for (const tagSCANDEVINFO& unit : units) {
     if (IsFeeder(unit) && unit.byAdfPaper != 0) return unit;

@@ -25,6 +25,19 @@ DeviceInfoArray NetworkSearch::Next() {
   return std::exchange(found_, {});
 }
 
+DeviceInfoArray NetworkSearch::NextUntil(std::chrono::steady_clock::time_point deadline) {
+  MutexLock lock(mutex_);
+  while (found_.empty() && !over_) {
+    if (!changed_.WaitUntil(lock, deadline)) break;
+  }
+  return std::exchange(found_, {});
+}
+
+bool NetworkSearch::Over() const {
+  const MutexLock lock(mutex_);
+  return over_;
+}
+
 void NetworkSearch::Run() {
   try {
     tagNETSEARCH how;

@@ -4,6 +4,7 @@
 // Thread rule: the main thread; Stop from any.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,6 +29,11 @@ class NetworkSearch {
   // Next waits for devices and gives those that were found meanwhile; none when the search is over.
   DeviceInfoArray Next() VOX_EXCLUDES(mutex_);
 
+  // NextUntil is Next that waits until then at most; none does not mean then that the search is
+  // over: Over tells.
+  DeviceInfoArray NextUntil(std::chrono::steady_clock::time_point deadline) VOX_EXCLUDES(mutex_);
+  bool Over() const VOX_EXCLUDES(mutex_);
+
   // The others count once Next gave none.
 
   bool Answered() const { return answered_; }
@@ -48,7 +54,7 @@ class NetworkSearch {
   bool out_of_memory_ = false;
   bool out_of_descriptors_ = false;
   DeviceInfoDictionary result_;
-  Mutex mutex_;
+  mutable Mutex mutex_;
   Condition changed_;
   DeviceInfoArray found_ VOX_GUARDED_BY(mutex_);
   bool over_ VOX_GUARDED_BY(mutex_) = false;

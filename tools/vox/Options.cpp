@@ -282,18 +282,6 @@ std::string OneLine(std::string text) {
 
 }  // namespace
 
-const char* ModeName(Mode mode) {
-  switch (mode) {
-    case Mode::kLineart:
-      return "lineart";
-    case Mode::kGray:
-      return "gray";
-    case Mode::kColor:
-      break;
-  }
-  return "color";
-}
-
 Command ParseCommandLine(const std::vector<std::string>& arguments, bool stdout_is_terminal) {
   RawOptions raw;
   CLI::App app("Scans with Veltronix multi-function devices.", "vox");

@@ -32,7 +32,7 @@ VOX_EXPORT int bonjour_register(const char* name, const char* type, unsigned sho
 VOX_EXPORT int bonjour_resolve(const char* name, const char* type, unsigned short* port);
 
 // bonjour_lock_file names the file, for messages.
-std::string bonjour_lock_file();
+VOX_EXPORT std::string bonjour_lock_file();
 
 // bonjour_unregister closes the descriptor, which releases the lock. -1 is left alone.
 VOX_EXPORT void bonjour_unregister(int descriptor);

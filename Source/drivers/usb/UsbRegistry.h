@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "vox/platform/Export.h"
 #include "vox/platform/PropertyValue.h"
 #include "vox/platform/UsbPort.h"
 
@@ -41,17 +42,17 @@ enum USB_MATCH {
 
 // match_usb_devices asks for the attached devices with both ids (integers).
 // Returns: USB_MATCHED with *devices an iterator over them.
-USB_MATCH match_usb_devices(const PropertyValue& vendorId, const PropertyValue& productId,
-                            usb_object* devices);
+VOX_EXPORT USB_MATCH match_usb_devices(const PropertyValue& vendorId,
+                                       const PropertyValue& productId, usb_object* devices);
 
 // next_object gives the next object of an iterator; none at its end.
-usb_object next_object(const usb_object& iterator);
+VOX_EXPORT usb_object next_object(const usb_object& iterator);
 
 // has_serial tells whether the device's serial number is this one, as it came or as a device
 // dictionary holds it.
-bool has_serial(const usb_object& device, const std::string& serial);
+VOX_EXPORT bool has_serial(const usb_object& device, const std::string& serial);
 
 // usb_string reads a property that is a string; nothing when there is none, or it is no string.
-std::optional<std::string> usb_string(const usb_object& device, const char* key);
+VOX_EXPORT std::optional<std::string> usb_string(const usb_object& device, const char* key);
 
 }  // namespace vox
