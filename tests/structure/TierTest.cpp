@@ -66,7 +66,8 @@ struct Edge {
 
 std::vector<std::string> SourceFiles() {
   std::vector<std::string> files;
-  for (const char* folder : {"platform", "Source", "sim", "tools", "tests", "fuzz", "bench"}) {
+  for (const char* folder :
+       {"platform", "Source", "sim", "tools", "frontends", "tests", "fuzz", "bench"}) {
     for (const auto& entry : fs::recursive_directory_iterator(kRoot / folder)) {
       const std::string extension = entry.path().extension();
       if (extension != ".h" && extension != ".cpp") continue;
@@ -79,7 +80,7 @@ std::vector<std::string> SourceFiles() {
 std::vector<Edge> Edges() {
   // In angle brackets only what bears a folder of the project is the project's.
   static const std::regex include(
-      R"re(^\s*#\s*include\s*(?:"([^"]+)"|<((?:vox|platform|Source|sim|tools|tests)/[^>]+)>))re");
+      R"re(^\s*#\s*include\s*(?:"([^"]+)"|<((?:vox|platform|Source|sim|tools|frontends|tests)/[^>]+)>))re");
   std::vector<Edge> edges;
   for (const std::string& file : SourceFiles()) {
     std::ifstream stream(kRoot / file);

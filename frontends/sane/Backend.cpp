@@ -1,0 +1,82 @@
+#include "frontends/sane/Backend.h"
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include <unistd.h>
+
+#include "frontends/sane/Config.h"
+#include "frontends/sane/Log.h"
+#include "tools/vox/Failure.h"
+
+namespace vox::sane {
+
+namespace {
+
+using Slot = std::atomic<Handle*>;
+static_assert(Slot::is_always_lock_free);
+
+Backend* current = nullptr;
+constinit std::array<Slot, kMostHandles> handles{};
+
+}  // namespace
+
+Backend::Backend()
+    : process_(::getpid()),
+      devices_(std::make_unique<Devices>(
+          LoadConfig(ConfigFolders(::secure_getenv("SANE_CONFIG_DIR"))))) {}
+
+void Backend::Begin() {
+  OpenLog();
+  if (Current() == nullptr) current = new Backend;
+}
+
+void Backend::End() {
+  for (Slot& slot : handles) Close(slot.load());
+  delete Current();
+  current = nullptr;
+}
+
+Backend* Backend::Current() {
+  if (current != nullptr && current->process_ != ::getpid()) {
+    Backend* const parents = current;
+    current = nullptr;
+    static_cast<void>(parents);
+  }
+  return current;
+}
+
+Handle* Backend::Find(SANE_Handle handle) noexcept {
+  if (handle == nullptr) return nullptr;
+  for (const Slot& slot : handles) {
+    Handle* const open = slot.load();
+    if (open == handle) return open;
+  }
+  return nullptr;
+}
+
+SANE_Handle Backend::Open(const std::string& name) {
+  const std::string wanted = name.empty() ? devices_->First() : name;
+  if (wanted.empty()) throw cli::Failure(cli::ExitStatus::kCannot, "there is no device");
+  auto handle = std::make_unique<Handle>(wanted, *devices_);
+  for (Slot& slot : handles) {
+    if (slot.load() != nullptr) continue;
+    slot = handle.get();
+    Log(2, "%s is open", wanted.c_str());
+    return handle.release();
+  }
+  throw std::bad_alloc();
+}
+
+void Backend::Close(SANE_Handle handle) {
+  for (Slot& slot : handles) {
+    Handle* const open = slot.load();
+    if (open == nullptr || open != handle) continue;
+    slot = nullptr;
+    if (!open->IsForeign()) delete open;
+  }
+}
+
+}  // namespace vox::sane

@@ -1,0 +1,240 @@
+#include "frontends/sane/Devices.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <strings.h>
+
+#include "frontends/sane/Log.h"
+#include "tools/vox/CleanText.h"
+#include "tools/vox/Failure.h"
+#include "vox/DevicesManager.h"
+#include "vox/UserPreferences.h"
+#include "vox/drivers/usb/UsbSearch.h"
+
+namespace vox::sane {
+
+namespace {
+
+constexpr char kVendor[] = "Veltronix";
+constexpr char kType[] = "multi-function peripheral";
+constexpr std::chrono::milliseconds kListPatience{1'900};
+constexpr std::chrono::seconds kBetweenSearches{10};
+constexpr std::size_t kMacLength = 17;
+
+bool IsMac(std::string_view text) {
+  if (text.size() != kMacLength) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (i % 3 == 2 ? c != ':' : std::isxdigit(c) == 0) return false;
+  }
+  return true;
+}
+
+bool IsSame(const std::string& a, const std::string& b) {
+  return ::strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+bool IsDotted(const std::string& text) {
+  in_addr address{};
+  return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+// Without the maker's name, which SANE has a field of its own for.
+std::string ModelOf(const Dictionary& device) {
+  const std::string model = cli::CleanText(device.String(kDeviceModelNameKey).value_or(""));
+  const std::string maker = std::string(kVendor) + ' ';
+  const std::string own = model.starts_with(maker) ? model.substr(maker.size()) : model;
+  return own.empty() ? "scanner" : own;
+}
+
+void Sort(DeviceInfoArray& devices) {
+  std::sort(devices.begin(), devices.end(), [](const DeviceInfo& a, const DeviceInfo& b) {
+    return std::pair(ModelOf(*a), NameOf(*a)) < std::pair(ModelOf(*b), NameOf(*b));
+  });
+}
+
+void Replace(DeviceInfoArray& devices, const DeviceInfo& device) {
+  const std::string name = NameOf(*device);
+  const auto old = std::find_if(devices.begin(), devices.end(),
+                                [&](const DeviceInfo& other) { return NameOf(*other) == name; });
+  if (old == devices.end()) {
+    devices.push_back(device);
+  } else {
+    *old = device;
+  }
+}
+
+// A change of shared settings that cannot be read would lose what they hold.
+bool MayRemember() {
+  const FileState found = UserPreferences::instance().globalSettingsOutcome().found;
+  return found != FileState::Unreadable && found != FileState::Damaged;
+}
+
+}  // namespace
+
+bool IsMacName(const std::string& name) {
+  return name.starts_with("net:") && IsMac(std::string_view(name).substr(4));
+}
+
+std::string NameOf(const Dictionary& device) {
+  std::string name;
+  if (is_device_of_type(device, kDeviceTypeUsb)) {
+    const std::string serial = device.String(kDeviceSerialNumberKey).value_or("");
+    if (!serial.empty()) name = "usb:" + serial;
+  } else if (is_device_of_type(device, kDeviceTypeNetwork)) {
+    const std::string mac = device.String(kDeviceMacKey).value_or("");
+    const std::string address = device.String(kDeviceIpKey).value_or("");
+    if (IsDotted(address)) name = "net:" + (IsMac(mac) ? mac : address);
+  }
+  return cli::CleanText(name) == name ? name : "";
+}
+
+void Devices::Synchronize() {
+  DevicesManager& registry = DevicesManager::instance();
+  registry.synchronizeDevices();
+  known_.clear();
+  for (const DeviceInfo& device : registry.knownDevices()) {
+    if (is_device_of_type(*device, kDeviceTypeNetwork) && !NameOf(*device).empty())
+      known_.push_back(device);
+  }
+  Sort(known_);
+  for (const DeviceInfo& device : found_) Replace(known_, device);
+}
+
+void Devices::StartSearch() {
+  const auto now = Clock::now();
+  if (search_ != nullptr && (!search_->Over() || now - searched_ < kBetweenSearches)) return;
+  search_.reset();
+  search_ = std::make_unique<cli::NetworkSearch>(tagNETSEARCH().pszAddress);
+  searched_ = now;
+}
+
+// Collect takes what the search has found, and waits for more until the deadline or until the
+// device called `until` is there.
+void Devices::Collect(Clock::time_point deadline, const std::string& until) {
+  if (search_ == nullptr) return;
+  for (;;) {
+    const DeviceInfoArray found = search_->NextUntil(deadline);
+    if (found.empty()) return;
+    Remember(found);
+    for (const DeviceInfo& device : found) {
+      const std::string name = NameOf(*device);
+      Log(2, "found %s at %s", name.c_str(), device->String(kDeviceIpKey).value_or("").c_str());
+      if (name.empty()) continue;
+      Replace(found_, device);
+      Replace(known_, device);
+      if (!until.empty() && IsSame(name, until)) return;
+    }
+  }
+}
+
+void Devices::Remember(const DeviceInfoArray& found) {
+  if (found.empty() || !MayRemember()) return;
+  DeviceInfoDictionary by_id;
+  for (const DeviceInfo& device : found) by_id[device->String(kDeviceIdKey).value_or("")] = device;
+  DevicesManager::instance().appendDevices(by_id);
+}
+
+bool Devices::HasName(const std::string& name) const {
+  return std::any_of(entries_.begin(), entries_.end(),
+                     [&](const Entry& entry) { return IsSame(entry.name, name); });
+}
+
+void Devices::Add(const std::string& name, const std::string& model) {
+  if (name.empty() || HasName(name)) return;
+  Entry& entry = entries_.emplace_back(Entry{name, kVendor, model, {}});
+  entry.device = {entry.name.c_str(), entry.vendor.c_str(), entry.model.c_str(), kType};
+}
+
+// A device of vox.conf has its record's stable name when there is one, so that it is listed once.
+void Devices::AddConfigured(bool network) {
+  for (const std::string& name : config_.devices) {
+    const bool usb = name.starts_with("usb:");
+    if (!usb && !network) continue;
+    DeviceInfo record;
+    for (const DeviceInfo& device : usb ? attached_ : known_) {
+      const bool there = !usb && "net:" + device->String(kDeviceIpKey).value_or("") == name;
+      if (there || IsSame(NameOf(*device), name)) record = device;
+    }
+    if (record != nullptr) {
+      Add(NameOf(*record), ModelOf(*record));
+    } else if (!usb) {
+      Add(name, "scanner at " + name.substr(4));
+    }
+  }
+}
+
+void Devices::AddKnown(bool network) {
+  for (const DeviceInfo& device : attached_) Add(NameOf(*device), ModelOf(*device));
+  if (!network) return;
+  for (const DeviceInfo& device : known_) Add(NameOf(*device), ModelOf(*device));
+}
+
+// Whether a person gets anything to choose from without a search.
+bool Devices::KnowsAny(bool network) {
+  const DevicesManager& registry = DevicesManager::instance();
+  const bool remembered =
+      std::any_of(attached_.begin(), attached_.end(), [&](const DeviceInfo& device) {
+        return registry.infoForDevice(device->String(kDeviceIdKey).value_or("")) != nullptr;
+      });
+  return !network || remembered || !known_.empty() || !entries_.empty();
+}
+
+const SANE_Device** Devices::List(bool local_only) {
+  const auto deadline = Clock::now() + kListPatience;
+  const bool network = !local_only || config_.network_when_local_only;
+  const bool search = network && config_.discovery;
+  list_.clear();
+  entries_.clear();
+  Synchronize();
+  attached_.clear();
+  for (const auto& [serial, device] : searchUsbDevices(nullptr, 0)) attached_.push_back(device);
+  Sort(attached_);
+  AddConfigured(network);
+  const bool known = KnowsAny(network);
+  if (search) StartSearch();
+  if (search) Collect(known ? Clock::now() : deadline, "");
+  Remember(attached_);
+  entries_.clear();
+  AddConfigured(network);
+  AddKnown(network);
+  for (const Entry& entry : entries_) list_.push_back(&entry.device);
+  list_.push_back(nullptr);
+  return list_.data();
+}
+
+std::string Devices::First() {
+  const SANE_Device* first = List(false)[0];
+  return first != nullptr ? first->name : "";
+}
+
+DeviceInfo Devices::Remembered(const std::string& name) {
+  Synchronize();
+  for (const DeviceInfo& device : known_) {
+    if (IsSame(NameOf(*device), name)) return device;
+  }
+  return nullptr;
+}
+
+DeviceInfo Devices::AtUsb(const std::string& serial) {
+  const DeviceInfoDictionary attached = searchUsbDevices(nullptr, 0);
+  const auto found = attached.find(serial);
+  return found != attached.end() ? found->second : nullptr;
+}
+
+DeviceInfo Devices::SearchFor(const std::string& name) {
+  if (!config_.discovery) return nullptr;
+  search_.reset();
+  searched_ = {};
+  StartSearch();
+  Collect(Clock::now() + kListPatience, name);
+  for (const DeviceInfo& device : known_) {
+    if (IsSame(NameOf(*device), name)) return device;
+  }
+  return nullptr;
+}
+
+}  // namespace vox::sane

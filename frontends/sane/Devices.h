@@ -1,0 +1,82 @@
+// Devices is what sane_get_devices gives: the devices that are known, at once, and those that a
+// search of the network on a thread of its own has found since.
+//
+//   List -> vox.conf's devices, the remembered ones, those at USB          at once
+//        -> nobody is known: waits for the search, 2 s in all at most      what it finds is
+//        remembered
+//   the next List -> also what the search has found since
+//
+// Thread rule: one thread at a time. The search's thread is started by the first List that searches
+// and joined by the destructor, which does not wait for devices.
+#pragma once
+
+#include <chrono>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <sane/sane.h>
+
+#include "frontends/sane/Config.h"
+#include "tools/vox/NetworkSearch.h"
+#include "vox/DeviceDictionary.h"
+
+namespace vox::sane {
+
+// IsMacName tells whether a device's name is "net:" and a MAC address.
+bool IsMacName(const std::string& name);
+
+// NameOf gives the stable name of a device dictionary: usb:SERIAL, net:MAC, or net:ADDRESS where
+// the MAC address is not known; empty when it has none, or one that would not print.
+std::string NameOf(const Dictionary& device);
+
+class Devices {
+ public:
+  explicit Devices(Config config) : config_(std::move(config)) {}
+  Devices(const Devices&) = delete;
+  Devices& operator=(const Devices&) = delete;
+
+  // List gives the devices, null-terminated; the list stays valid until the next call. Known ones
+  // come first. Throws std::bad_alloc, cli::Failure.
+  const SANE_Device** List(bool local_only);
+
+  // First gives the name of the first device of a list; empty: there is none.
+  std::string First();
+
+  // Remembered gives the remembered device with that stable name, or null.
+  DeviceInfo Remembered(const std::string& name);
+  // AtUsb gives the remembered or attached device with that serial number, or null.
+  DeviceInfo AtUsb(const std::string& serial);
+  // SearchFor searches the network for the device with that stable name, 2 s at most; null when it
+  // is not found, or when vox.conf forbids to search.
+  DeviceInfo SearchFor(const std::string& name);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Entry {
+    std::string name, vendor, model;
+    SANE_Device device{};
+  };
+
+  void Synchronize();
+  void StartSearch();
+  void Collect(Clock::time_point deadline, const std::string& until);
+  static void Remember(const DeviceInfoArray& found);
+  void Add(const std::string& name, const std::string& model);
+  void AddConfigured(bool network);
+  void AddKnown(bool network);
+  bool KnowsAny(bool network);
+  bool HasName(const std::string& name) const;
+
+  const Config config_;
+  DeviceInfoArray found_;     // network devices of the searches; a settings' file may not take them
+  DeviceInfoArray known_;     // those that are remembered, and found_
+  DeviceInfoArray attached_;  // at USB
+  std::unique_ptr<cli::NetworkSearch> search_;
+  Clock::time_point searched_{};  // when the last search was begun
+  std::list<Entry> entries_;
+  std::vector<const SANE_Device*> list_;
+};
+
+}  // namespace vox::sane
