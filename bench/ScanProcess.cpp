@@ -37,6 +37,33 @@ Usage Waiting(test::Client& client, unsigned bits, double seconds) {
   return waited;
 }
 
+Usage Job(test::Client& client, unsigned bits, unsigned dpi, unsigned pages) {
+  const auto resolution = static_cast<float>(dpi);
+  const tagTWSCANPARAM request = test::Ask::Depth(bits).Dpi(resolution).Frame(0, 0, 8.27F, 11.69F);
+  std::vector<std::uint8_t> line(request.dwLineSize);
+  Usage usage;
+  const UsageWatch watch;
+  unsigned came = 0;
+  bool more = true;
+  for (bool first = true; more; first = false, ++came) {
+    CTwImgIFNW& scanner = client.Interface();
+    if (!scanner.PrepareScan(request, first, false)) return usage;
+    scanner.GetScanParam();
+    if (!scanner.StartScan(false)) return usage;
+    for (std::uint32_t i = 0; i < request.dwImageLength; ++i) {
+      if (scanner.ReadLine(line.data()) != 0) return usage;
+    }
+    scanner.EndScan();
+    if (scanner.GetIfErrorStatus() != 0) return usage;
+    more = scanner.IsNextPageExist();
+  }
+  usage.done = came == pages;
+  usage.lines = static_cast<double>(request.dwImageLength) * came;
+  usage.bytes = usage.lines * request.dwLineSize;
+  watch.Fill(usage);
+  return usage;
+}
+
 Usage RunWith(const sim::VirtualDevice& device, const char* what, const std::string& numbers) {
   std::ostringstream command;
   command << "'" << OwnProgram() << "' " << kMark << ' ' << device.SnmpPort() << ' '
@@ -54,12 +81,22 @@ Usage WaitFor(const sim::VirtualDevice& device, unsigned bits, double seconds) {
   return RunWith(device, "waiting", std::to_string(bits) + ' ' + std::to_string(seconds));
 }
 
+Usage ScanJob(const sim::VirtualDevice& device, unsigned bits, unsigned dpi, unsigned pages) {
+  return RunWith(device, "job",
+                 std::to_string(bits) + ' ' + std::to_string(dpi) + ' ' + std::to_string(pages));
+}
+
 int RunScanProcess(int argc, char** argv) {
   if (argc < 6 || std::strcmp(argv[1], kMark) != 0) return -1;
   snmpPort = static_cast<std::uint16_t>(std::atoi(argv[2]));
   SetUdpCommandPort(static_cast<std::uint16_t>(std::atoi(argv[3])));
   const auto number = static_cast<unsigned>(std::atoi(argv[5]));
   test::Client client("127.0.0.1");
+  if (std::strcmp(argv[4], "job") == 0 && argc == 8) {
+    PrintUsage(Job(client, number, static_cast<unsigned>(std::atoi(argv[6])),
+                   static_cast<unsigned>(std::atoi(argv[7]))));
+    return 0;
+  }
   const auto bed = test::Ask::Colour().Dpi(1200).Frame(0, 0, 11.69F, 16.54F);
   PrintUsage(argc > 6 ? Waiting(client, number, std::atof(argv[6]))
                       : ReadSlowly(client, bed, number));

@@ -15,6 +15,9 @@ Usage ReadSlowly(const sim::VirtualDevice& device, unsigned pause_us);
 // WaitFor starts a page of 8 bits or 1 bit, waits `seconds` for lines that come slowly or never,
 // and aborts.
 Usage WaitFor(const sim::VirtualDevice& device, unsigned bits, double seconds);
+// ScanJob scans A4 at `dpi` with `bits` a pixel until no page follows; done when `pages` came
+// whole.
+Usage ScanJob(const sim::VirtualDevice& device, unsigned bits, unsigned dpi, unsigned pages);
 
 // RunScanProcess is the other side: when the program was started by one of the above it scans and
 // gives the exit status; else a negative number.

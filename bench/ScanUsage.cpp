@@ -51,15 +51,15 @@ Usage RunForUsage(const std::string& command) {
   std::FILE* out = ::popen(command.c_str(), "re");
   if (out == nullptr) return usage;
   int done = 0;
-  const bool read = std::fscanf(out, "%d %lf %lf %lf %lf", &done, &usage.lines, &usage.peak_mib,
-                                &usage.cpu_share, &usage.seconds) == 5;
+  const bool read = std::fscanf(out, "%d %lf %lf %lf %lf %lf", &done, &usage.lines, &usage.bytes,
+                                &usage.peak_mib, &usage.cpu_share, &usage.seconds) == 6;
   usage.done = ::pclose(out) == 0 && read && done == 1;
   return usage;
 }
 
 void PrintUsage(const Usage& usage) {
-  std::printf("%d %.0f %.3f %.6f %.3f\n", usage.done ? 1 : 0, usage.lines, usage.peak_mib,
-              usage.cpu_share, usage.seconds);
+  std::printf("%d %.0f %.0f %.3f %.6f %.6f\n", usage.done ? 1 : 0, usage.lines, usage.bytes,
+              usage.peak_mib, usage.cpu_share, usage.seconds);
 }
 
 }  // namespace vox::bench

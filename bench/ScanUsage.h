@@ -17,6 +17,7 @@ namespace vox::bench {
 struct Usage {
   bool done = false;     // the scan went as it should
   double lines = 0;      // client lines read
+  double bytes = 0;      // of them, where they are counted
   double peak_mib = 0;   // greatest resident memory so far (VmHWM)
   double cpu_share = 0;  // of one core, while it ran or waited
   double seconds = 0;    // that took

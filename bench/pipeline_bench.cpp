@@ -3,6 +3,8 @@
 // threads and a client that hand the same lines over with the same semaphores, and memcpy as the
 // only work.
 //
+// Threads/BITS: the pipeline takes at most 1.3 times as long as the skeleton, the two taking turns.
+//
 // The page is checked before its time counts: what comes out is what went in.
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +15,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/MemoryScanner.h"
+#include "bench/Turns.h"
 #include "vox/drivers/SemaphoreSet.h"
 
 namespace {
@@ -136,6 +139,25 @@ void BM_PageThroughABareSkeleton(benchmark::State& state) {
   if (!skeleton.Run(line)) return state.SkipWithError("wrong lines");
   TimePages(state, [&] { skeleton.Run(line); });
 }
+
+void Threads(benchmark::State& state) {
+  const auto bits = static_cast<unsigned>(state.range(0));
+  const tagTWSCANPARAM request = Request(bits, 600);
+  for (auto _ : state) {
+    Skeleton skeleton(bits);
+    std::vector<unsigned char> line(skeleton.LineSize());
+    MemoryScanner scanner(Page(bits));
+    if (!skeleton.Run(line) || !ScanPage(scanner, request, Page(bits).data())) {
+      return state.SkipWithError("wrong lines");
+    }
+    const auto [bare, pipeline] = vox::bench::TakeTurns(
+        [&] { skeleton.Run(line); }, [&] { ScanPage(scanner, request, nullptr); });
+    state.SetIterationTime(vox::bench::Median(pipeline));
+    state.counters["skeleton_ms"] = vox::bench::Median(bare) * 1e3;
+    vox::bench::ReportRow(state, vox::bench::MedianRatio(pipeline, bare), 1.3);
+  }
+}
+BENCHMARK(Threads)->Arg(1)->Arg(8)->Arg(24)->Apply(vox::bench::AsRow);
 
 void EveryDepth(benchmark::internal::Benchmark* bench) {
   bench->ArgName("bits")->Arg(1)->Arg(8)->Arg(24);

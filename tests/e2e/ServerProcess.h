@@ -16,6 +16,7 @@ class ServerProcess {
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
   std::uint16_t DevicePort() const { return device_port_; }
+  pid_t Process() const { return process_; }
   void Kill();  // at once
 
  private:
