@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include <linux/sockios.h>
@@ -13,8 +14,10 @@
 namespace vox {
 namespace {
 
-constexpr std::size_t kBufferSize = 64 * 1024;
-constexpr int kStepsAtOnce = 32;  // 2 MiB at most, then the other relays get their turn
+constexpr std::size_t kBufferSize = 64 * 1024, kMostBufferSize = 512 * 1024;
+// Then the other relays get their turn.
+constexpr int kStepsAtOnce = 32;
+constexpr std::uint64_t kBytesAtOnce = 2 << 20;
 
 // Answers of one byte must not wait for the acknowledgement of what went before.
 void SendAtOnce(int socket) {
@@ -47,10 +50,13 @@ Relay::Relay(FileDescriptor client, FileDescriptor device, std::span<const std::
   ends_[kDevice].socket = std::move(device);
   directions_[kClient].from = directions_[kDevice].to = kClient;
   directions_[kDevice].from = directions_[kClient].to = kDevice;
-  for (Direction& direction : directions_) direction.buffer.resize(kBufferSize);
+  for (Direction& direction : directions_) {
+    direction.buffer = std::make_unique_for_overwrite<std::uint8_t[]>(kBufferSize);
+    direction.size = kBufferSize;
+  }
   Direction& to_client = directions_[kDevice];
   to_client.end = std::min(opening.size(), kBufferSize);
-  std::copy_n(opening.begin(), to_client.end, to_client.buffer.begin());
+  std::copy_n(opening.begin(), to_client.end, to_client.buffer.get());
   SendAtOnce(Socket(kClient));
   SendAtOnce(Socket(kDevice));
   NoticeDeath(Socket(kDevice));
@@ -72,7 +78,8 @@ void Relay::Cut() {
 }
 
 Relay::Progress Relay::Pump() {
-  for (int steps = 0; steps < kStepsAtOnce; ++steps) {
+  const std::uint64_t moved_before = moved_;
+  for (int steps = 0; steps < kStepsAtOnce && moved_ - moved_before < kBytesAtOnce; ++steps) {
     const bool from_client = Step(directions_[kClient]);
     const bool from_device = Step(directions_[kDevice]);
     if (directions_[kClient].closed && directions_[kDevice].closed) return Progress::kDone;
@@ -98,10 +105,22 @@ bool Relay::Step(Direction& direction) {
   return received || sent || direction.closed;
 }
 
+// The sender has filled the buffer, of which nothing is held any more. Without memory for a larger
+// one it stays.
+void Relay::Grow(Direction& direction) {
+  if (direction.size >= kMostBufferSize) return;
+  std::unique_ptr<std::uint8_t[]> larger(new (std::nothrow) std::uint8_t[2 * direction.size]);
+  if (!larger) return;
+  direction.buffer = std::move(larger);
+  direction.size *= 2;
+  direction.begin = direction.end = 0;
+}
+
 bool Relay::Receive(Direction& direction) {
   End& end = ends_[direction.from];
   if (direction.begin != direction.end || direction.at_end || !end.readable) return false;
-  const ssize_t got = ::recv(end.socket.Get(), direction.buffer.data(), direction.buffer.size(), 0);
+  if (direction.end == direction.size) Grow(direction);
+  const ssize_t got = ::recv(end.socket.Get(), direction.buffer.get(), direction.size, 0);
   if (got > 0) {
     direction.begin = 0;
     direction.end = static_cast<std::size_t>(got);

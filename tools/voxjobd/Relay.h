@@ -1,10 +1,12 @@
 // Relay passes bytes between two connected sockets, both ways, until both directions are done.
 //
-//   client socket ── recv ──► [64 KiB] ── send ──► device socket
-//   client socket ◄── send ── [64 KiB] ◄── recv ── device socket
+//   client socket ── recv ──► [buffer] ── send ──► device socket
+//   client socket ◄── send ── [buffer] ◄── recv ── device socket
 //
 // A direction takes new bytes only when the last ones are gone, so a slow side holds the other back
-// and never more than 64 KiB are kept. A side that closes its sending half has its last bytes
+// and never more than a buffer is kept. It has 64 KiB, and up to 512 KiB for a sender that fills
+// it: then copying is as cheap as moving the system's pages by splice, which the receiver, finding
+// them in no cache any more, pays for. A side that closes its sending half has its last bytes
 // delivered and the close passed on; the other direction goes on. A side that breaks (reset,
 // unreachable) ends the relay once what it sent is delivered; a client learns of a broken device by
 // a reset, so that it does not take half a page for a whole one.
@@ -15,8 +17,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
-#include <vector>
 
 #include "vox/platform/FileDescriptor.h"
 
@@ -60,12 +62,14 @@ class Relay {
   };
   struct Direction {
     Side from, to;
-    std::vector<std::uint8_t> buffer;  // empty until first used
-    std::size_t begin = 0, end = 0;    // what is held: buffer[begin, end)
-    bool at_end = false;               // `from` will send nothing more
-    bool closed = false;               // `to` has been told, or cannot be told any more
+    std::unique_ptr<std::uint8_t[]> buffer;
+    std::size_t size = 0;            // of the buffer
+    std::size_t begin = 0, end = 0;  // what is held: buffer[begin, end)
+    bool at_end = false;             // `from` will send nothing more
+    bool closed = false;             // `to` has been told, or cannot be told any more
   };
 
+  static void Grow(Direction& direction);
   bool Step(Direction& direction);  // true when something happened
   bool Receive(Direction& direction);
   bool Send(Direction& direction);

@@ -110,7 +110,7 @@ TEST_F(Relaying, SlowClientHoldsTheDeviceBack) {
     quiet = more == 0 ? quiet + 1 : 0;
     ::usleep(5'000);
   }
-  // What fits is the system's socket buffers and the relay's 64 KiB, far less than the page.
+  // What fits is the system's socket buffers and the relay's 512 KiB, far less than the page.
   ASSERT_LT(sent, page.size());
   const Bytes got = pair.client.Receive(sent);
   EXPECT_TRUE(std::equal(got.begin(), got.end(), page.begin(), page.begin() + sent));
