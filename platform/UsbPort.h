@@ -16,10 +16,11 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "vox/platform/Export.h"
 #include "vox/platform/PropertyValue.h"
@@ -160,15 +161,19 @@ VOX_EXPORT Service<UsbPort>::Where& Service<UsbPort>::Place();
 // readable (an EventFd that was raised), a running transfer is cancelled and it and every later one
 // give kIOReturnAborted at once. Descriptors that are in force when one is made stay in force, and
 // negative ones are ignored. Bytes that a cancelled read had received are kept for the next read.
+// None of this asks for memory: who is short of it can still stop.
 class VOX_EXPORT UsbInterrupt {
  public:
+  static constexpr std::size_t kMost = 16;  // at once on one thread; one more ends the program
+
   explicit UsbInterrupt(int fd);
   ~UsbInterrupt();
   UsbInterrupt(const UsbInterrupt&) = delete;
   UsbInterrupt& operator=(const UsbInterrupt&) = delete;
 
-  // Fds are those in force on this thread; a port waits for them beside its transfers.
-  static const std::vector<int>& Fds();
+  // Fds are those in force on this thread, until the next one comes or goes; a port waits for them
+  // beside its transfers.
+  static std::span<const int> Fds();
 
   // Wait sleeps for the time, at most an hour, and ends early once one of them is raised.
   // Returns: whether one is.

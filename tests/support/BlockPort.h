@@ -31,6 +31,9 @@ class BlockPort final : public UsbPort {
   // Expected is whether the bytes are those of the page from `at` on.
   static bool Expected(std::uint64_t at, std::span<const std::uint8_t> bytes);
 
+  // Held counts what is open: the device and its interface.
+  int Held() const { return held_; }
+
   // What is run before and after the port moves bytes.
   std::function<void()> before_move, after_move;
 
@@ -53,6 +56,7 @@ class BlockPort final : public UsbPort {
   std::uint32_t block_ = 0;
   std::uint64_t block_left_ = 0;  // of the block whose header was sent
   bool given_ = false;            // by the iterator
+  int held_ = 0;
   const Replaced in_place_{*this};
 };
 

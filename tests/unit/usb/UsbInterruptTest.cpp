@@ -1,7 +1,10 @@
 // Descriptors that end what a thread does with USB.
 #include <chrono>
+#include <csignal>
+#include <deque>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,38 +22,54 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
+std::vector<int> InForce() {
+  return {UsbInterrupt::Fds().begin(), UsbInterrupt::Fds().end()};
+}
+
 TEST(UsbInterrupts, AreInForceWhileTheyLiveWhateverTheirOrder) {
-  EXPECT_THAT(UsbInterrupt::Fds(), IsEmpty());
+  EXPECT_THAT(InForce(), IsEmpty());
   auto first = std::make_unique<UsbInterrupt>(7);
   auto second = std::make_unique<UsbInterrupt>(8);
-  EXPECT_THAT(UsbInterrupt::Fds(), UnorderedElementsAre(7, 8));
+  EXPECT_THAT(InForce(), UnorderedElementsAre(7, 8));
   first.reset();
-  EXPECT_THAT(UsbInterrupt::Fds(), ElementsAre(8));
+  EXPECT_THAT(InForce(), ElementsAre(8));
   second.reset();
-  EXPECT_THAT(UsbInterrupt::Fds(), IsEmpty());
+  EXPECT_THAT(InForce(), IsEmpty());
 }
 
 TEST(UsbInterrupts, OfOneDescriptorTwiceEndOneByOne) {
   const UsbInterrupt outer(7);
   {
     const UsbInterrupt inner(7);
-    EXPECT_THAT(UsbInterrupt::Fds(), ElementsAre(7, 7));
+    EXPECT_THAT(InForce(), ElementsAre(7, 7));
   }
-  EXPECT_THAT(UsbInterrupt::Fds(), ElementsAre(7));
+  EXPECT_THAT(InForce(), ElementsAre(7));
 }
 
 TEST(UsbInterrupts, OfNoDescriptorAreIgnored) {
   const UsbInterrupt real(7);
   {
     const UsbInterrupt none(-1);
-    EXPECT_THAT(UsbInterrupt::Fds(), ElementsAre(7));
+    EXPECT_THAT(InForce(), ElementsAre(7));
   }
-  EXPECT_THAT(UsbInterrupt::Fds(), ElementsAre(7));
+  EXPECT_THAT(InForce(), ElementsAre(7));
+}
+
+TEST(UsbInterrupts, AreSixteenAtMost) {
+  EventFd quiet, raised;
+  std::deque<UsbInterrupt> all;
+  for (std::size_t i = 1; i < UsbInterrupt::kMost; ++i) all.emplace_back(quiet.Get());
+  EXPECT_FALSE(UsbInterrupt::Wait(milliseconds(1)));
+  all.emplace_back(raised.Get());
+  raised.Raise();
+  EXPECT_TRUE(UsbInterrupt::Wait(milliseconds(1))) << "the last one counts like the others";
+  const UsbInterrupt none(-1);
+  EXPECT_EXIT(const UsbInterrupt one_more(quiet.Get()), testing::KilledBySignal(SIGABRT), "");
 }
 
 TEST(UsbInterrupts, BelongToTheirThread) {
   const UsbInterrupt mine(7);
-  std::thread([] { EXPECT_THAT(UsbInterrupt::Fds(), IsEmpty()); }).join();
+  std::thread([] { EXPECT_THAT(InForce(), IsEmpty()); }).join();
 }
 
 TEST(UsbInterrupts, EndAWaitOfTheirThread) {

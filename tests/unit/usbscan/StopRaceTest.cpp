@@ -15,7 +15,7 @@ class StopRace : public UsbScanTest {
     device_.on_write = [this, command, write](const Bytes& packet,
                                               const FakeUsbTransfer& transfer) {
       if (packet.size() < 20 || packet[15] != command) return write(packet, transfer);
-      const std::vector<int> wakes = UsbInterrupt::Fds();
+      const auto wakes = UsbInterrupt::Fds();
       const bool let = wakes.empty() ? held_.Reach() : held_.Reach({wakes[0]});
       return let ? write(packet, transfer) : kIOReturnAborted;
     };
