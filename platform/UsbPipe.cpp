@@ -151,6 +151,7 @@ IOReturn UsbPipe::Write(UsbSession& session, std::span<const std::uint8_t> bytes
     const auto moved = session.Transfer(shape_, {data, part.size()}, deadlines.Next());
     bytes = bytes.subspan(std::min<std::size_t>(moved.bytes, part.size()));
     if (moved.result != kIOReturnSuccess && !deadlines.GoesOn(moved)) return moved.result;
+    if (moved.bytes == 0 && !part.empty()) return kIOReturnNotResponding;
   } while (!bytes.empty());
   return kIOReturnSuccess;
 }

@@ -1,6 +1,7 @@
 #include "vox/platform/UsbSession.h"
 
 #include <algorithm>
+#include <new>
 
 namespace vox {
 namespace {
@@ -54,7 +55,12 @@ std::span<const libusb_interface> InterfacesOf(const libusb_config_descriptor& c
 // What failed half-way is given back when the list of devices has been: it belongs to the context.
 IOReturn UsbSession::Open() {
   if (IsOpen()) return kIOReturnExclusiveAccess;
-  const IOReturn opened = OpenListed();
+  IOReturn opened = kIOReturnNoMemory;
+  try {
+    opened = OpenListed();
+  } catch (const std::bad_alloc&) {
+    // What was opened till then is given back as well.
+  }
   if (opened != kIOReturnSuccess) Close();
   return opened;
 }
@@ -81,12 +87,20 @@ IOReturn UsbSession::ClaimStillImage(libusb_device* device) {
     for (const auto& setting : SettingsOf(interface)) {
       if (setting.bInterfaceClass != kStillImage) continue;
       if (claims_.contains(setting.bInterfaceNumber)) continue;
-      const int claimed = libusb_claim_interface(handle_.get(), setting.bInterfaceNumber);
-      if (claimed < 0) return LibUsbResult(claimed);
+      const IOReturn claimed = MakeClaim(setting.bInterfaceNumber);
+      if (claimed != kIOReturnSuccess) return claimed;
       claims_[setting.bInterfaceNumber].for_device = true;
     }
   }
   return kIOReturnSuccess;
+}
+
+// The claim has its entry before it is made: without memory for one it is not.
+IOReturn UsbSession::MakeClaim(std::uint8_t interface) {
+  const auto entry = claims_.try_emplace(interface).first;
+  const int claimed = libusb_claim_interface(handle_.get(), interface);
+  if (claimed < 0) claims_.erase(entry);
+  return LibUsbResult(claimed);
 }
 
 void UsbSession::Close() {
@@ -119,8 +133,8 @@ IOReturn UsbSession::Take(const UsbInterfaceShape& interface) {
   const auto held = claims_.find(interface.number);
   if (held != claims_.end() && held->second.in_use) return kIOReturnExclusiveAccess;
   if (held == claims_.end()) {
-    const int claimed = libusb_claim_interface(handle_.get(), interface.number);
-    if (claimed < 0) return LibUsbResult(claimed);
+    const IOReturn claimed = MakeClaim(interface.number);
+    if (claimed != kIOReturnSuccess) return claimed;
   }
   claims_[interface.number].in_use = true;
   if (interface.alternate == 0) return kIOReturnSuccess;

@@ -71,6 +71,7 @@ class UsbSession {
 
   IOReturn OpenListed();
   IOReturn ClaimStillImage(libusb_device* device);
+  IOReturn MakeClaim(std::uint8_t interface);
 
   const UsbRecord record_;
   LibUsbContext context_;

@@ -134,8 +134,19 @@ TEST_F(Pipe, AReadGoesOnAfterATimeOutThatBytesCameIn) {
 
 TEST_F(Pipe, AReadEndsInTimeThoughBytesCame) {
   next_ = {Cut(Counting(0, kPacket)), Cut(Counting(kPacket, kPacket))};
+  const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Read(4096, 60'000, 100), kIOReturnSuccess);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
   EXPECT_EQ(got_, Counting(0, kPacket));
+}
+
+// A transfer may be cut within a packet: the room of the rest is no number of whole packets then.
+TEST_F(Pipe, AReadOfWholePacketsGoesOnAfterAnOddCut) {
+  next_ = {Cut(Counting(0, 600)), Sends(Counting(600, kPacket)), Sends(Counting(1112, kPacket)),
+           Sends(Counting(1624, 424))};
+  EXPECT_EQ(Read(2048, 50, 60'000), kIOReturnSuccess);
+  EXPECT_EQ(got_, Counting(0, 2048));
+  EXPECT_THAT(Sizes(), ElementsAre(2048, kPacket, kPacket, kPacket));
 }
 
 TEST_F(Pipe, AnInterruptedReadLosesNoByte) {
@@ -169,6 +180,13 @@ TEST_F(Pipe, WritesInWholePacketsAndGoesOnWhereATimeOutCut) {
   EXPECT_EQ(out_.Write(session_, all, {100, 60'000}), kIOReturnSuccess);
   EXPECT_TRUE(sent == all);
   EXPECT_THAT(Sizes(), ElementsAre(kMiB, kMiB + 100 - 3 * kPacket));
+}
+
+// A transfer that has ended well and moved nothing would be repeated for ever.
+TEST_F(Pipe, AWriteThatMovesNothingEnds) {
+  next_ = {FakeUrbEnd{.taken = kPacket}, FakeUrbEnd{}};
+  EXPECT_EQ(out_.Write(session_, Counting(0, 2 * kPacket), {100, 200}), kIOReturnNotResponding);
+  EXPECT_THAT(Sizes(), ElementsAre(2 * kPacket, kPacket));
 }
 
 TEST_F(Pipe, AZeroLengthPacketIsOneTransferOfNothing) {
