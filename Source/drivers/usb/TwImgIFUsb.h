@@ -28,7 +28,8 @@
 // most, so that an abort knows the job. What a stop cuts short sets no status, and neither does a
 // page or a GetDevInfo that fails because it began while an Abort was under way. Abort's own
 // exchanges run into the ordinary time-outs (writes 0.3 s, a zero-length packet 5 s, headers 7 s),
-// its drain ends after 30 s whatever the device sends.
+// its drain ends after 30 s whatever the device sends, and that of a page's end after 15 minutes,
+// which is more than the slowest bus takes for the largest page.
 //
 // Who holds the device open: a page from StartScan to its end (m_bPageOpen), GetDevInfo while it
 // runs, each other operation for its own time. GetDevInfo does not wait for m_mux, only for the
@@ -113,8 +114,10 @@ class VOX_EXPORT CTwImgIFUsb : public CTwainImageIF {
   // they do not come, or for a horizontal resolution outside of 75 to 19200 dpi.
   bool ReadScanParameter() VOX_EXCLUDES(m_pipeMutex) { return read_scan_parameter(&scan_info); }
 
-  // SetAbortDrain shortens the time that Abort gives a page to end. Only tests do that.
+  // SetAbortDrain and SetEndDrain shorten the time that an Abort and a page's end give the rest of
+  // the page to come. Only tests do that; of a page's end on any thread.
   void SetAbortDrain(std::chrono::milliseconds time) { m_abortDrain = time; }
+  void SetEndDrain(std::chrono::milliseconds time) { m_endDrain = time; }
 
  protected:
   enum XFER { XFER_SUCCESS = 0, XFER_FAILURE = 1, XFER_DONE = 6 };
@@ -212,6 +215,7 @@ class VOX_EXPORT CTwImgIFUsb : public CTwainImageIF {
   const std::string m_modelName;
   const std::string m_serial;
   std::chrono::milliseconds m_abortDrain{30'000};
+  std::atomic<std::chrono::milliseconds> m_endDrain{std::chrono::minutes(15)};
   bool m_bReadFailed VOX_GUARDED_BY(mux) = false;  // this page reads no more
 
   std::atomic<int> m_aborting{0};  // calls of Abort that are under way

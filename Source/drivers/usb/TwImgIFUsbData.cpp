@@ -198,7 +198,7 @@ bool CTwImgIFUsb::end_page_data() {
     return true;
   }
   USB_READ last{};
-  switch (drain_page(clock::time_point::max(), &last)) {
+  switch (drain_page(clock::now() + m_endDrain.load(), &last)) {
     case DRAIN_ENDED:
       CheckScnDatHdr();
       DS_LogText("(SUCCESS)\n");

@@ -73,6 +73,23 @@ TEST_F(Stop, EjectingTheSheetIsTheSame) {
   ExpectClosed();
 }
 
+// Ejecting goes the way that a class of the client's has for aborts.
+TEST_F(Stop, EjectingTheSheetCallsWhateverAbortIs) {
+  class Own final : public CTwImgIFUsb {
+   public:
+    Own() : CTwImgIFUsb(kModel, kSerial) {}
+    ~Own() override { StopSession(); }
+    bool Abort() override {
+      aborted = true;
+      return false;
+    }
+    bool aborted = false;
+  };
+  Own own;
+  EXPECT_FALSE(own.EjectADF());
+  EXPECT_TRUE(own.aborted);
+}
+
 TEST_F(Stop, TwiceCancelsOnce) {
   StartPage();
   Cancel();
@@ -253,6 +270,19 @@ TEST_F(StopBetweenPages, AndThePageThatDoesNotComeKeepsTheJobKnown) {
   EXPECT_EQ(scanner_->GetJobId().dwJobNo, 0u);
 }
 
+TEST_F(StopBetweenPages, InTheMiddleOfTheNextPageOnlyCancels) {
+  EndFirstPage();
+  ScriptStart(page_, false);
+  script_->SilentRead(kHeader);
+  ASSERT_TRUE(scanner_->StartScan(false));
+  AwaitScript(0);
+  EXPECT_TRUE(scanner_->IsNextPageExist()) << "the job has more until this page's end";
+  Cancel();
+  ExpectAbortAtOnce();
+  EXPECT_EQ(scanner_->GetJobId().dwJobNo, 0u);
+  EXPECT_FALSE(scanner_->IsNextPageExist());
+}
+
 TEST_F(StopBetweenPages, DoesNotTouchTheRequestOfTheNextPage) {
   EndFirstPage();
   ASSERT_TRUE(Prepare(Bilevel(128, 16)));
@@ -372,6 +402,26 @@ TEST_P(EndlessPage, IsGivenUp) {
 
 INSTANTIATE_TEST_SUITE_P(Table, EndlessPage,
                          testing::Values(kPending, Header(1), Header(0xFFFFFFFF)));
+
+// The end of a page reads the rest of it out, and that has an end as well.
+TEST_P(EndlessPage, IsGivenUpAtItsEnd) {
+  std::atomic<bool> endless{false};
+  Answer([&endless](std::uint32_t size, const FakeUsbTransfer&) {
+    if (!endless) return FakeUsbAnswer{kIOReturnSuccess, {}, true};
+    return FakeUsbAnswer{kIOReturnSuccess, size == 8 ? GetParam() : Bytes(size, 0x55), false};
+  });
+  ScriptStart(page_);
+  ASSERT_TRUE(scanner_->StartScan(false));
+  AwaitScript(0);
+  scanner_->SetEndDrain(50ms);
+  endless = true;
+  const auto took = Took([this] { EXPECT_TRUE(scanner_->EndScan()); });
+  EXPECT_GE(took, 50ms);
+  EXPECT_LT(took, 5s);
+  EXPECT_EQ(Status(), 0u);
+  EXPECT_EQ(scanner_->Job(), Bytes(8, 0));
+  ExpectClosed();
+}
 
 // ---- the destructor
 
