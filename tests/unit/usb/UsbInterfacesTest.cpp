@@ -55,6 +55,19 @@ TEST_F(UsbInterfaces, ThatAreMissingLeaveTheDeviceOpen) {
   ExpectOnlyTheDeviceOpen(3);
 }
 
+// Another device with the same serial number is not tried then.
+TEST_F(UsbInterfaces, ThatAreMissingEndTheSearch) {
+  FakeUsbDevice none = device_;
+  none.interfaces.clear();
+  none.location = 1;
+  port_.Attach(none);
+  port_.Attach(device_);
+  EXPECT_FALSE(Open());
+  EXPECT_EQ(ctrl_.OpenLevel, 3);
+  EXPECT_EQ(ctrl_.m_deviceData.locationID, 1u);
+  EXPECT_EQ(port_.Count("USBDeviceOpenSeize"), 1);
+}
+
 TEST_F(UsbInterfaces, OfTheClassAreTakenWhateverTheirSubclassProtocolAndSetting) {
   Shape().subclass = 0xFE;
   Shape().protocol = 0xFD;

@@ -1,6 +1,8 @@
 // What a device says of itself: the requests byte for byte, the records' numbers, and what two
 // units can do together.
+#include "tests/unit/stores/ResourceFolder.h"
 #include "tests/unit/usbscan/UsbScanTest.h"
+#include "vox/SupportedDevices.h"
 
 namespace vox::test {
 namespace {
@@ -33,6 +35,15 @@ Bytes Sources(const Unit& first, const Unit& second) {
 constexpr Unit kFeeder{3, 85'000, 140'000, 300, 600, 75, 100};
 constexpr Unit kFlatbed{5, 90'000, 117'000, 1200, 400, 50, 150};
 constexpr Unit kNone{};
+
+// The fields of a unit's record that come of the first reply, beside previews.
+std::vector<std::uint32_t> Resolutions(const tagSCANDEVINFO& unit) {
+  return {unit.dwXResMin, unit.dwXResMinCmn, unit.dwYResMin, unit.dwYResMinCmn,
+          unit.dwXResMax, unit.dwXResMaxCmn, unit.dwYResMax, unit.dwYResMaxCmn};
+}
+std::vector<std::uint32_t> Previews(const tagSCANDEVINFO& unit) {
+  return {unit.dwXResPre[0], unit.dwYResPre[0], unit.dwXResPre[1], unit.dwYResPre[1]};
+}
 
 class Info : public UsbScanTest {
  protected:
@@ -104,11 +115,28 @@ TEST_F(Info, OfAFeederAndAFlatbed) {
   ExpectClosed();
 }
 
+TEST_F(Info, OfEachUnitIsItsOwn) {
+  Answers(Sources(kFeeder, kFlatbed), 0, 0x55AA);
+  ASSERT_TRUE(scanner_->GetDevInfo(&info_));
+  const tagSCANDEVINFO &feeder = scanner_->m_DevInfoAll[0], &bed = scanner_->m_DevInfoAll[1];
+  EXPECT_THAT(Resolutions(feeder), testing::ElementsAre(100, 100, 75, 75, 600, 600, 300, 300));
+  EXPECT_THAT(Resolutions(bed), testing::ElementsAre(150, 150, 50, 50, 400, 400, 1200, 1200));
+  EXPECT_EQ(std::uint32_t{bed.dwPhysicalWidth}, 90'000u);
+  EXPECT_EQ(std::uint32_t{bed.dwPhysicalHeight}, 117'000u);
+  for (const tagSCANDEVINFO* unit : {&feeder, &bed}) {
+    EXPECT_THAT(Previews(*unit), testing::ElementsAre(75, 75, 150, 150));
+    EXPECT_EQ(std::uint32_t{unit->dwSupportPaper}, 0x55AAu);
+    EXPECT_EQ(std::uint32_t{unit->byImageTypes}, 7u);
+  }
+}
+
 TEST_F(Info, OfOneUnitInTheFirstRecord) {
   Answers(Sources(kFlatbed, kNone));
   ASSERT_TRUE(scanner_->GetDevInfo(&info_));
   EXPECT_EQ(scanner_->m_DevInfoAllCount, 1u);
   EXPECT_EQ(std::uint32_t{info_.dwPhysicalHeight}, 117'000u);
+  EXPECT_THAT(Resolutions(info_), testing::ElementsAre(150, 150, 50, 50, 400, 400, 1200, 1200));
+  EXPECT_THAT(Previews(info_), testing::ElementsAre(75, 75, 150, 150));
 }
 
 TEST_F(Info, OfOneUnitInTheSecondRecord) {
@@ -211,6 +239,46 @@ TEST_F(Info, ARecordThatIsCutIsFilledWithZeros) {
   EXPECT_EQ(std::uint32_t{info_.dwSupportPaper}, 0u);
 }
 
+TEST_F(Info, MarginsThatAreCutAreNoneAndNotWhatCameBefore) {
+  Answer(0xA201, Sources(kFlatbed, kNone));
+  Answer(0xA206, Numbers({1, 0, 0}));
+  Answer(0xA204, Numbers({2, 1, 3, 4, 5, 6, 7, 8, 9}));
+  Answer(0xA207, {});
+  Answer(0xA208, Product(0));
+  ASSERT_TRUE(scanner_->GetDevInfo(&info_));
+  EXPECT_EQ(std::uint32_t{info_.dwRegularTopMargin}, 0u);
+  EXPECT_FALSE(scanner_->IsSmallRegularPaperSize());
+}
+
+TEST_F(Info, WhatWasKnownBeforeIsForgotten) {
+  Answer(0xA201, Sources(kFlatbed, kFeeder));
+  Answer(0xA206, Numbers({1, 0, 0}));
+  Answer(0xA204, Numbers({2, 1, 0, 0, 0, 0, 0, 0, 0}));
+  Answer(0xA207, Numbers({10, 20, 30, 40, 50, 60, 70, 80}));
+  Answer(0xA208, Product(0));
+  ASSERT_TRUE(scanner_->GetDevInfo(&info_));
+  EXPECT_EQ(std::uint32_t{info_.bySmallPaperSizeType}, 15u);
+  Answers(Sources(kFlatbed, kNone));
+  ASSERT_TRUE(scanner_->GetDevInfo(&info_));
+  EXPECT_FALSE(scanner_->IsSmallRegularPaperSize());
+  EXPECT_EQ(std::uint32_t{info_.dwRegularTopMargin}, 0u);
+  EXPECT_EQ(std::uint32_t{scanner_->m_DevInfoAll[1].dwRegularRightMargin}, 0u);
+  EXPECT_EQ(scanner_->m_DevInfoAllCount, 1u);
+}
+
+TEST_F(Info, ThatFailsClearsTheClientsRecordOnceTheDeviceIsOpen) {
+  Answer(0xA201, Sources(kFlatbed, kNone));
+  Ask(0xA206).FailRead(kIOReturnError, kInformation);
+  std::memset(&info_, 0xEE, sizeof info_);
+  ExpectFails();
+  const tagSCANDEVINFO none{};
+  EXPECT_EQ(std::memcmp(&info_, &none, sizeof info_), 0);
+  port_.Detach(id_);
+  std::memset(&info_, 0xEE, sizeof info_);
+  ExpectFails();
+  EXPECT_EQ(std::uint32_t{info_.dwXResMin}, 0xEEEEEEEEu) << "nobody was asked";
+}
+
 TEST_F(Info, ARecordBeyondItsSizeFails) {
   Ask(0xA201).Read(Hex("00 00 69 00 00 00 00 00"), kInformation, 512);
   ExpectFails();
@@ -269,14 +337,30 @@ TEST_F(Info, EveryQueryIsNeeded) {
 struct DuplexRow {
   std::uint32_t product, capability, duplex;
 };
-class Duplex : public Info, public testing::WithParamInterface<DuplexRow> {};
+class Duplex : public Info, public testing::WithParamInterface<DuplexRow> {
+ protected:
+  // A table with products on both sides of the bounds.
+  Duplex() {
+    std::string entries;
+    for (const char* id : {"0F04", "0F05", "0F06", "1501", "1502", "1511", "1512", "1520"}) {
+      entries += std::string("<dict><key>searchString</key><string>Model ") + id +
+                 "</string><key>vendorId</key><string>5658</string><key>productId</key><string>" +
+                 id + "</string></dict>";
+    }
+    models_.Put("SupportedDevices",
+                "<dict><key>Devices</key><array>" + entries + "</array></dict>");
+  }
+
+  ResourceFolder models_;
+  SupportedDevices::Fresh table_;
+};
 
 TEST_P(Duplex, IsWhatTheDeviceSaysUnlessItsModelHasNone) {
-  static const std::map<std::uint32_t, const char*> kModels = {
-      {0x0F05, "Veltronix QD6050"}, {0x1502, "Veltronix QD7010"}, {0x1520, kModel}};
+  char model[16];
+  std::snprintf(model, sizeof model, "Model %04X", GetParam().product);
   device_.properties.Set(kUSBProductID, GetParam().product);
   Plug();
-  scanner_ = std::make_unique<UsbScanner>(kModels.at(GetParam().product));
+  scanner_ = std::make_unique<UsbScanner>(model);
   Answers(Sources(kFlatbed, kNone), GetParam().capability);
   ASSERT_TRUE(scanner_->GetDevInfo(&info_));
   EXPECT_EQ(std::uint32_t{info_.dwDuplex}, GetParam().duplex);
@@ -284,8 +368,10 @@ TEST_P(Duplex, IsWhatTheDeviceSaysUnlessItsModelHasNone) {
 
 INSTANTIATE_TEST_SUITE_P(Table, Duplex,
                          testing::Values(DuplexRow{0x1520, 3, 2}, DuplexRow{0x1520, 2, 0},
-                                         DuplexRow{0x1520, 7, 0}, DuplexRow{0x1502, 3, 0},
-                                         DuplexRow{0x0F05, 3, 0}));
+                                         DuplexRow{0x1520, 7, 0}, DuplexRow{0x1501, 3, 2},
+                                         DuplexRow{0x1502, 3, 0}, DuplexRow{0x1511, 3, 0},
+                                         DuplexRow{0x1512, 3, 2}, DuplexRow{0x0F04, 3, 2},
+                                         DuplexRow{0x0F05, 3, 0}, DuplexRow{0x0F06, 3, 2}));
 
 // ---- whom to ask
 
