@@ -8,6 +8,8 @@
 #include <random>
 #include <stdexcept>
 
+#include "bench/Turns.h"
+
 namespace vox::bench {
 namespace {
 
@@ -45,6 +47,11 @@ void ClearBeyondWidth(Picture& picture) {
         static_cast<std::uint8_t>(0xFF00 >> picture.width % 8);
 }
 
+void KeepTop(Picture& picture) {
+  picture.height = std::min(picture.height, 256u);
+  picture.bits.resize(picture.LineBytes() * picture.height);
+}
+
 std::vector<CorpusPage> ReadPages(const std::string& prefix) {
   std::vector<CorpusPage> pages;
   for (const auto& entry : std::filesystem::directory_iterator(Folder())) {
@@ -78,6 +85,10 @@ std::vector<CorpusPage> MakeGroup(const std::string& group) {
   if (group == "speckle2") return Speckled(0.02);
   std::vector<CorpusPage> pages = ReadPages(group == "scans" ? "scan-" : group);
   if (pages.empty() && group != "scans") throw std::runtime_error("there are no pages " + group);
+  if (IsQuick() && !pages.empty()) {
+    pages.resize(1, pages[0]);
+    KeepTop(pages[0].picture);
+  }
   return pages;
 }
 

@@ -166,10 +166,8 @@ void MeasureRow(benchmark::State& state, const Row& row) {
     }
     state.SetIterationTime(seconds);
   }
-  state.counters["ratio"] = lowest;
   state.counters["best"] = highest;
-  state.counters["target"] = row.target;
-  state.SetLabel((lowest >= row.target ? "met (" : "MISSED (") + slowest + ")");
+  ReportRow(state, lowest, row.target, Promise::kAtLeast, slowest);
 }
 
 // ---- rows of instructions
@@ -198,25 +196,18 @@ void CountRow(benchmark::State& state, const std::string& program, OPERATION ope
   double pixels = 0, count = 0;
   for (auto _ : state) count = Instructions(program, operation, group, lines, pixels);
   if (count <= 0 || pixels <= 0) return state.SkipWithError("valgrind is not installed");
-  state.counters["per_pixel"] = count / pixels;
-  state.counters["target"] = target;
-  state.SetLabel(count / pixels <= target ? "met" : "MISSED");
+  ReportRow(state, count / pixels, target);
 }
 
 template <typename Function>
 void Register(const std::string& name, const Function& measure) {
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [measure](benchmark::State& state) {
-                                 try {
-                                   measure(state);
-                                 } catch (const std::exception& error) {
-                                   state.SkipWithError(error.what());
-                                 }
-                               })
-      ->Iterations(1)
-      ->Repetitions(1)
-      ->UseManualTime()
-      ->Unit(benchmark::kMillisecond);
+  RegisterRow(name, [measure](benchmark::State& state) {
+    try {
+      measure(state);
+    } catch (const std::exception& error) {
+      state.SkipWithError(error.what());
+    }
+  });
 }
 
 constexpr Row kRows[] = {
@@ -225,9 +216,12 @@ constexpr Row kRows[] = {
     {kDecode, "scans", 3.2},         {kDecode, "speckle2", 1.6},
     {kDecode, "halftone", 1.5},      {kDecode, "diffused", 1.5},
     {kDecode, "text300", 2.8, true}, {kDecode, "text600", 2.8, true},
+    {kDecode, "speckle0.2", 1},      {kDecode, "blank", 1},
     {kEncode, "text300", 5},         {kEncode, "text600", 5},
     {kEncode, "dense", 2.5},         {kEncode, "scans", 1.7, false, true},
     {kEncode, "halftone", 1.3},      {kEncode, "diffused", 1.3},
+    {kEncode, "sparse", 1},          {kEncode, "speckle0.2", 1},
+    {kEncode, "speckle2", 1},        {kEncode, "blank", 1},
 };
 
 struct Count {

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/Turns.h"
 #include "tests/e2e/Ask.h"
 #include "tests/e2e/Road.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
@@ -39,7 +40,8 @@ Usage Waiting(test::Client& client, unsigned bits, double seconds) {
 
 Usage Job(test::Client& client, unsigned bits, unsigned dpi, unsigned pages) {
   const auto resolution = static_cast<float>(dpi);
-  const tagTWSCANPARAM request = test::Ask::Depth(bits).Dpi(resolution).Frame(0, 0, 8.27F, 11.69F);
+  const tagTWSCANPARAM request =
+      test::Ask::Depth(bits).Dpi(resolution).Frame(0, 0, 8.27F, IsQuick() ? 1 : 11.69F);
   std::vector<std::uint8_t> line(request.dwLineSize);
   Usage usage;
   const UsageWatch watch;
@@ -97,7 +99,7 @@ int RunScanProcess(int argc, char** argv) {
                    static_cast<unsigned>(std::atoi(argv[7]))));
     return 0;
   }
-  const auto bed = test::Ask::Colour().Dpi(1200).Frame(0, 0, 11.69F, 16.54F);
+  const auto bed = test::Ask::Colour().Dpi(1200).Frame(0, 0, 11.69F, IsQuick() ? 1 : 16.54F);
   PrintUsage(argc > 6 ? Waiting(client, number, std::atof(argv[6]))
                       : ReadSlowly(client, bed, number));
   return 0;

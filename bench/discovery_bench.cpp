@@ -1,12 +1,12 @@
 // Sixty devices, each a machine of its own on one switch: how long a search takes, and how much of
 // that after the last device has answered for the first time; how long it takes to see which of
-// them are on line, and how soon that ends when it is cancelled. Needs the right to make network
-// namespaces. There is no peer: the bounds are what is promised.
+// them are on line, and how soon that ends when it is cancelled: within 200 ms. Needs the right to
+// make network namespaces. There is no peer: the bounds are what is promised. Medians of nine.
 //
 // program/*: the vox program itself, from its start to its end; cpu_ms is its processor time.
-//   list       with 60 remembered devices; the target is under 50 ms of wall time
+//   list       with 60 remembered devices; at most 50 ms of wall time
 //   discover   what it takes after the last device has answered for the first time, with all 60
-//              saved; the target is under 1500 ms
+//              saved; at most 1500 ms
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -18,6 +18,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/ProgramRun.h"
+#include "bench/Turns.h"
 #include "tests/e2e/discovery/Neighbourhood.h"
 #include "tests/unit/core/Scratch.h"
 #include "vox/DevicesManager.h"
@@ -29,9 +30,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr int kDevices = 60;
-constexpr int kRepetitions = 3;                                // each takes seconds
-constexpr int kShortRepetitions = 9;                           // of what takes no seconds
-constexpr double kListSeconds = 0.05, kDiscoverSeconds = 1.5;  // that the program may take
+constexpr double kListMs = 50, kDiscoverMs = 1500, kCancelMs = 200;  // that they may take
 
 double Seconds(Clock::duration time) {
   return std::chrono::duration<double>(time).count();
@@ -138,16 +137,17 @@ void Online(benchmark::State& state, void (test::Neighbourhood::*change)(const s
     CancelledAt delegate(begun + (cancel ? std::chrono::seconds(2) : std::chrono::hours(1)));
     const auto online = manager.filterOnlineDevicesCancelDelegate(known, &delegate);
     if (!cancel && online.size() < kDevices / 2) state.SkipWithError("not all are on line");
-    state.SetIterationTime(Seconds(Clock::now() - (cancel ? delegate.at : begun)));
+    const double seconds = Seconds(Clock::now() - (cancel ? delegate.at : begun));
+    state.SetIterationTime(seconds);
+    if (cancel) bench::ReportRow(state, 1000 * seconds, kCancelMs);
   }
   for (int i = 2; back != nullptr && i <= kDevices; i += 2) (around.*back)(IdOf(i));
 }
 
-void Report(benchmark::State& state, double seconds, double target, const bench::ProgramRun& run) {
+void Report(benchmark::State& state, double seconds, double most_ms, const bench::ProgramRun& run) {
   state.SetIterationTime(seconds);
   state.counters["cpu_ms"] = 1000 * run.cpu_seconds;
-  state.counters["target_ms"] = 1000 * target;
-  state.SetLabel(seconds < target ? "met" : "MISSED");
+  bench::ReportRow(state, 1000 * seconds, most_ms);
 }
 
 void ListProgram(benchmark::State& state) {
@@ -157,7 +157,7 @@ void ListProgram(benchmark::State& state) {
     const bench::ProgramRun run = bench::RunVox("list", TheStreet().OutputFile());
     if (run.status != 0 || run.lines != kDevices)
       return state.SkipWithError("vox list does not list all");
-    Report(state, run.seconds, kListSeconds, run);
+    Report(state, run.seconds, kListMs, run);
   }
 }
 
@@ -172,17 +172,14 @@ void DiscoverProgram(benchmark::State& state) {
       return state.SkipWithError("vox discover does not find all");
     if (UserPreferences::instance().allSharedKeys().size() != kDevices)
       return state.SkipWithError("vox discover does not save all");
-    Report(state, Seconds(run.end - TheStreet().LastFirstQuestion(begun)), kDiscoverSeconds, run);
+    Report(state, Seconds(run.end - TheStreet().LastFirstQuestion(begun)), kDiscoverMs, run);
   }
 }
 
-void Register(const char* name, const std::function<void(benchmark::State&)>& run,
-              int repetitions = kRepetitions) {
-  benchmark::RegisterBenchmark(name, run)
-      ->UseManualTime()
-      ->Iterations(1)
-      ->Repetitions(repetitions)
-      ->Unit(benchmark::kMillisecond);
+void Register(const char* name, const std::function<void(benchmark::State&)>& run) {
+  auto* const row = benchmark::RegisterBenchmark(name, run);
+  bench::AsRow(row);
+  row->Repetitions(bench::Turns());
 }
 
 }  // namespace
@@ -204,7 +201,7 @@ int main(int argc, char** argv) {
     vox::Online(state, &Neighbourhood::Sleep, &Neighbourhood::Wake, true);
   });
   vox::TheStreet();
-  vox::Register("program/list/60", &vox::ListProgram, vox::kShortRepetitions);
+  vox::Register("program/list/60", &vox::ListProgram);
   vox::Register("program/discover/60/after_last_answer", &vox::DiscoverProgram);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

@@ -2,8 +2,8 @@
 // (PageRows.cpp), the job server's (RelayRows.cpp), growth with the page and the job
 // (GrowthRows.cpp), the memory of a slow client's process, and its processor time while it waits.
 //
-// SlowClient: A3, 1200 dpi, colour: 835 MB raw. The target is under 160 MiB of resident memory.
-// Waiting*: the target is under 2 percent of a core.
+// SlowClient: A3, 1200 dpi, colour: 835 MB raw, in at most 160 MiB of resident memory.
+// Wait/*: at most 2 percent of a core.
 #include <chrono>
 #include <memory>
 
@@ -11,6 +11,7 @@
 
 #include "bench/Gradient.h"
 #include "bench/ScanProcess.h"
+#include "bench/Turns.h"
 #include "tests/e2e/Road.h"
 
 namespace vox {
@@ -18,11 +19,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::Road;
-
-void ReportAgainst(benchmark::State& state, double value, double target) {
-  state.counters["target"] = target;
-  state.SetLabel(value < target ? "met" : "MISSED");
-}
 
 void SlowClient(benchmark::State& state) {
   sim::UnitOptions unit;
@@ -38,12 +34,11 @@ void SlowClient(benchmark::State& state) {
     const bench::Usage usage = bench::ReadSlowly(road.FirstDevice(), 150);
     if (!usage.done) return state.SkipWithError("the page does not come");
     state.SetIterationTime(usage.seconds);
-    state.counters["peak_MiB"] = usage.peak_mib;
     state.counters["lines"] = usage.lines;
-    ReportAgainst(state, usage.peak_mib, 160);
+    bench::ReportRow(state, usage.peak_mib, 160);
   }
 }
-BENCHMARK(SlowClient)->UseManualTime()->Iterations(1)->Repetitions(1)->Unit(benchmark::kSecond);
+BENCHMARK(SlowClient)->Apply(bench::AsRow);
 
 void Wait(benchmark::State& state, unsigned bits, const sim::Faults& faults) {
   sim::DeviceOptions options;
@@ -51,12 +46,11 @@ void Wait(benchmark::State& state, unsigned bits, const sim::Faults& faults) {
   Road road;
   road.Device(options);
   for (auto _ : state) {
-    const bench::Usage usage = bench::WaitFor(road.FirstDevice(), bits, 2);
+    const bench::Usage usage = bench::WaitFor(road.FirstDevice(), bits, bench::IsQuick() ? 0.2 : 2);
     if (!usage.done) return state.SkipWithError("the page does not start");
     state.SetIterationTime(usage.seconds);
-    state.counters["cpu_percent"] = usage.cpu_share * 100;
     state.counters["lines"] = usage.lines;
-    ReportAgainst(state, usage.cpu_share * 100, 2);
+    bench::ReportRow(state, usage.cpu_share * 100, 2);
   }
 }
 
@@ -72,10 +66,10 @@ sim::Faults Slow() {
   return faults;
 }
 
-BENCHMARK_CAPTURE(Wait, SilentJbig, 1, Silent())->UseManualTime()->Iterations(1)->Repetitions(1);
-BENCHMARK_CAPTURE(Wait, SilentRaw, 8, Silent())->UseManualTime()->Iterations(1)->Repetitions(1);
-BENCHMARK_CAPTURE(Wait, SlowJbig, 1, Slow())->UseManualTime()->Iterations(1)->Repetitions(1);
-BENCHMARK_CAPTURE(Wait, SlowRaw, 8, Slow())->UseManualTime()->Iterations(1)->Repetitions(1);
+BENCHMARK_CAPTURE(Wait, SilentJbig, 1, Silent())->Apply(bench::AsRow);
+BENCHMARK_CAPTURE(Wait, SilentRaw, 8, Silent())->Apply(bench::AsRow);
+BENCHMARK_CAPTURE(Wait, SlowJbig, 1, Slow())->Apply(bench::AsRow);
+BENCHMARK_CAPTURE(Wait, SlowRaw, 8, Slow())->Apply(bench::AsRow);
 
 }  // namespace
 }  // namespace vox

@@ -146,17 +146,6 @@ function(vox_add_bench name)
   target_link_libraries(${name} PRIVATE vox_options ${arg_LIBS} benchmark::benchmark)
 endfunction()
 
-# vox_add_bench_test(NAME FILTER COUNT): a test that the COUNT benchmarks of the program NAME which the filter takes run and
-# find what they measure in order. It never looks at a time.
-function(vox_add_bench_test name filter count)
-  if(NOT VOX_BUILD_TESTS)
-    return()
-  endif()
-  add_test(NAME ${name}/Runs COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:${name}> -DFILTER=${filter} -DCOUNT=${count}
-           -P ${CMAKE_SOURCE_DIR}/bench/RunsTest.cmake)
-  set_tests_properties(${name}/Runs PROPERTIES TIMEOUT 300)
-endfunction()
-
 # vox_add_library declares the library's targets; the folders add their sources. vox_jbig_objs is the codec alone,
 # vox_objs the rest. From them come Vox::vox (shared, installed), vox_static for tests that look inside, and vox_jbig
 # for the virtual device.
