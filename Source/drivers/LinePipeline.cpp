@@ -26,27 +26,34 @@ void run_stage(const char* name, ScanSession& page, Loop loop) {
   }
 }
 
-// scale_line replaces raw line i by its rescaled form. False when EndScan has freed it.
-bool scale_line(ScanSession& page, std::uint32_t i) {
-  const LineBuffer raw = page.take_device_line(i);
-  if (!raw) return false;
-  LineBuffer line = new_line(page.sizes.device_room);
-  page.horizontal.run(line.get(), raw.get());
+// scale_line replaces raw line i by its rescaled form. That lies in the same buffer where nothing
+// moves, else in the spare one, whose place the raw line takes. False when EndScan has freed it.
+bool scale_line(ScanSession& page, std::uint32_t i, LineBuffer& spare) {
+  LineBuffer line = page.take_device_line(i);
+  if (!line) return false;
+  if (page.horizontal.passes_lines()) {
+    page.horizontal.pass(line.get());
+  } else {
+    if (!spare) spare = new_line(page.device_pool.room());
+    page.horizontal.run(spare.get(), line.get());
+    line.swap(spare);
+  }
   page.store_device_line(i, std::move(line));
   page.proc.SData->CurLineReady = static_cast<std::int32_t>(i);
   return true;
 }
 
 bool scale_lines(ScanSession& page) {
+  LineBuffer spare;
   for (std::uint32_t i = 0; i < page.proc.sinfo.Window.yExtent; ++i) {
-    if (page.stopping() || !page.wait(kSemRawLine) || !scale_line(page, i)) return false;
+    if (page.stopping() || !page.wait(kSemRawLine) || !scale_line(page, i, spare)) return false;
     if (page.stopping() || !page.announce(kSemScaledLine)) return false;
   }
   return true;
 }
 
-LineBuffer white_line(const ScanSession& page) {
-  LineBuffer line = new_line(page.sizes.client_room);
+LineBuffer white_line(ScanSession& page) {
+  LineBuffer line = page.client_line();
   page.vertical.white(line.get());
   return line;
 }
@@ -62,7 +69,7 @@ LineBuffer pass_line(ScanSession& page, std::uint32_t i) {
 // blend_lines adds up the device lines of a span as they come and frees each as soon as it is not
 // needed any more, so that a span of any length takes two lines of memory.
 LineBuffer blend_lines(ScanSession& page, std::uint32_t j, const LINE_SPAN& span) {
-  LineBuffer out = new_line(page.sizes.client_room);
+  LineBuffer out = page.client_line();
   page.vertical.begin(j, out.get());
   for (std::uint32_t n = span.lower; n <= span.upper; ++n) {
     if (page.stopping() || !waitLine(page.proc.SData, n)) return nullptr;

@@ -4,14 +4,14 @@
 //
 // Thread rule: the three bodies belong to the threads that StartScan creates; a container is shared
 // by all of them and by the client (see its fields).
-// Owner: a line belongs to the table slot that holds it, else to the stage that works on it.
+// Owner: a line belongs to the table slot that holds it, else to the stage that works on it, else
+// to the pool that keeps it for a line to come (LinePool.h).
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 
+#include "vox/drivers/LinePool.h"
 #include "vox/drivers/ScanRecords.h"
 #include "vox/platform/Export.h"
 
@@ -19,15 +19,10 @@ namespace vox {
 
 class CTwainImageIF;
 
-// LineBuffer owns one line; lines are made with malloc or calloc.
-struct LineFree {
-  void operator()(unsigned char* line) const { std::free(line); }
-};
-using LineBuffer = std::unique_ptr<unsigned char, LineFree>;
-
 // __DataContainer: one table of lines, for device lines (ScanData) or for client lines (UserData).
 struct __DataContainer {
-  unsigned char** LineArray = nullptr;  // owned lines (calloc) or null; slots under data_mutex
+  unsigned char** LineArray = nullptr;  // owned lines (calloc) or null; a slot changes at
+                                        // once, by an atomic exchange
   std::atomic<std::int32_t> semid{-1};  // the page's semaphore set, -1 none; same in both tables
   std::atomic<std::int32_t> CurLineReady{-1};   // newest line that is ready, -1 none; stored before
                                                 // the post that announces it

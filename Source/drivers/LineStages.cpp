@@ -108,6 +108,10 @@ void HorizontalStage::run(unsigned char* out, const unsigned char* raw) {
   m_scaler.run(out, m_line.data());
 }
 
+void HorizontalStage::pass(unsigned char* line) const {
+  std::memset(line + m_sizes.trimmed, 0, m_sizes.device_room - m_sizes.trimmed);
+}
+
 // Writes at most `trimmed` bytes, and always the same ones, so that the rest stays zero.
 void HorizontalStage::trim(unsigned char* out, const unsigned char* raw) const {
   if (m_dwPlanes != 0) {

@@ -60,6 +60,11 @@ class HorizontalStage {
   // come out as zeros where that is asked for.
   void run(unsigned char* out, const unsigned char* raw);
 
+  // passes_lines: a raw line is already the device line, but for what lies behind the last pixel.
+  bool passes_lines() const { return m_whole && !m_rescale && m_margin == 0; }
+  // pass does then in line[0, device_room) what run does elsewhere.
+  void pass(unsigned char* line) const;
+
  private:
   void trim(unsigned char* out, const unsigned char* raw) const;
   void trim_planes(unsigned char* out, const unsigned char* raw) const;

@@ -19,18 +19,6 @@ thread_local const CTwainImageIF* worker_of = nullptr;
 
 }  // namespace
 
-LineBuffer new_line(std::size_t size) {
-  void* line = CurrentSessionSystem().line_memory(std::max<std::size_t>(size, 1));
-  if (line == nullptr) throw std::bad_alloc();
-  return LineBuffer(static_cast<unsigned char*>(line));
-}
-
-LineBuffer cleared_line(std::size_t size) {
-  LineBuffer line = new_line(size);
-  std::memset(line.get(), 0, size);
-  return line;
-}
-
 LineTable::LineTable(__DataContainer& container, std::uint32_t lines)
     : m_container(container), m_lines(lines) {
   void* table = std::calloc(std::max<std::size_t>(lines, 1), kTableBytesPerLine);
@@ -45,22 +33,21 @@ LineTable::~LineTable() {
 
 void LineTable::put(std::uint32_t i, LineBuffer line) {
   if (i >= m_lines) return;
-  const LineBuffer before(std::exchange(m_container.LineArray[i], line.release()));
-  m_above = std::max(m_above, i + 1);
+  if (m_above < i + 1) m_above = i + 1;  // only by the thread that fills empty slots
+  const LineBuffer before(slot(i).exchange(line.release()));
 }
 
 LineBuffer LineTable::take(std::uint32_t i) {
   if (i >= m_lines) return nullptr;
-  return LineBuffer(std::exchange(m_container.LineArray[i], nullptr));
+  return LineBuffer(slot(i).exchange(nullptr));
 }
 
 unsigned char* LineTable::at(std::uint32_t i) const {
-  return i < m_lines ? m_container.LineArray[i] : nullptr;
+  return i < m_lines ? slot(i).load() : nullptr;
 }
 
 void LineTable::free_lines() {
   for (std::uint32_t i = 0; i < m_above; ++i) take(i);
-  m_above = 0;
 }
 
 ScanSession::ScanSession(CTwainImageIF& owner, std::uint32_t dwScannable)
@@ -72,6 +59,8 @@ ScanSession::ScanSession(CTwainImageIF& owner, std::uint32_t dwScannable)
       horizontal(proc.sparam, proc.sinfo),
       vertical(proc.sparam, proc.sinfo),
       lead(sizes, vertical, proc.sinfo.Window.yExtent, proc.sparam.dwImageLength),
+      device_pool(std::max(sizes.raw_room, sizes.device_room), proc.sinfo.Window.yExtent),
+      client_pool(sizes.client_room, proc.sparam.dwImageLength),
       device_lines(owner.ScanData, proc.sinfo.Window.yExtent),
       client_lines(owner.UserData, proc.sparam.dwImageLength) {}
 
@@ -104,32 +93,42 @@ void ScanSession::lead_moved() const {
 }
 
 void ScanSession::store_device_line(std::uint32_t i, LineBuffer line) {
-  MutexLock lock(dev.data_mutex);
   if (!stopping()) device_lines.put(i, std::move(line));
 }
 
 void ScanSession::store_client_line(std::uint32_t j, LineBuffer line) {
-  MutexLock lock(dev.data_mutex);
   if (!stopping()) client_lines.put(j, std::move(line));
 }
 
 LineBuffer ScanSession::take_device_line(std::uint32_t i) {
-  MutexLock lock(dev.data_mutex);
   return device_lines.take(i);
 }
 
 const unsigned char* ScanSession::device_line(std::uint32_t i) {
-  MutexLock lock(dev.data_mutex);
   return device_lines.at(i);
+}
+
+LineBuffer ScanSession::raw_line() {
+  LineBuffer line = device_pool.take();
+  std::memset(line.get(), 0, sizes.raw_room);
+  return line;
+}
+
+// Where device lines become client lines, all of them go back to where the reader takes them; the
+// pool is the reader's then, so that the few others come from the heap.
+LineBuffer ScanSession::client_line() {
+  return vertical.passes_lines() ? new_line(device_pool.room()) : client_pool.take();
+}
+
+void ScanSession::recycle_client_line(LineBuffer line) {
+  LinePool& pool = vertical.passes_lines() ? device_pool : client_pool;
+  pool.give(std::move(line));
 }
 
 void ScanSession::free_device_lines(std::uint32_t end) {
   const auto start = static_cast<std::uint32_t>(proc.SData->StartLineReady.load());
   if (end <= start) return;
-  {
-    MutexLock lock(dev.data_mutex);
-    for (std::uint32_t i = start; i < end; ++i) device_lines.take(i);
-  }
+  for (std::uint32_t i = start; i < end; ++i) device_pool.give(device_lines.take(i));
   proc.SData->StartLineReady = static_cast<std::int32_t>(end);
   lead_moved();
 }

@@ -2,7 +2,7 @@
 // tables and its semaphore set. StartScan makes it; it lives until the page's threads are joined.
 //
 // Thread rule: the records and sizes are constant after construction; each stage belongs to its
-// thread; slots of the tables change under the interface's data_mutex; see the fields.
+// thread; see the tables, the pools and the fields.
 #pragma once
 
 #include <atomic>
@@ -19,11 +19,10 @@
 
 namespace vox {
 
-// new_line gives `size` bytes, cleared_line gives them zeroed. Throws: std::bad_alloc.
-LineBuffer new_line(std::size_t size);
-LineBuffer cleared_line(std::size_t size);
-
 // LineTable owns the lines of one container, which looks into it.
+//
+// Thread rule: any thread; what was put and taken has moved from one thread to the other. One
+// thread fills empty slots, in rising order; another one may only replace what it took.
 class LineTable {
  public:
   // The table has `lines` empty slots; the kernel gives memory only for those that are used.
@@ -39,9 +38,12 @@ class LineTable {
   void free_lines();                           // empties every slot
 
  private:
+  std::atomic_ref<unsigned char*> slot(std::uint32_t i) const {
+    return std::atomic_ref<unsigned char*>(m_container.LineArray[i]);
+  }
   __DataContainer& m_container;
-  std::uint32_t m_lines;      // slots
-  std::uint32_t m_above = 0;  // no slot at or above it has ever been filled
+  std::uint32_t m_lines;                  // slots
+  std::atomic<std::uint32_t> m_above{0};  // no slot at or above it has ever been filled
 };
 
 struct ScanSession {
@@ -56,7 +58,9 @@ struct ScanSession {
   HorizontalStage horizontal;
   VerticalStage vertical;
   const LineLead lead;
-  LineTable device_lines;  // guarded by dev.data_mutex, like the next
+  LinePool device_pool;  // raw lines and device lines, all of one room; the reader takes
+  LinePool client_pool;  // client lines that are made; the vertical thread takes
+  LineTable device_lines;
   LineTable client_lines;
   std::int32_t semid = kNoSemaphores;   // the page's own copy; constant once threads run
   std::atomic<std::uint32_t> taken{0};  // client lines handed out
@@ -77,7 +81,13 @@ struct ScanSession {
   void store_client_line(std::uint32_t j, LineBuffer line);
   LineBuffer take_device_line(std::uint32_t i);
   const unsigned char* device_line(std::uint32_t i);
-  // free_device_lines frees the lines below `end` and counts them as consumed.
+  // raw_line gives a line for the reader, raw_room bytes of it zeroed. Throws: std::bad_alloc.
+  LineBuffer raw_line();
+  // client_line gives a line for the vertical thread, client_room bytes of anything; once the
+  // client has it, recycle_client_line takes it back. Throws: std::bad_alloc.
+  LineBuffer client_line();
+  void recycle_client_line(LineBuffer line);
+  // free_device_lines gives the lines below `end` back and counts them as consumed.
   void free_device_lines(std::uint32_t end);
 
   // post announces a line. A count at its greatest value is waited out, except where the waiter

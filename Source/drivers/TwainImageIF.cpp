@@ -174,6 +174,7 @@ void CTwainImageIF::end_page() {
   await_settled();
   m_scanning = 0;
   free_lines();
+  forget_lines();
 }
 
 bool CTwainImageIF::Abort() {
@@ -218,25 +219,21 @@ int CTwainImageIF::ReadLine(unsigned char* pBuf) {
 }
 
 int CTwainImageIF::hand_out_line(unsigned char* pBuf, std::int32_t semid, std::uint32_t term) {
-  LineBuffer line;
-  std::size_t size = 0;
-  {
-    MutexLock lock(data_mutex);
-    if (!m_pSession || m_pSession->semid != semid) {
-      return fail_line(IF_ERR_STS_DEVICE_COMM_ERR, term);
-    }
-    line = m_pSession->client_lines.take(m_pSession->taken);
-    if (line) {
-      size = m_pSession->proc.sparam.dwLineSize;
-      ++nLineOut;
-      ++m_pSession->taken;
-      m_pSession->lead_moved();
-    }
-    if (lines_given()) post_semaphore(semid, kSemClientLine);
+  MutexLock lock(data_mutex);
+  if (!m_pSession || m_pSession->semid != semid) {
+    return fail_line(IF_ERR_STS_DEVICE_COMM_ERR, term);
   }
-  if (!line) return fail_line(IF_ERR_STS_MEMORY, term);
-  std::memcpy(pBuf, line.get(), size);
-  return 0;
+  LineBuffer line = m_pSession->client_lines.take(m_pSession->taken);
+  const bool found = line != nullptr;
+  if (found) {
+    std::memcpy(pBuf, line.get(), m_pSession->proc.sparam.dwLineSize);
+    m_pSession->recycle_client_line(std::move(line));
+    ++nLineOut;
+    ++m_pSession->taken;
+    m_pSession->lead_moved();
+  }
+  if (lines_given()) post_semaphore(semid, kSemClientLine);
+  return found ? 0 : fail_line(IF_ERR_STS_MEMORY, term);
 }
 
 bool CTwainImageIF::lines_given() const {
@@ -269,6 +266,14 @@ void CTwainImageIF::free_lines() {
     data->CurLineReady = -1;
     data->StartLineReady = 0;
   }
+}
+
+// forget_lines gives back what the pools keep of a page whose threads take no line any more.
+void CTwainImageIF::forget_lines() {
+  MutexLock lock(data_mutex);
+  if (!m_pSession) return;
+  m_pSession->device_pool.clear();
+  m_pSession->client_pool.clear();
 }
 
 void CTwainImageIF::join_rescalers() {

@@ -34,9 +34,11 @@
 //                                           CurLineReady = j   removed: ReadLine gives 1
 //
 //   Capacity: the reader stays at most 64 MiB or 16,384 lines ahead of the client, whichever is
-//   less (LineLead.h). Owner of a line: the slot it lies in; slots change under data_mutex, and
-//   when a stop is wanted a stage frees its line instead of storing it. Beside the road, EndScan
-//   waits for m_semaphore, which DeviceEndScan raises once a page.
+//   less (LineLead.h). Owner of a line: the slot it lies in, else the stage that works on it, else
+//   the pool that keeps it for a line to come (LinePool.h). A slot changes at once, so that stages
+//   never wait for one another; when a stop is wanted a stage frees its line instead of storing it,
+//   and EndScan empties the slots once more when the last stage is through. Beside the road,
+//   EndScan waits for m_semaphore, which DeviceEndScan raises once a page.
 //
 // What a transport does, so that every wait ends
 //
@@ -233,7 +235,7 @@ class VOX_EXPORT CTwainImageIF {
 
   __DataContainer ScanData;  // device lines
   __DataContainer UserData;  // client lines
-  Mutex data_mutex;          // guards the slots of both tables, and m_pSession for ReadLine
+  Mutex data_mutex;          // guards m_pSession for ReadLine, and both tables while EndScan frees
   Semaphore m_semaphore;     // raised by DeviceEndScan, lowered by the call that ends the page
   _SCANINFO scan_info{};     // the thread that starts pages; workers have a copy
   const std::string m_name;
@@ -269,6 +271,7 @@ class VOX_EXPORT CTwainImageIF {
   bool fail_start(std::uint32_t status) VOX_REQUIRES(m_life);
   void end_page() VOX_REQUIRES(m_life);
   void free_lines() VOX_REQUIRES(m_life);
+  void forget_lines() VOX_REQUIRES(m_life);
   void join_rescalers() VOX_REQUIRES(m_life);
   void drop_session() VOX_REQUIRES(m_life);
   bool lines_given() const VOX_REQUIRES(data_mutex);

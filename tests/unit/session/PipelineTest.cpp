@@ -438,14 +438,18 @@ TEST_F(PipelineTest, ExceptionAfterTheRaiseDoesNotRaiseTwice) {
 }
 
 std::atomic<std::size_t> size_that_fails{0};
+std::atomic<int> lines_before{0};      // of that size, which do not fail
+thread_local bool has_memory = false;  // the reader, once it has its first line
 
 void* MemoryThatFails(std::size_t size) {
-  return size == size_that_fails ? nullptr : std::malloc(size);
+  const bool fails = size == size_that_fails && !has_memory && lines_before-- <= 0;
+  return fails ? nullptr : std::malloc(size);
 }
 
 struct StageOutOfMemory {
   const char* thread;
-  std::size_t size;  // of the lines that it allocates, and no other stage does
+  std::size_t size;  // of the line that it asks for first
+  int lines_before;  // that the reader asks for before it
 };
 
 class OutOfMemoryTest : public PipelineTest,
@@ -454,6 +458,11 @@ class OutOfMemoryTest : public PipelineTest,
 TEST_P(OutOfMemoryTest, IsStatus2AndNobodyHangs) {
   WithSystem([](SessionSystem& system) { system.line_memory = &MemoryThatFails; });
   size_that_fails = GetParam().size;
+  lines_before = GetParam().lines_before;
+  device_->AtLine(0, [](FakeTransport&) {
+    has_memory = true;
+    return 0;
+  });
   testing::internal::CaptureStderr();
   device_->Ranges(75, 150);
   EXPECT_EQ(ScanThatFails({1, 60, 80, 300, 300}), 2u);  // 30 grey pixels at the device's 150 dpi
@@ -463,9 +472,9 @@ TEST_P(OutOfMemoryTest, IsStatus2AndNobodyHangs) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stages, OutOfMemoryTest,
-                         testing::Values(StageOutOfMemory{"data_thread", 30 + 16},
-                                         StageOutOfMemory{"imageprocX_thread", 60},
-                                         StageOutOfMemory{"imageprocY_thread", 8}),
+                         testing::Values(StageOutOfMemory{"data_thread", 60, 0},
+                                         StageOutOfMemory{"imageprocX_thread", 60, 1},
+                                         StageOutOfMemory{"imageprocY_thread", 8, 0}),
                          [](const auto& test) { return std::string(test.param.thread); });
 
 TEST_F(PipelineTest, UnknownDataTypeEndsAtOnceWithItsPageEnd) {
