@@ -1,5 +1,8 @@
 #include "vox/DevicesManager.h"
 
+#include <new>
+#include <utility>
+
 #include "vox/UserPreferences.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/usb/TwImgIFUsb.h"
@@ -19,8 +22,15 @@ void default_push(Dictionary& info) {
     info.Set(kDevicePushKey, true);
 }
 
+std::optional<std::string> location_of(const Dictionary& info) {
+  if (is_device_of_type(info, kDeviceTypeUsb)) return "USB";
+  if (!is_device_of_type(info, kDeviceTypeNetwork)) return std::nullopt;
+  return info.String(kDeviceNameKey).value_or("") + " (" + info.String(kDeviceIpKey).value_or("") +
+         ")";
+}
+
 void renew_location(Dictionary& info) {
-  const auto location = DevicesManager::deviceLocationWithDeviceInfo(info);
+  const auto location = location_of(info);
   if (location) info.Set(kDeviceLocationKey, *location);
 }
 
@@ -39,6 +49,20 @@ DeviceInfo copy_of_record(const PropertyValue& record) {
   return std::make_shared<Dictionary>(*stored);
 }
 
+DeviceInfoDictionary stored_devices() {
+  DeviceInfoDictionary devices;
+  const Dictionary settings = UserPreferences::instance().allSharedValues();
+  for (const auto& [key, record] : settings) {
+    if (!key.starts_with(DEVICE_RECORD)) continue;
+    const DeviceInfo info = copy_of_record(record);
+    if (info == nullptr) continue;
+    default_push(*info);
+    renew_location(*info);
+    devices[*info->String(kDeviceIdKey)] = info;
+  }
+  return devices;
+}
+
 }  // namespace
 
 template <>
@@ -52,88 +76,107 @@ DevicesManager::DevicesManager() {
 }
 
 void DevicesManager::initDevices() {
-  synchronizeDevices();
+  m_knownDevices = stored_devices();
 }
 
-void DevicesManager::synchronizeDevices() {
-  m_knownDevices.clear();
-  const Dictionary settings = UserPreferences::instance().allSharedValues();
-  for (const auto& [key, record] : settings) {
-    if (!key.starts_with(DEVICE_RECORD)) continue;
-    const DeviceInfo info = copy_of_record(record);
-    if (info == nullptr) continue;
-    default_push(*info);
-    renew_location(*info);
-    m_knownDevices[*info->String(kDeviceIdKey)] = info;
-  }
+void DevicesManager::synchronizeDevices() try {
+  initDevices();  // what was known stays where that throws
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-void DevicesManager::appendDevices(const DeviceInfoDictionary& devices) {
+void DevicesManager::appendDevices(const DeviceInfoDictionary& devices) try {
+  DeviceInfoDictionary staged;
   Dictionary records;
   for (const auto& [key, found] : devices) {
-    const DeviceInfo changed = merge(found);
-    if (changed != nullptr) records.Set(record_key(*found->String(kDeviceIdKey)), *changed);
+    if (!stage(found, &staged)) continue;
+    const std::string id = *found->String(kDeviceIdKey);
+    records.Set(record_key(id), *staged[id]);
   }
+  commit(&staged);
   UserPreferences::instance().setValuesForSharedKeys(records);
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-void DevicesManager::appendOneDeviceInfo(const DeviceInfo& found) {
-  if (merge(found) != nullptr) saveDeviceInfo(found->String(kDeviceIdKey));
+void DevicesManager::appendOneDeviceInfo(const DeviceInfo& found) try {
+  appendDevices({{"", found}});
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-// merge gives the stored dictionary when it needs saving, else null.
-DeviceInfo DevicesManager::merge(const DeviceInfo& found) {
+// stage puts a copy of the device's record, with what was found, beside the registry.
+// Returns: whether it needs saving.
+bool DevicesManager::stage(const DeviceInfo& found, DeviceInfoDictionary* staged) const {
   const auto id = found != nullptr ? found->String(kDeviceIdKey) : std::nullopt;
-  if (!id) return nullptr;
-  bool save = false;
-  DeviceInfo stored = infoForDevice(*id);
-  if (stored == nullptr) {
-    stored = std::make_shared<Dictionary>(*found);
-    m_knownDevices[*id] = stored;
-    save = true;
-  } else if (is_device_of_type(*found, kDeviceTypeNetwork)) {
-    const bool moved = take_over(*stored, *found, kDeviceIpKey);
-    const bool renamed = take_over(*stored, *found, kDeviceNameKey);
+  if (!id) return false;
+  const DeviceInfo stored = infoForDevice(*id);
+  DeviceInfo& record = (*staged)[*id];
+  const bool is_new = record == nullptr && stored == nullptr;
+  if (record == nullptr) record = std::make_shared<Dictionary>(is_new ? *found : *stored);
+  bool save = is_new;
+  if (!is_new && is_device_of_type(*found, kDeviceTypeNetwork)) {
+    const bool moved = take_over(*record, *found, kDeviceIpKey);
+    const bool renamed = take_over(*record, *found, kDeviceNameKey);
     save = moved || renamed;
   }
-  default_push(*stored);
-  if (!save) return nullptr;
-  renew_location(*stored);
-  return stored;
+  default_push(*record);
+  if (save) renew_location(*record);
+  return save;
 }
 
-void DevicesManager::saveDeviceInfo(const std::optional<std::string>& deviceId) {
+// commit takes the copies over, which needs no memory; known dictionaries stay the same objects.
+void DevicesManager::commit(DeviceInfoDictionary* staged) {
+  for (const auto& [id, record] : *staged) {
+    const auto known = m_knownDevices.find(id);
+    if (known != m_knownDevices.end()) std::swap(*known->second, *record);
+  }
+  m_knownDevices.merge(*staged);
+}
+
+void DevicesManager::saveDeviceInfo(const std::optional<std::string>& deviceId) try {
   const DeviceInfo info = deviceId ? infoForDevice(*deviceId) : nullptr;
   if (info == nullptr) return;
   UserPreferences::instance().setValueForSharedKey(*info, record_key(*deviceId));
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-void DevicesManager::saveDevices(const std::vector<std::string>& ids) {
+void DevicesManager::saveDevices(const std::vector<std::string>& ids) try {
   Dictionary records;
   for (const std::string& id : ids) {
     const DeviceInfo known = infoForDevice(id);
     if (known != nullptr) records.Set(record_key(id), *known);
   }
   UserPreferences::instance().setValuesForSharedKeys(records);
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-void DevicesManager::saveAllDevices() {
+void DevicesManager::saveAllDevices() try {
   std::vector<std::string> ids;
   for (const auto& [id, info] : m_knownDevices) {
     if (const auto own = info->String(kDeviceIdKey)) ids.push_back(*own);
   }
   saveDevices(ids);
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-void DevicesManager::removeDevice(const std::string& deviceId) {
+void DevicesManager::removeDevice(const std::string& deviceId) try {
+  const std::string key = record_key(deviceId);
   m_knownDevices.erase(deviceId);
-  UserPreferences::instance().removeSharedKey(record_key(deviceId));
+  UserPreferences::instance().removeSharedKey(key);
+} catch (const std::bad_alloc&) {
+  UserPreferences::noteNoMemory();
 }
 
-DeviceInfoArray DevicesManager::knownDevices() const {
+DeviceInfoArray DevicesManager::knownDevices() const try {
   DeviceInfoArray devices;
   for (const auto& [id, info] : m_knownDevices) devices.push_back(info);
   return devices;
+} catch (const std::bad_alloc&) {
+  return {};
 }
 
 DeviceInfo DevicesManager::infoForDevice(const std::string& deviceId) const {
@@ -142,22 +185,26 @@ DeviceInfo DevicesManager::infoForDevice(const std::string& deviceId) const {
 }
 
 std::optional<DeviceInfoArray> DevicesManager::devicesListFromDevicesIdList(
-    const std::vector<std::string>& ids) const {
+    const std::vector<std::string>& ids) const try {
   DeviceInfoArray devices;
   for (const std::string& id : ids) {
     devices.push_back(infoForDevice(id));
     if (devices.back() == nullptr) return std::nullopt;
   }
   return devices;
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 std::vector<std::string> DevicesManager::devicesIdListFromDevicesList(
-    const DeviceInfoArray& devices) const {
+    const DeviceInfoArray& devices) const try {
   std::vector<std::string> ids;
   for (const DeviceInfo& info : devices) {
     ids.push_back(info != nullptr ? info->String(kDeviceIdKey).value_or("") : "");
   }
   return ids;
+} catch (const std::bad_alloc&) {
+  return {};
 }
 
 std::optional<std::string> DevicesManager::deviceLocation(const std::string& deviceId) const {
@@ -165,15 +212,15 @@ std::optional<std::string> DevicesManager::deviceLocation(const std::string& dev
   return info != nullptr ? deviceLocationWithDeviceInfo(*info) : std::nullopt;
 }
 
-std::optional<std::string> DevicesManager::deviceLocationWithDeviceInfo(const Dictionary& info) {
-  if (is_device_of_type(info, kDeviceTypeUsb)) return "USB";
-  if (!is_device_of_type(info, kDeviceTypeNetwork)) return std::nullopt;
-  return info.String(kDeviceNameKey).value_or("") + " (" + info.String(kDeviceIpKey).value_or("") +
-         ")";
+std::optional<std::string> DevicesManager::deviceLocationWithDeviceInfo(
+    const Dictionary& info) try {
+  return location_of(info);
+} catch (const std::bad_alloc&) {
+  return std::nullopt;
 }
 
 std::unique_ptr<CTwainImageIF> DevicesManager::createInterfaceForDevice(
-    const std::string& deviceId) const {
+    const std::string& deviceId) const try {
   const DeviceInfo info = infoForDevice(deviceId);
   if (info == nullptr) return nullptr;
   if (is_device_of_type(*info, kDeviceTypeNetwork)) {
@@ -188,12 +235,16 @@ std::unique_ptr<CTwainImageIF> DevicesManager::createInterfaceForDevice(
     return std::make_unique<CTwImgIFUsb>(model->c_str(), serial->c_str());
   }
   return nullptr;
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
-bool DevicesManager::isDeviceOnline(const std::optional<std::string>& deviceId) const {
+bool DevicesManager::isDeviceOnline(const std::optional<std::string>& deviceId) const try {
   if (!deviceId) return false;
   const std::unique_ptr<CTwainImageIF> interface = createInterfaceForDevice(*deviceId);
   return interface != nullptr && interface->IsOnLine(0);
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 }  // namespace vox

@@ -14,6 +14,9 @@
 // out when the registry loads.
 // Errors: nothing is reported but nil, null or NO. A program that wants to know whether a record
 //         was written asks UserPreferences::lastOutcome.
+// Memory: only instance() throws std::bad_alloc. Where memory runs out in another call it gives
+//         nil, null, NO or nothing, and the registry is as before or as it should be then; what
+//         was to be written may not be, of which lastOutcome says ENOMEM.
 // Thread rule: instance() from any thread; all else from one thread at a time. A search that runs
 // on another thread hands its result to appendDevices on the client's.
 #pragma once
@@ -105,7 +108,8 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
   ~DevicesManager() = default;
 
   void initDevices();
-  DeviceInfo merge(const DeviceInfo& found);
+  bool stage(const DeviceInfo& found, DeviceInfoDictionary* staged) const;
+  void commit(DeviceInfoDictionary* staged);
 
   DeviceInfoDictionary m_knownDevices;  // by "deviceId"; no null
 };

@@ -1,6 +1,7 @@
 #include "vox/UserPreferences.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -262,6 +263,10 @@ void UserPreferences::removeSharedKey(const std::string& key) {
 
 StoreOutcome UserPreferences::lastOutcome() const {
   return last;
+}
+
+void UserPreferences::noteNoMemory() {
+  last.error = ENOMEM;
 }
 
 StoreOutcome UserPreferences::globalSettingsOutcome() const {

@@ -112,6 +112,9 @@ class VOX_EXPORT UserPreferences : public Singleton<UserPreferences> {
 
   // lastOutcome tells how the last call of this thread that touched a store went.
   StoreOutcome lastOutcome() const;
+  // noteNoMemory makes lastOutcome tell ENOMEM of this thread, for a call that lacked the memory to
+  // read or write.
+  static void noteNoMemory();
   // globalSettingsOutcome looks at the shared file and changes nothing: it tells what a change
   // would replace now. A missing file is no error.
   StoreOutcome globalSettingsOutcome() const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <tuple>
 
 #include "tools/vox/Output.h"
@@ -62,6 +63,7 @@ void AfterChange() {
   UserPreferences& preferences = UserPreferences::instance();
   const StoreOutcome outcome = preferences.lastOutcome();
   if (outcome.error == 0) return;
+  if (outcome.error == ENOMEM) throw std::bad_alloc();
   const bool shared = outcome.path == preferences.pathToGlobalSettings();
   throw SettingsFailure(shared ? Store::kShared : Store::kUser, "write", outcome.path,
                         outcome.error);

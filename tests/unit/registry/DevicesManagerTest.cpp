@@ -1,12 +1,10 @@
 // What the registry keeps, merges, stores and hands out.
 #include <cstdio>
 #include <limits>
-#include <new>
 
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include "tests/support/NoMemory.h"
 #include "tests/unit/registry/Registry.h"
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/FileReplacement.h"
@@ -270,19 +268,6 @@ TEST_F(Registry, AStoredLocationIsMadeAnew) {
   Reload();
   EXPECT_EQ(Manager().infoForDevice("m")->String("location"), "A (10.0.0.1)");
   EXPECT_EQ(StoredDevice("m")->String("location"), "B (10.0.0.2)") << "nothing is written back";
-}
-
-TEST_F(Registry, ADeviceThatThereIsNoMemoryToKeepLeavesNoGap) {
-  const auto found = std::make_shared<Dictionary>(Dictionary{{"deviceId", "SN1"}});
-  for (int spared = 0; spared < 3; ++spared) {
-    try {
-      const test::NoMemory none(spared);
-      Manager().appendOneDeviceInfo(found);
-    } catch (const std::bad_alloc&) {
-    }
-    for (const DeviceInfo& info : Manager().knownDevices()) ASSERT_NE(info, nullptr);
-    Manager().removeDevice("SN1");
-  }
 }
 
 TEST_F(Registry, RecordsOfTheWrongTypesAreLeftOut) {
