@@ -153,7 +153,7 @@ TEST_P(RecycledPageTest, TakesNoMoreLinesFromTheHeapThanAreOutAtATime) {
   ASSERT_TRUE(device_->Prepare(shape));
   const std::uint32_t lines = device_->scan_info.Window.yExtent;
   for (std::uint32_t i = 4; i < lines; ++i) {
-    device_->AtLine(i, [this, i, lines, length = shape.length](FakeTransport& device) {
+    device_->AtLine(i, [i, lines, length = shape.length](FakeTransport& device) {
       const auto taken = [&] { return static_cast<std::uint64_t>(device.nLineOut) + 2; };
       const auto in_time = [&] { return taken() * lines >= std::uint64_t{i - 3} * length; };
       return Eventually(in_time) ? 0 : -1;
