@@ -149,6 +149,37 @@ TEST(HorizontalStage, RawBitsOfAnUnfinishedByteAreNotDelivered) {
   EXPECT_EQ(page.Across({0xFF}), (Line{0xFF, 0x00}));
 }
 
+TEST(HorizontalStage, LineThatNeedsNothingIsPassedInPlace) {
+  for (const unsigned bits : {1u, 8u, 24u}) {
+    Page page = Page(bits).Width(16, 16).Length(1, 1);
+    page.info.Window.xExtent = 32;   // the device sends more than the frame
+    page.request.dwLineSize += 100;  // and the client's line is longer than either
+    const LINE_SIZES sizes = line_sizes(page.request, page.info);
+    HorizontalStage stage(page.request, page.info);
+    ASSERT_TRUE(stage.passes_lines()) << bits;
+    Line line = page.Noise()[0], expected(sizes.device_room);
+    line.resize(std::max(sizes.raw_room, sizes.device_room), 0xEE);
+    stage.run(expected.data(), line.data());
+    stage.pass(line.data());
+    line.resize(sizes.device_room);
+    EXPECT_EQ(line, expected) << bits;
+  }
+}
+
+TEST(HorizontalStage, LineThatMovesIsNotPassed) {
+  const auto passes = [](const Page& page) {
+    return HorizontalStage(page.request, page.info).passes_lines();
+  };
+  EXPECT_TRUE(passes(Page(24).Width(5, 5)));
+  EXPECT_FALSE(passes(Page(24).Width(5, 5).Margin(1)));
+  EXPECT_FALSE(passes(Page(1).Width(16, 16).Margin(1)));
+  EXPECT_FALSE(passes(Page(24).Width(5, 5).Planes(1)));
+  EXPECT_FALSE(passes(Page(24).Width(5, 6)));
+  Page narrow = Page(8).Width(5, 5);
+  narrow.info.Window.xExtent = 4;
+  EXPECT_FALSE(passes(narrow)) << "the raw line ends before the frame";
+}
+
 TEST(HorizontalStage, EnlargesAndShrinksByTheResolutions) {
   EXPECT_EQ(Page(8).Width(3, 5).Across({0, 100, 200}), (Line{0, 50, 100, 150, 200}));
   EXPECT_EQ(Page(8).Width(4, 2).Across({10, 20, 30, 40}), (Line{13, 38}));
