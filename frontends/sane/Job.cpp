@@ -89,18 +89,19 @@ SANE_Status Job::Start(const Settings& settings, const cli::ScanPlan& plan) {
   open_ = false;
   closed_ = SANE_STATUS_INVAL;
   if (!StartThreads()) return SANE_STATUS_NO_MEM;
-  const bool cancelled = cancels != seen_cancels_.exchange(cancels);
-  const SANE_Status status = GiveOrder(settings, plan, cancelled);
+  const SANE_Status status = GiveOrder(settings, plan, cancels);
   return status == SANE_STATUS_GOOD ? AwaitStart() : status;
 }
 
-SANE_Status Job::GiveOrder(const Settings& settings, const cli::ScanPlan& plan, bool cancelled) {
+// `cancels` are those that came before the call: they are over once the page before is.
+SANE_Status Job::GiveOrder(const Settings& settings, const cli::ScanPlan& plan, unsigned cancels) {
   MutexLock lock(mutex_);
   const auto deadline = Clock::now() + times_.old_page;
-  while (phase_ != Phase::kIdle || aborting_) {
+  while (phase_ != Phase::kIdle || aborting_ || (job_open_ && !more_)) {
     if (Clock::now() >= deadline) return SANE_STATUS_DEVICE_BUSY;
     changed_.WaitUntil(lock, deadline);
   }
+  const bool cancelled = cancels != seen_cancels_.exchange(cancels);
   if (IsCancelled()) return SANE_STATUS_CANCELLED;
   if (IsFeederEmpty(settings, cancelled)) return SANE_STATUS_NO_DOCS;
   order_ = {settings, plan, more_};
@@ -172,6 +173,7 @@ void Job::ReadPages() {
     while (phase_ != Phase::kOrdered && !quit_) changed_.Wait(lock);
     if (quit_) return;
     phase_ = Phase::kStarting;
+    job_open_ = true;
     lock.Unlock();
     const SANE_Status status = ScanPage();
     lock.Lock();
@@ -207,11 +209,12 @@ SANE_Status Job::ScanPage() {
   } catch (const std::exception& exception) {
     Log(1, "%s", exception.what());
   }
-  // Where the client has cancelled, the watching thread aborts.
-  if (!IsCancelled()) scanner_.Interface().Abort();
+  const bool cancelled = IsCancelled();  // then the watching thread aborts
+  if (!cancelled) scanner_.Interface().Abort();
   const MutexLock lock(mutex_);
   more_ = false;
-  return IsCancelled() ? SANE_STATUS_CANCELLED : status;
+  if (!cancelled) job_open_ = false;
+  return cancelled ? SANE_STATUS_CANCELLED : status;
 }
 
 void Job::FailPage() {
@@ -302,7 +305,7 @@ void Job::EndPage() {
     more = false;
   }
   const MutexLock lock(mutex_);
-  more_ = more;
+  more_ = job_open_ = more;
 }
 
 void Job::Deliver(std::span<const std::uint8_t> line) {
@@ -355,7 +358,7 @@ void Job::AwaitNextPage(MutexLock& lock) {
 // An abort that comes before the reading thread has started its page does nothing, so it comes
 // again until that thread is idle.
 void Job::EndJob(MutexLock& lock) {
-  if (phase_ == Phase::kIdle && !more_) return;
+  if (!job_open_ && phase_ == Phase::kIdle) return;
   aborting_ = true;
   changed_.NotifyAll();
   do {
@@ -365,7 +368,7 @@ void Job::EndJob(MutexLock& lock) {
     if (phase_ == Phase::kOrdered && quit_) break;  // nobody will take the order
     if (phase_ != Phase::kIdle) changed_.WaitFor(lock, kBetweenAborts);
   } while (phase_ != Phase::kIdle);
-  more_ = emptied_ = aborting_ = false;
+  job_open_ = more_ = emptied_ = aborting_ = false;
   changed_.NotifyAll();
 }
 

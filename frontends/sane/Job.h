@@ -91,7 +91,7 @@ class Job {
   // the client's
   bool StartThreads();
   bool IsCancelled() const { return cancels_ != seen_cancels_; }
-  SANE_Status GiveOrder(const Settings& settings, const cli::ScanPlan& plan, bool cancelled)
+  SANE_Status GiveOrder(const Settings& settings, const cli::ScanPlan& plan, unsigned cancels)
       VOX_EXCLUDES(mutex_);
   bool IsFeederEmpty(const Settings& settings, bool cancelled) VOX_REQUIRES(mutex_);
   SANE_Status AwaitStart() VOX_EXCLUDES(mutex_);
@@ -140,7 +140,10 @@ class Job {
   Phase phase_ VOX_GUARDED_BY(mutex_) = Phase::kIdle;
   bool quit_ VOX_GUARDED_BY(mutex_) = false;
   bool aborting_ VOX_GUARDED_BY(mutex_) = false;  // the watching thread is inside Abort
-  bool more_ VOX_GUARDED_BY(mutex_) = false;      // the device's job has another page
+// A job that may be open on the device. Of a cancelled page it stays so until the watching thread
+  // has told the device.
+  bool job_open_ VOX_GUARDED_BY(mutex_) = false;
+  bool more_ VOX_GUARDED_BY(mutex_) = false;  // it has another page
   bool emptied_ VOX_GUARDED_BY(mutex_) = false;   // the last page of a feeder was read
   Clock::time_point emptied_at_ VOX_GUARDED_BY(mutex_){};
   bool given_ VOX_GUARDED_BY(mutex_) = false;  // final_status_ was given to the client
