@@ -140,11 +140,11 @@ class Job {
   Phase phase_ VOX_GUARDED_BY(mutex_) = Phase::kIdle;
   bool quit_ VOX_GUARDED_BY(mutex_) = false;
   bool aborting_ VOX_GUARDED_BY(mutex_) = false;  // the watching thread is inside Abort
-// A job that may be open on the device. Of a cancelled page it stays so until the watching thread
+  // A job that may be open on the device. Of a cancelled page it stays so until the watching thread
   // has told the device.
   bool job_open_ VOX_GUARDED_BY(mutex_) = false;
-  bool more_ VOX_GUARDED_BY(mutex_) = false;  // it has another page
-  bool emptied_ VOX_GUARDED_BY(mutex_) = false;   // the last page of a feeder was read
+  bool more_ VOX_GUARDED_BY(mutex_) = false;     // it has another page
+  bool emptied_ VOX_GUARDED_BY(mutex_) = false;  // the last page of a feeder was read
   Clock::time_point emptied_at_ VOX_GUARDED_BY(mutex_){};
   bool given_ VOX_GUARDED_BY(mutex_) = false;  // final_status_ was given to the client
   bool told_ VOX_GUARDED_BY(mutex_) = false;   // start_status_ is there

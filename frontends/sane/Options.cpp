@@ -329,7 +329,8 @@ cli::ScanPlan Options::Plan() const {
   const auto dpi = static_cast<unsigned>(values_.resolution);
   wish.resolution = cli::Resolution{dpi, dpi};
   const bool whole = left == 0 && top == 0 && right == widths_.max && bottom == heights_.max;
-  const bool told = cli::BedOf(InUse().unit).Width() > 0 && cli::BedOf(InUse().unit).Height() > 0;
+  const cli::Frame said = cli::BedOf(InUse().unit);
+  const bool told = said.right == bed.right && said.bottom == bed.bottom;
   if (!whole || !told)
     wish.frame =
         cli::Frame{Inches(left, widths_.max, bed.right), Inches(top, heights_.max, bed.bottom),
