@@ -31,6 +31,11 @@ foreach(page IN LISTS man_pages)
   string(REGEX MATCH "[0-9]$" section ${page})
   install(FILES ${CMAKE_SOURCE_DIR}/docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
+if(TARGET sane-vox)
+  install(FILES ${CMAKE_SOURCE_DIR}/docs/man/sane-vox.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT sane)
+  install(FILES ${CMAKE_SOURCE_DIR}/packaging/com.veltronix.vox.metainfo.xml
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo COMPONENT sane)
+endif()
 list(TRANSFORM completions PREPEND ${CMAKE_SOURCE_DIR}/packaging/completions/)
 install(FILES ${completions} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -196,6 +197,24 @@ TEST_F(RememberedDevices, ANameIsNeverRun) {
   EXPECT_THAT(OfferedOf("{\"name\":\"" + name + "\"}\n{\"name\":\"a\\nb\"}\n", "scan ''"),
               ElementsAre(name));
   EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+// The first match of every line that has one.
+Options Found(const std::string& text, const std::string& pattern) {
+  const std::regex line(pattern, std::regex::ECMAScript | std::regex::multiline);
+  Options found;
+  for (std::sregex_iterator i(text.begin(), text.end(), line), end; i != end; ++i)
+    found.insert((*i)[1]);
+  return found;
+}
+
+TEST(SanePageTest, ItHasTheWordsOfTheConfigurationFileAndNoOthers) {
+  const std::string page = TextOf(std::string(kPages) + "sane-vox.5");
+  const std::string file = TextOf(VOX_SOURCE_DIR "/frontends/sane/vox.conf");
+  const Options words = Found(file, "^#?([a-z-]+) ");
+  EXPECT_THAT(words, testing::Contains("discovery"));
+  EXPECT_EQ(Found(std::regex_replace(page, std::regex("\\\\-"), "-"), "^\\.B[IR] \"([a-z-]+) "),
+            words);
 }
 
 class Pages : public testing::Test {

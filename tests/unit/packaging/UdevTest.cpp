@@ -1,5 +1,5 @@
-// The udev rules and the hardware database that are installed for devices at USB: every model of
-// the table and no other, and what a rule does to a device.
+// The udev rules, the hardware database and the metainfo that are installed for devices at USB:
+// every model of the table and no other, and what a rule does to a device.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -119,9 +119,20 @@ TEST(UdevHwdbTest, ItNamesEveryModelAndNoOther) {
   std::string expected = "usb:v5658*\n ID_VENDOR_FROM_DATABASE=Veltronix\n";
   for (const Model& model : Models())
     expected += "\nusb:v" + Upper(model.vendor) + "p" + Upper(model.product) +
-                "*\n ID_MODEL_FROM_DATABASE=" + model.names + "\n";
+                "*\n ID_MODEL_FROM_DATABASE=" + model.names + "\n libsane_matched=yes\n";
   const std::string text = TextOf(std::string(kSource) + "60-vox.hwdb");
   EXPECT_EQ(text.substr(text.find("usb:")), expected);
+}
+
+TEST(MetainfoTest, ItHasTheDevicesOfEveryModelAndNoOther) {
+  std::string expected;
+  for (const Model& model : Models())
+    expected += "    <modalias>usb:v" + Upper(model.vendor) + "p" + Upper(model.product) +
+                "d*</modalias>\n";
+  const std::string text = TextOf(std::string(kSource) + "com.veltronix.vox.metainfo.xml");
+  const std::string begin = "<provides>\n", end = "  </provides>";
+  const std::size_t at = text.find(begin) + begin.size();
+  EXPECT_EQ(text.substr(at, text.find(end) - at), expected);
 }
 
 class Installed : public testing::Test {
@@ -164,8 +175,8 @@ TEST_F(Installed, SystemdsHardwareDatabaseAnswersWithTheNames) {
         "usb:v" + Upper(model.vendor) + "p" + Upper(model.product) + "d0100dc00";
     const std::string said =
         Said("unshare -rm sh -c '" + bind + " && systemd-hwdb query " + modalias + "'", &status);
-    EXPECT_EQ(said,
-              "ID_VENDOR_FROM_DATABASE=Veltronix\nID_MODEL_FROM_DATABASE=" + model.names + "\n")
+    EXPECT_EQ(said, "ID_VENDOR_FROM_DATABASE=Veltronix\nID_MODEL_FROM_DATABASE=" + model.names +
+                        "\nlibsane_matched=yes\n")
         << modalias;
   }
 }
