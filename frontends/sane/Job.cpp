@@ -337,16 +337,15 @@ void Job::Pause(std::chrono::milliseconds time) {
 // ---- the watching thread
 
 void Job::Watch() {
-  for (;;) {
+  for (bool quit = false; !quit;) {
     WaitReadable(watched_.Get(), watched_.Get());
     watched_.Clear();
-    MutexLock lock(mutex_);
-    if (quit_) {
-      EndJob(lock);
-      return;
+    {
+      MutexLock lock(mutex_);
+      quit = quit_;
+      if (given_) AwaitNextPage(lock);
     }
-    if (given_) AwaitNextPage(lock);
-    if (IsCancelled()) EndJob(lock);
+    EndJob();
   }
 }
 
@@ -357,19 +356,28 @@ void Job::AwaitNextPage(MutexLock& lock) {
 
 // An abort that comes before the reading thread has started its page does nothing, so it comes
 // again until that thread is idle.
-void Job::EndJob(MutexLock& lock) {
-  if (!job_open_ && phase_ == Phase::kIdle) return;
-  aborting_ = true;
-  changed_.NotifyAll();
-  do {
-    lock.Unlock();
-    scanner_.Interface().Abort();
-    lock.Lock();
-    if (phase_ == Phase::kOrdered && quit_) break;  // nobody will take the order
-    if (phase_ != Phase::kIdle) changed_.WaitFor(lock, kBetweenAborts);
-  } while (phase_ != Phase::kIdle);
+void Job::EndJob() {
+  {
+    const MutexLock lock(mutex_);
+    const bool wanted = quit_ || IsCancelled();
+    if (!wanted || (!job_open_ && phase_ == Phase::kIdle)) return;
+    aborting_ = true;
+    changed_.NotifyAll();
+  }
+  while (!AbortOnce()) {
+  }
+}
+
+// Says whether the job is over.
+bool Job::AbortOnce() {
+  scanner_.Interface().Abort();
+  MutexLock lock(mutex_);
+  const bool orphan = phase_ == Phase::kOrdered && quit_;  // nobody will take that order
+  if (phase_ != Phase::kIdle && !orphan) changed_.WaitFor(lock, kBetweenAborts);
+  if (phase_ != Phase::kIdle && !orphan) return false;
   job_open_ = more_ = emptied_ = aborting_ = false;
   changed_.NotifyAll();
+  return true;
 }
 
 }  // namespace vox::sane

@@ -114,7 +114,8 @@ class Job {
 
   // the watching thread's
   void Watch() VOX_EXCLUDES(mutex_);
-  void EndJob(MutexLock& lock) VOX_REQUIRES(mutex_);
+  void EndJob() VOX_EXCLUDES(mutex_);
+  bool AbortOnce() VOX_EXCLUDES(mutex_);
   void AwaitNextPage(MutexLock& lock) VOX_REQUIRES(mutex_);
 
   Scanner& scanner_;

@@ -261,7 +261,8 @@ TEST(SaneOptionsOfHostileDevices, NumbersOutOfAllBoundsStayInBounds) {
   EXPECT_GE(range.min, 1);
   EXPECT_LE(range.max, 19'200);
   EXPECT_LT(options.Plan().page.width, 100'000U);
-  EXPECT_THROW(Options(cli::Abilities()), cli::Failure);
+  const cli::Abilities none;
+  EXPECT_THROW(Options{none}, cli::Failure);
 }
 
 }  // namespace
