@@ -41,8 +41,9 @@ void Backend::End() {
 
 Backend* Backend::Current() {
   if (current != nullptr && current->process_ != ::getpid()) {
-    Backend* const parents = current;
+    Backend* const parents = current;  // it may have been in use when the host forked: left alone
     current = nullptr;
+    current = new Backend;
     static_cast<void>(parents);
   }
   return current;

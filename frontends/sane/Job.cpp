@@ -153,6 +153,7 @@ SANE_Status Job::Read(std::span<std::uint8_t> into, bool wait, std::size_t* got)
       if (*got == 0 && final_) {
         open_ = false;
         given_ = true;
+        ready_.Clear();
         emptied_at_ = Clock::now();
         closed_ = final_status_ == SANE_STATUS_EOF ? SANE_STATUS_INVAL : final_status_;
         return final_status_;
