@@ -6,6 +6,7 @@
 #include <iterator>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -40,6 +41,10 @@ std::string Text(const std::string& path) {
 void VoxProgram::Start(const std::string& arguments) {
   std::vector<std::string> words = Words(arguments);
   words.insert(words.begin(), VOX_PROGRAM);
+  StartCommand(std::move(words));
+}
+
+void VoxProgram::StartCommand(std::vector<std::string> words) {
   std::vector<char*> pointers;
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
@@ -53,7 +58,7 @@ void VoxProgram::Start(const std::string& arguments) {
   if (!limits_.empty()) ::signal(SIGXFSZ, SIG_IGN);
   for (const auto& [resource, limit] : limits_)
     ::setrlimit(static_cast<__rlimit_resource_t>(resource), &limit);
-  ::execv(pointers[0], pointers.data());
+  ::execvp(pointers[0], pointers.data());
   ::_exit(127);
 }
 

@@ -32,6 +32,8 @@ class VoxProgram {
   void Unlimit() { limits_.clear(); }
 
   void Start(const std::string& arguments);
+  // StartCommand runs another program the same way: its name, looked up in PATH, and its arguments.
+  void StartCommand(std::vector<std::string> words);
   void Signal(int signal) const;
   bool IsRunning() const;
   Outcome Wait();

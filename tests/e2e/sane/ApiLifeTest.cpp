@@ -1,0 +1,143 @@
+// What a process keeps of the backend: nothing. Hosts load and unload it, fork, and start anew.
+#include <cstdio>
+#include <fstream>
+
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/e2e/sane/SaneApi.h"
+#include "tests/support/Moment.h"
+
+namespace vox::cli::test {
+namespace {
+
+using vox::test::Eventually;
+
+class SaneLife : public SaneApi {
+ protected:
+  // Kilobytes of memory that the process has.
+  static long Resident() {
+    std::ifstream file("/proc/self/statm");
+    long size = 0, resident = 0;
+    file >> size >> resident;
+    return resident * ::sysconf(_SC_PAGESIZE) / 1024;
+  }
+  // Gives what `child` returns, run in a forked process; -1 when it ended otherwise.
+  template <typename Child>
+  static int InChild(const Child& child) {
+    const pid_t process = ::fork();
+    if (process == 0) {
+      try {
+        ::_exit(child());
+      } catch (const std::exception& exception) {
+        std::fprintf(stderr, "in the child: %s\n", exception.what());
+        ::_exit(99);
+      }
+    }
+    int status = 0;
+    if (process < 0 || ::waitpid(process, &status, 0) != process || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+  }
+  // 0 when a page comes whole.
+  static int ScanOnce(const SaneModule& sane) {
+    SaneScanner scanner(sane, kSmall);
+    if (scanner.Set("mode", "Gray") != SANE_STATUS_GOOD) return 2;
+    if (scanner.Set("resolution", 100) != SANE_STATUS_GOOD) return 3;
+    const SanePage page = scanner.Page();
+    return page.ended == SANE_STATUS_EOF && page.bytes.size() == 300U * 250U ? 0 : 4;
+  }
+};
+
+TEST_F(SaneLife, AThousandTimesLoadedAndUnloadedLeaveNothing) {
+  PutSmall();
+  place_->Configure({"device net:127.0.0.2"});
+  const auto round = [] {
+    SaneModule sane;
+    SANE_Int version = 0;
+    ASSERT_EQ(sane.init(&version, nullptr), SANE_STATUS_GOOD);
+    sane.exit();
+  };
+  for (int i = 0; i < 100; ++i) round();
+  const std::size_t descriptors = Descriptors(), threads = Threads();
+  const long resident = Resident();
+  for (int i = 0; i < 1000; ++i) round();
+  EXPECT_EQ(Descriptors(), descriptors);
+  EXPECT_EQ(Threads(), threads);
+  EXPECT_LT(Resident() - resident, 1024) << "kilobytes";
+}
+
+TEST_F(SaneLife, HandlesThatAreOpenedAndClosedLeaveNothing) {
+  PutSmall();
+  place_->Configure({"device net:127.0.0.2"});
+  const auto round = [&](bool page) {
+    SaneSession session(*sane_);
+    EXPECT_EQ(Devices().size(), 1U);
+    const auto scanner = OpenSmall();
+    if (page) ExpectGood(scanner->Page());
+  };
+  for (int i = 0; i < 20; ++i) round(true);
+  const std::size_t descriptors = Descriptors();
+  const long resident = Resident();
+  for (int i = 0; i < 60; ++i) round(i % 3 == 0);
+  EXPECT_TRUE(Eventually([&] { return Descriptors() <= descriptors; }))
+      << "the device's own in them";
+  EXPECT_LT(Resident() - resident, 4096) << "kilobytes, the device's own events in them";
+}
+
+TEST_F(SaneLife, AHostThatForksScansOnBothSides) {
+  PutSmall();
+  place_->Configure({"device net:127.0.0.2"});
+  SaneSession session(*sane_);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(InChild([&] { return ScanOnce(*sane_); }), 0);
+    EXPECT_EQ(ScanOnce(*sane_), 0);
+  }
+}
+
+// What runs in the background when a host forks runs in the parent only.
+TEST_F(SaneLife, AForkAfterAListAndAnOpenDoesNotHang) {
+  PutSmall();
+  place_->Configure({"device net:127.0.0.2", "discovery on"});
+  SaneSession session(*sane_);
+  EXPECT_GE(Devices().size(), 1U);
+  const auto scanner = OpenSmall();
+  EXPECT_EQ(InChild([&] {
+              ::alarm(60);
+              const int result = ScanOnce(*sane_);
+              sane_->exit();
+              return result;
+            }),
+            0);
+  ExpectGood(scanner->Page());
+}
+
+TEST_F(SaneLife, ExitGoesWithoutTheThreadsOfASearch) {
+  place_->Configure({"discovery on", "device net:127.0.0.88"});
+  const std::size_t threads = Threads();
+  for (int i = 0; i < 3; ++i) {
+    SaneSession session(*sane_);
+    Devices();
+  }
+  EXPECT_EQ(Threads(), threads);
+}
+
+TEST_F(SaneLife, OnlyEntryPointsAreVisible) {
+  const std::string command = "nm -D --defined-only " SANE_VOX_MODULE;
+  std::FILE* const names = ::popen(command.c_str(), "r");
+  ASSERT_NE(names, nullptr);
+  char line[4096];
+  int entries = 0;
+  while (std::fgets(line, sizeof line, names) != nullptr) {
+    const std::string text = line;
+    const std::string name = text.substr(text.rfind(' ') + 1);
+    if (name.rfind("VOX", 0) == 0 || name.rfind("LIBSANE", 0) == 0) continue;  // version names
+    EXPECT_EQ(name.rfind("sane_", 0), 0U) << text;
+    ++entries;
+  }
+  EXPECT_EQ(::pclose(names), 0);
+  EXPECT_GE(entries, 13);
+}
+
+}  // namespace
+}  // namespace vox::cli::test
