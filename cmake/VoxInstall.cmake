@@ -4,7 +4,8 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS vox EXPORT VoxTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT VoxTargets NAMESPACE Vox:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/Source/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/Source/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox FILES_MATCHING PATTERN "*.h"
+        PATTERN "*-inl.h" EXCLUDE)  # libhwy stays inside
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/platform/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vox/platform
         FILES_MATCHING PATTERN "*.h" PATTERN "PropertyListNodes.h" EXCLUDE  # libplist and libusb stay inside
         PATTERN "LibUsb.h" EXCLUDE PATTERN "UsbObjects.h" EXCLUDE PATTERN "UsbPipe.h" EXCLUDE

@@ -16,8 +16,6 @@
 
 namespace vox {
 
-struct WIDTH_TABLES;
-
 // LINE_PART is a line and its weight in a weighted mean of lines.
 struct LINE_PART {
   const unsigned char* line;
@@ -42,8 +40,5 @@ void mean_with(unsigned char* dst, const float* sum, LINE_PART last, float total
 // after the last are 0. threshold is 1 to 255.
 void pack_line(unsigned char* dst, const unsigned char* src, std::size_t n,
                unsigned char threshold) noexcept;
-
-// scale_width makes dst[0, tables.bytes) of src[0, tables.source_bytes).
-void scale_width(const WIDTH_TABLES& tables, unsigned char* dst, const unsigned char* src) noexcept;
 
 }  // namespace vox

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "vox/drivers/EnlargePlaces.h"
-#include "vox/drivers/LineVectors.h"
 #include "vox/drivers/ShrinkSpans.h"
+#include "vox/drivers/WidthVectors.h"
 
 namespace vox {
 namespace {

@@ -4,7 +4,7 @@
 // Every target pixel is a weighted sum of the same number of neighbouring source pixels (m_dwTaps),
 // which all lie within the source: a pixel that needs fewer has weights of 0, and a product with 0
 // leaves a sum as it is, bit for bit. The sum runs from left to right; shrinking divides it by the
-// total of the weights afterwards. LineVectors.h does the sums.
+// total of the weights afterwards. WidthVectors.h does the sums.
 //
 // Thread rule: a value; run() may be called from several threads at once.
 #pragma once
