@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ using Slot = std::atomic<Handle*>;
 static_assert(Slot::is_always_lock_free);
 
 Backend* current = nullptr;
+Backend* inherited = nullptr;  // what the parent of this process had begun last
 constinit std::array<Slot, kMostHandles> handles{};
 
 }  // namespace
@@ -35,16 +37,17 @@ void Backend::Begin() {
 
 void Backend::End() {
   for (Slot& slot : handles) Close(slot.load());
-  delete Current();
+  if (current != nullptr && current->process_ == ::getpid()) delete current;
   current = nullptr;
 }
 
+// What a parent had begun is begun anew, and the parent's is never deleted: its search's thread is
+// not here.
 Backend* Backend::Current() {
   if (current != nullptr && current->process_ != ::getpid()) {
-    Backend* const parents = current;  // it may have been in use when the host forked: left alone
-    current = nullptr;
-    current = new Backend;
-    static_cast<void>(parents);
+    Backend* const own = new Backend;
+    current->before_ = std::exchange(inherited, current);
+    current = own;
   }
   return current;
 }

@@ -42,6 +42,7 @@ class Backend {
   Backend();
 
   const int process_;
+  Backend* before_ = nullptr;  // what its parent had inherited, of one that was inherited
   std::unique_ptr<Devices> devices_;
 };
 
