@@ -10,6 +10,7 @@
 #include <umockdev.h>
 #include <unistd.h>
 
+#include "sim/usbbus/MonitorSend.h"
 #include "sim/usbbus/UsbNode.h"
 #include "sim/usbbus/UsbText.h"
 
@@ -115,6 +116,7 @@ UsbBus::UsbBus()
     : testbed_(std::make_unique<Testbed>()),
       root_(testbed_->Root()),
       pump_([this] { PumpWhenWoken(); }) {
+  if (!SendsToMonitorsThatAreGone()) throw std::runtime_error("no sendmsg in this system");
   ::chmod(root_.c_str(), 0777);  // other users take part: each listens for events in there
 }
 
