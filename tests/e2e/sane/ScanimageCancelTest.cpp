@@ -16,7 +16,7 @@ using testing::AnyOf;
 
 class ScanimageCancel : public Sane, public testing::WithParamInterface<unsigned> {
  protected:
-  static constexpr unsigned kRounds = 25, kSeries = 4;
+  static constexpr unsigned kRounds = 25;  // of each of the four series
   static constexpr char kPages[] =
       "--mode Gray --resolution 200 --format=pnm --source ADF --batch=p%d.pnm ";
 
