@@ -3,6 +3,7 @@
 // alone. Nothing here or below calls one of them: another backend's may answer.
 //
 // Exceptions end here. One that unwinds a cancelled thread is none of those that are caught.
+#include <cstring>
 #include <exception>
 #include <new>
 #include <system_error>
@@ -37,6 +38,14 @@ SANE_Status Guard(const char* what, const Call& call) {
     vox::sane::Log(1, "%s: %s", what, error.what());
     return SANE_STATUS_IO_ERROR;
   }
+}
+
+// C lets a program give any number for an action; C++ may not even read one that has no name.
+SANE_Word NumberOf(const SANE_Action& action) {
+  SANE_Word number = 0;
+  static_assert(sizeof number == sizeof action);
+  std::memcpy(&number, &action, sizeof number);
+  return number;
 }
 
 // Of an open handle; INVAL for anything else.
@@ -106,8 +115,9 @@ VOX_SANE_ENTRY const SANE_Option_Descriptor* sane_vox_get_option_descriptor(SANE
 VOX_SANE_ENTRY SANE_Status sane_vox_control_option(SANE_Handle handle, SANE_Int option,
                                                    SANE_Action action, void* value,
                                                    SANE_Int* info) {
-  return OfHandle("sane_control_option", handle,
-                  [&](Handle& open) { return open.Control(option, action, value, info); });
+  return OfHandle("sane_control_option", handle, [&](Handle& open) {
+    return open.Control(option, NumberOf(action), value, info);
+  });
 }
 
 VOX_SANE_ENTRY SANE_Status sane_vox_get_parameters(SANE_Handle handle, SANE_Parameters* params) {

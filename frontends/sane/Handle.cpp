@@ -27,7 +27,7 @@ unsigned BitsOf(cli::Mode mode) {
 Handle::Handle(const std::string& name, Devices& devices)
     : scanner_(name, devices), options_(scanner_.What()), job_(scanner_) {}
 
-SANE_Status Handle::Control(SANE_Int option, SANE_Action action, void* value, SANE_Int* info) {
+SANE_Status Handle::Control(SANE_Int option, SANE_Word action, void* value, SANE_Int* info) {
   SANE_Int what = 0;
   if (info != nullptr) *info = 0;
   if (action == SANE_ACTION_GET_VALUE) return options_.Get(option, value);

@@ -27,7 +27,7 @@ class Handle {
     return options_.Descriptor(option);
   }
   // Control: INVAL for a set while a page is open.
-  SANE_Status Control(SANE_Int option, SANE_Action action, void* value, SANE_Int* info);
+  SANE_Status Control(SANE_Int option, SANE_Word action, void* value, SANE_Int* info);
 
   // Parameters gives those of the page that is open, else an estimate; of an area that is empty, no
   // pixel.

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/e2e/VoxDevices.h"
+#include "tools/voxjobd/Starter.h"
 
 namespace vox::cli::test {
 
@@ -71,13 +72,23 @@ class Sane : public VoxDevices {
     if (!IsSkipped()) place_.emplace(vox_);
   }
 
+  // Judge: a job server that the backend starts would inherit what is preloaded beside the
+  // sanitizer that it has already.
+  static std::vector<std::string> Judge(const std::string& program, const std::string& arguments) {
+    if (*SANE_JUDGE_PRELOAD != '\0') {
+      JobServerStarterOptions server;
+      server.program = VOX_JOBD_FOLDER "/voxjobd";
+      EXPECT_TRUE(EnsureJobServer(server).running);
+    }
+    return SanePlace::Judge(program, arguments);
+  }
   Outcome Run(const std::string& program, const std::string& arguments) {
-    vox_.StartCommand(SanePlace::Judge(program, arguments));
+    vox_.StartCommand(Judge(program, arguments));
     return vox_.Wait();
   }
   Outcome Scanimage(const std::string& arguments) { return Run("scanimage", arguments); }
   void StartScanimage(const std::string& arguments) {
-    vox_.StartCommand(SanePlace::Judge("scanimage", arguments));
+    vox_.StartCommand(Judge("scanimage", arguments));
   }
   // Scans from the device at 127.0.0.2; standard error stays empty.
   void GoodScan(const std::string& arguments) {
