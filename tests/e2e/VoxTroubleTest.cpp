@@ -140,7 +140,10 @@ TEST_F(VoxScan, CtrlCAtAnyMomentLeavesAllOrNothing) {
       EXPECT_THAT(files, ElementsAre("p1.png", "p2.png", "p3.png"));
     }
     for (const std::string& file : files) {
-      EXPECT_EQ(ReadPng(vox_.File(file)).height, 1170U) << file << ", moment " << moment;
+      // A process that has hardly begun leaves its sanitizer's own file.
+      if (!file.starts_with("tsan.")) {
+        EXPECT_EQ(ReadPng(vox_.File(file)).height, 1170U) << file << ", moment " << moment;
+      }
       std::filesystem::remove(vox_.File(file));
     }
   }
