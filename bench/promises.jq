@@ -23,7 +23,7 @@ def verdict($rows):
   | if $wrong then {result: "not measured", why: ($wrong.row + ": " + $wrong.error)}
     elif ($measured | length) == 0 then {result: "not measured", why: "no row of it ran"}
     else $measured[-1] | . + {result: (if used <= 1 then "met" else "MISSED" end),
-      why: (if ($measured | length) > 1 then (.row | sub("^[^/]*/"; "")) else (.label | capture("\\((?<of>.*)\\)$").of) // "" end)} end;
+      why: (if ($measured | length) > 1 then (.row | sub("^[^/]*/"; "")) else (.label // "" | capture("\\((?<of>.*)\\)$").of) // "" end)} end;
 
 ($promises | split("\n") | map(select(test("^[^#]"))) | map(split("\\s+\\|\\s+"; null))
   | map({rows: ("^(" + .[0] + ")$"), unit: .[1], words: .[2]})) as $list
