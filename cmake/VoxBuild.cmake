@@ -157,7 +157,9 @@ function(vox_add_library)
 
   add_library(vox SHARED $<TARGET_OBJECTS:vox_jbig_objs> $<TARGET_OBJECTS:vox_objs>)
   add_library(Vox::vox ALIAS vox)
-  set_target_properties(vox PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  set_target_properties(vox PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${CMAKE_SOURCE_DIR}/Source/libvox.map)
+  target_link_options(vox PRIVATE LINKER:--version-script,${CMAKE_SOURCE_DIR}/Source/libvox.map)
   target_link_libraries(vox PRIVATE $<BUILD_INTERFACE:vox_options> $<BUILD_INTERFACE:PkgConfig::PLIST>
                             $<BUILD_INTERFACE:PkgConfig::LIBUSB> $<BUILD_INTERFACE:PkgConfig::HWY>)
   target_compile_features(vox INTERFACE cxx_std_20)

@@ -20,14 +20,23 @@ install(FILES ${CMAKE_BINARY_DIR}/VoxConfig.cmake ${CMAKE_BINARY_DIR}/VoxConfigV
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Vox)
 install(FILES ${CMAKE_BINARY_DIR}/vox.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# Man pages and completions for bash, of the programs that are built.
+# Man pages, and completions for bash, zsh and fish, of the programs that are built.
 set(man_pages vox.1 voxsim.1 voxjobd.8)
-set(completions vox voxsim voxjobd)
+set(completed vox voxsim voxjobd)
+set(completions ${CMAKE_SOURCE_DIR}/packaging/completions)
 if(TARGET voxsim-usb)
   list(APPEND man_pages voxsim-usb.1)
-  install(FILES ${CMAKE_SOURCE_DIR}/packaging/completions/voxsim
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME voxsim-usb)
+  list(APPEND completed voxsim-usb)
 endif()
+foreach(program IN LISTS completed)
+  string(REPLACE voxsim-usb voxsim file ${program})
+  install(FILES ${completions}/${file} RENAME ${program} COMPONENT completions
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${completions}/vox.fish RENAME ${program}.fish COMPONENT completions
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endforeach()
+install(FILES ${completions}/_vox COMPONENT completions DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(PROGRAMS ${completions}/offer COMPONENT completions DESTINATION ${CMAKE_INSTALL_DATADIR}/vox-tools)
 foreach(page IN LISTS man_pages)
   string(REGEX MATCH "[0-9]$" section ${page})
   install(FILES ${CMAKE_SOURCE_DIR}/docs/man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
@@ -37,8 +46,6 @@ if(TARGET sane-vox)
   install(FILES ${CMAKE_SOURCE_DIR}/packaging/com.veltronix.vox.metainfo.xml
           DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo COMPONENT sane)
 endif()
-list(TRANSFORM completions PREPEND ${CMAKE_SOURCE_DIR}/packaging/completions/)
-install(FILES ${completions} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
 # The component "usb" belongs to the machine, not to a prefix, and is installed only when it is asked for:
 #   sudo cmake --install build/release --component usb && sudo systemd-hwdb update && sudo udevadm control --reload
