@@ -33,18 +33,20 @@ SANE_Status Guard(const char* what, const Call& call) {
     return SANE_STATUS_NO_MEM;
   } catch (const std::system_error& error) {
     vox::sane::Log(1, "%s: %s", what, error.what());
-    return SANE_STATUS_NO_MEM;  // of threads, which nothing else here throws
+    return SANE_STATUS_NO_MEM;  // of threads or descriptors: nothing else here throws it
   } catch (const std::exception& error) {
     vox::sane::Log(1, "%s: %s", what, error.what());
     return SANE_STATUS_IO_ERROR;
   }
 }
 
-// C lets a program give any number for an action; C++ may not even read one that has no name.
-SANE_Word NumberOf(const SANE_Action& action) {
+// C lets a program give any number for an action or a status; C++ may not even read one that has no
+// name.
+template <typename Enum>
+SANE_Word NumberOf(const Enum& named) {
   SANE_Word number = 0;
-  static_assert(sizeof number == sizeof action);
-  std::memcpy(&number, &action, sizeof number);
+  static_assert(sizeof number == sizeof named);
+  std::memcpy(&number, &named, sizeof number);
   return number;
 }
 
@@ -151,7 +153,7 @@ VOX_SANE_ENTRY SANE_Status sane_vox_get_select_fd(SANE_Handle handle, SANE_Int* 
 }
 
 VOX_SANE_ENTRY SANE_String_Const sane_vox_strstatus(SANE_Status status) {
-  return vox::sane::StatusText(status);
+  return vox::sane::StatusText(NumberOf(status));
 }
 
 VOX_SANE_ALIAS(sane_vox_init) SANE_Status sane_init(SANE_Int*, SANE_Auth_Callback);

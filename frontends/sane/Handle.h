@@ -18,7 +18,7 @@ namespace vox::sane {
 
 class Handle {
  public:
-  // Throws as Scanner and Options do.
+  // Throws as Scanner, Options and Job do.
   Handle(const std::string& name, Devices& devices);
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;

@@ -51,6 +51,12 @@ std::string JobServerOfBuildTree() {
 
 // ---- the client
 
+Job::Job(Scanner& scanner, JobTimes times) : scanner_(scanner), times_(times) {
+  for (const EventFd* flag : {&ready_, &started_, &watched_}) {
+    if (flag->Get() < 0) throw std::system_error(EMFILE, std::generic_category());
+  }
+}
+
 Job::~Job() {
   ++cancels_;
   {

@@ -51,7 +51,8 @@ struct JobTimes {
 
 class Job {
  public:
-  explicit Job(Scanner& scanner, JobTimes times = {}) : scanner_(scanner), times_(times) {}
+  // Throws std::system_error without descriptors: a wait without its flag would have no end.
+  explicit Job(Scanner& scanner, JobTimes times = {});
   // The destructor cancels what runs.
   ~Job();
   Job(const Job&) = delete;

@@ -23,7 +23,7 @@ constexpr std::array<SANE_Status, 9> kStatuses{{
 constexpr std::array<const char*, 12> kTexts{{
     "Success",
     "Operation not supported",
-    "Operation was cancelled",
+    "Operation was canceled",
     "Device busy",
     "Invalid argument",
     "End of file reached",
@@ -48,7 +48,7 @@ SANE_Status StatusOfScan(std::uint32_t status, bool feeder) {
   return status < kStatuses.size() ? kStatuses[status] : SANE_STATUS_IO_ERROR;
 }
 
-const char* StatusText(SANE_Status status) {
+const char* StatusText(SANE_Word status) {
   const auto row = static_cast<std::size_t>(status);
   return row < kTexts.size() ? kTexts[row] : "Unknown SANE status code";
 }

@@ -19,7 +19,7 @@ SANE_Status StatusOf(const cli::Failure& failure);
 // device tells a fault within a page without its kind; where sheets move (`feeder`) it is a jam.
 SANE_Status StatusOfScan(std::uint32_t status, bool feeder);
 
-// StatusText gives libsane's own words.
-const char* StatusText(SANE_Status status);
+// StatusText gives libsane's own words for the number of a status, which may be none.
+const char* StatusText(SANE_Word status);
 
 }  // namespace vox::sane

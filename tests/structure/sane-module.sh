@@ -26,3 +26,7 @@ if grep -q 'NEEDED.*libsane.so' <<<"$dynamic"; then fail "needs libsane"; fi
 
 # Of its own it keeps nothing that a thread's end would have to destroy.
 if nm -C "$module" | grep -E '__tls_init|__cxa_thread_atexit'; then fail "has something to destroy for each thread"; fi
+
+# It neither ends its host nor writes where its host does.
+asked=$(nm -D --undefined-only "$module" | grep -wE 'exit|quick_exit|_Exit|abort|printf|puts|putchar|perror' || true)
+[ -z "$asked" ] || fail "may end its host, or print: $asked"

@@ -335,10 +335,9 @@ TEST_F(SaneCancel, FromASignalHandlerEndsTheWaitForABusyDevice) {
   device.SetFaults(FaultsOf("busy"));
   g_handle = scanner->Handle();
   SANE_Status status = SANE_STATUS_GOOD;
-  const double took = Interrupted([&] { status = scanner->Start(); }, 200ms);
+  Interrupted([&] { status = scanner->Start(); }, 200ms);
   g_handle = nullptr;
-  EXPECT_THAT(status, testing::AnyOf(SANE_STATUS_CANCELLED, SANE_STATUS_DEVICE_BUSY));
-  EXPECT_LT(took, 5);
+  EXPECT_EQ(status, SANE_STATUS_CANCELLED);
   device.SetFaults({});
   scanner->Cancel();
   ExpectGood(scanner->Page());

@@ -20,7 +20,7 @@
 namespace vox::cli::test {
 
 inline constexpr char kAt2[] = "vox:net:127.0.0.2";  // as frontends name it
-inline constexpr int kCancelled = 2, kBusy = 3, kInvalid = 4, kNoDocument = 7, kIoError = 9,
+inline constexpr int kCancelled = 2, kBusy = 3, kJammed = 6, kNoDocument = 7, kIoError = 9,
                      kDenied = 11;  // exit statuses of scanimage: SANE's numbers
 
 // What the tests of the backend share: its folders, and scanimage.

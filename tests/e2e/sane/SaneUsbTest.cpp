@@ -12,7 +12,7 @@ namespace vox::cli::test {
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
+using testing::MatchesRegex;
 
 class SaneUsb : public testing::Test {
  protected:
@@ -38,9 +38,11 @@ class SaneUsb : public testing::Test {
     const Bytes bytes = ReadFile(vox_.File(leaf));
     return {bytes.begin(), bytes.end()};
   }
-  void ExpectStatus(int status, const std::string& scanner, const std::string& words) {
+  void ExpectStatus(int status, const std::string& scanner, const std::string& words,
+                    const std::string& options = "") {
     const Outcome outcome =
-        Script("scan -d vox:usb:A7K0123 --resolution 300 --format=pnm -o a.pnm\n", scanner);
+        Script("scan -d vox:usb:A7K0123 --resolution 300 --format=pnm -o a.pnm " + options + "\n",
+               scanner);
     EXPECT_EQ(outcome.status, status) << outcome.err;
     EXPECT_THAT(outcome.err, HasSubstr(words));
   }
@@ -95,6 +97,24 @@ TEST_F(SaneUsb, WhatTheDeviceSaysHasItsStatus) {
   ExpectStatus(kIoError, "--fault unplug=data:500000", "Error during device I/O");
 }
 
+// A fault is told without its kind. Where sheets move it is a jam; one on the glass is none.
+TEST_F(SaneUsb, AFaultIsAJamWhereSheetsMove) {
+  ExpectStatus(kJammed, "--feeder 2 --fault check-error=1000", "Document feeder jammed",
+               "--source ADF");
+  ExpectStatus(kIoError, "--fault check-error=1000", "Error during device I/O", "--source Flatbed");
+}
+
+TEST_F(SaneUsb, AJamEndsABatchAndThePagesBeforeItStay) {
+  const Outcome outcome = Script(
+      "scan -d vox:usb:A7K0123 --source ADF --resolution 75 --format=pnm --batch=p%d.pnm\n"
+      "echo ended with $?; ls p*.pnm\n"
+      "scan -d vox:usb:A7K0123 --source ADF --resolution 75 --format=pnm -o again.pnm\n",
+      "--feeder 4 --fault page=3,check-error=1000");
+  EXPECT_THAT(outcome.err, HasSubstr("Document feeder jammed"));
+  EXPECT_THAT(outcome.out, HasSubstr("ended with 6\np1.pnm\np2.pnm\n"));
+  EXPECT_EQ(outcome.status, 0) << "the next page is good\n" << outcome.err;
+}
+
 TEST_F(SaneUsb, AScannerThatIsNotThereIsInvalid) {
   const Outcome outcome = Script("scan -d vox:usb:B2 -n\n");
   EXPECT_THAT(outcome.err, HasSubstr("Invalid argument"));
@@ -117,11 +137,11 @@ TEST_F(SaneUsb, ADeviceThatAnotherProgramScansFromIsBusy) {
   const Outcome outcome = Script(
       "$VOX scan usb:A7K0123 -o a.png --resolution 75 & first=$!\n"
       "until ls -a | grep -q '^[.]a.png'; do sleep 0.05; done; sleep 0.5\n"
-      "scan -d vox:usb:A7K0123 --resolution 75 --format=pnm -o b.pnm; echo $?\n"
-      "wait $first; echo $?\n",
+      "scan -d vox:usb:A7K0123 --resolution 75 --format=pnm -o b.pnm; echo second $?\n"
+      "wait $first; echo first $?\n",
       "--block-bytes 65536 --fault delay=data:200");
   EXPECT_THAT(outcome.err, HasSubstr("Device busy"));
-  EXPECT_THAT(outcome.out, HasSubstr("0\n"));
+  EXPECT_THAT(outcome.out, MatchesRegex("second [1-9][0-9]*\n(.*\n)?first 0\n"));
 }
 
 TEST_F(SaneUsb, CtrlCLeavesTheDeviceReady) {
@@ -133,6 +153,7 @@ TEST_F(SaneUsb, CtrlCLeavesTheDeviceReady) {
       "done\n",
       "--block-bytes 65536 --fault delay=data:50");
   EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("2\n")) << "none was cancelled within its page";
 }
 
 }  // namespace
