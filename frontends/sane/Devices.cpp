@@ -20,9 +20,11 @@ namespace {
 
 constexpr char kVendor[] = "Veltronix";
 constexpr char kType[] = "multi-function peripheral";
-constexpr std::chrono::milliseconds kListPatience{1'900};
+constexpr std::chrono::milliseconds kListPatience{1'900}, kAskPatience{1'000};
 constexpr std::chrono::seconds kBetweenSearches{10};
 constexpr std::size_t kMacLength = 17;
+constexpr std::size_t kKindLength = 4;  // of "net:" and "usb:"
+constexpr std::size_t kMostAsked = 16;  // devices of vox.conf, each on a thread of its own
 
 bool IsMac(std::string_view text) {
   if (text.size() != kMacLength) return false;
@@ -35,6 +37,10 @@ bool IsMac(std::string_view text) {
 
 bool IsSame(const std::string& a, const std::string& b) {
   return ::strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+bool IsUsb(const std::string& name) {
+  return name.starts_with("usb:");
 }
 
 bool IsDotted(const std::string& text) {
@@ -104,30 +110,37 @@ void Devices::Synchronize() {
   for (const DeviceInfo& device : found_) Replace(known_, device);
 }
 
-void Devices::StartSearch() {
+bool Devices::Search::Begin(const std::string& address) {
   const auto now = Clock::now();
-  if (search_ != nullptr && (!search_->Over() || now - searched_ < kBetweenSearches)) return;
-  search_.reset();
-  search_ = std::make_unique<cli::NetworkSearch>(tagNETSEARCH().pszAddress);
-  searched_ = now;
+  if (running != nullptr && (!running->Over() || now - begun < kBetweenSearches)) return false;
+  running.reset();
+  running = std::make_unique<cli::NetworkSearch>(address);
+  begun = now;
+  return true;
 }
 
 // Collect takes what the search has found, and waits for more until the deadline or until the
 // device called `until` is there.
 void Devices::Collect(Clock::time_point deadline, const std::string& until) {
-  if (search_ == nullptr) return;
+  if (search_.running == nullptr) return;
   for (;;) {
-    const DeviceInfoArray found = search_->NextUntil(deadline);
+    const DeviceInfoArray found = search_.running->NextUntil(deadline);
     if (found.empty()) return;
-    Remember(found);
+    Take(found);
     for (const DeviceInfo& device : found) {
-      const std::string name = NameOf(*device);
-      Log(2, "found %s at %s", name.c_str(), device->String(kDeviceIpKey).value_or("").c_str());
-      if (name.empty()) continue;
-      Replace(found_, device);
-      Replace(known_, device);
-      if (!until.empty() && IsSame(name, until)) return;
+      if (!until.empty() && IsSame(NameOf(*device), until)) return;
     }
+  }
+}
+
+void Devices::Take(const DeviceInfoArray& found) {
+  Remember(found);
+  for (const DeviceInfo& device : found) {
+    const std::string name = NameOf(*device);
+    Log(2, "found %s at %s", name.c_str(), device->String(kDeviceIpKey).value_or("").c_str());
+    if (name.empty()) continue;
+    Replace(found_, device);
+    Replace(known_, device);
   }
 }
 
@@ -149,20 +162,39 @@ void Devices::Add(const std::string& name, const std::string& model) {
   entry.device = {entry.name.c_str(), entry.vendor.c_str(), entry.model.c_str(), kType};
 }
 
+// The record of a device of vox.conf; null when there is none.
+DeviceInfo Devices::RecordOf(const std::string& name) const {
+  const bool usb = IsUsb(name);
+  DeviceInfo record;
+  for (const DeviceInfo& device : usb ? attached_ : known_) {
+    const bool there = !usb && "net:" + device->String(kDeviceIpKey).value_or("") == name;
+    if (there || IsSame(NameOf(*device), name)) record = device;
+  }
+  return record;
+}
+
+// A host name is not asked: to look it up may take longer than a list may. Returns: whether anybody
+// is asked now.
+bool Devices::AskConfigured() {
+  bool asked = false;
+  for (const std::string& name : config_.devices) {
+    if (IsUsb(name) || RecordOf(name) != nullptr) continue;
+    const std::string address = name.substr(kKindLength);
+    if (!IsDotted(address)) continue;
+    if (asked_.size() >= kMostAsked && !asked_.contains(address)) break;
+    asked = asked_[address].Begin(address) || asked;
+  }
+  return asked;
+}
+
 // A device of vox.conf has its record's stable name when there is one, so that it is listed once.
 void Devices::AddConfigured(bool network) {
   for (const std::string& name : config_.devices) {
-    const bool usb = name.starts_with("usb:");
-    if (!usb && !network) continue;
-    DeviceInfo record;
-    for (const DeviceInfo& device : usb ? attached_ : known_) {
-      const bool there = !usb && "net:" + device->String(kDeviceIpKey).value_or("") == name;
-      if (there || IsSame(NameOf(*device), name)) record = device;
-    }
-    if (record != nullptr) {
+    if (!IsUsb(name) && !network) continue;
+    if (const DeviceInfo record = RecordOf(name)) {
       Add(NameOf(*record), ModelOf(*record));
-    } else if (!usb) {
-      Add(name, "scanner at " + name.substr(4));
+    } else if (!IsUsb(name)) {
+      Add(name, "scanner at " + name.substr(kKindLength));
     }
   }
 }
@@ -184,7 +216,8 @@ bool Devices::KnowsAny(bool network) {
 }
 
 const SANE_Device** Devices::List(bool local_only) {
-  const auto deadline = Clock::now() + kListPatience;
+  const auto begun = Clock::now();
+  const auto deadline = begun + kListPatience;
   const bool network = !local_only || config_.network_when_local_only;
   const bool search = network && config_.discovery;
   list_.clear();
@@ -195,8 +228,12 @@ const SANE_Device** Devices::List(bool local_only) {
   Sort(attached_);
   AddConfigured(network);
   const bool known = KnowsAny(network);
-  if (search) StartSearch();
-  if (search) Collect(known ? Clock::now() : deadline, "");
+  const auto answered = network && AskConfigured() ? begun + kAskPatience : begun;
+  if (search) search_.Begin(tagNETSEARCH().pszAddress);
+  if (search) Collect(known ? begun : deadline, "");
+  for (const auto& [address, asked] : asked_) {
+    if (asked.running != nullptr) Take(asked.running->NextUntil(answered));
+  }
   Remember(attached_);
   entries_.clear();
   AddConfigured(network);
@@ -227,9 +264,8 @@ DeviceInfo Devices::AtUsb(const std::string& serial) {
 
 DeviceInfo Devices::SearchFor(const std::string& name) {
   if (!config_.discovery) return nullptr;
-  search_.reset();
-  searched_ = {};
-  StartSearch();
+  search_ = {};
+  search_.Begin(tagNETSEARCH().pszAddress);
   Collect(Clock::now() + kListPatience, name);
   for (const DeviceInfo& device : known_) {
     if (IsSame(NameOf(*device), name)) return device;

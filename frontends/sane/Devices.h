@@ -2,16 +2,18 @@
 // search of the network on a thread of its own has found since.
 //
 //   List -> vox.conf's devices, the remembered ones, those at USB          at once
-//        -> nobody is known: waits for the search, 2 s in all at most      what it finds is
-//        remembered
+//        -> an address of vox.conf that no record is of: asks who that is, 1 s at most
+//        -> nobody is known: waits for the search, 2 s in all at most
+//        whoever answers is remembered
 //   the next List -> also what the search has found since
 //
-// Thread rule: one thread at a time. The search's thread is started by the first List that searches
-// and joined by the destructor, which does not wait for devices.
+// Thread rule: one thread at a time. The threads of searches are started by the first List that
+// needs them and joined by the destructor, which does not wait for devices.
 #pragma once
 
 #include <chrono>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -58,11 +60,21 @@ class Devices {
     std::string name, vendor, model;
     SANE_Device device{};
   };
+  struct Search {
+    // Begin asks whoever is at the address unless that is still going on, or was done a moment ago.
+    // Returns: whether it has begun.
+    bool Begin(const std::string& address);
+
+    std::unique_ptr<cli::NetworkSearch> running;
+    Clock::time_point begun{};
+  };
 
   void Synchronize();
-  void StartSearch();
   void Collect(Clock::time_point deadline, const std::string& until);
+  void Take(const DeviceInfoArray& found);
   static void Remember(const DeviceInfoArray& found);
+  bool AskConfigured();
+  DeviceInfo RecordOf(const std::string& name) const;
   void Add(const std::string& name, const std::string& model);
   void AddConfigured(bool network);
   void AddKnown(bool network);
@@ -73,8 +85,8 @@ class Devices {
   DeviceInfoArray found_;     // network devices of the searches; a settings' file may not take them
   DeviceInfoArray known_;     // those that are remembered, and found_
   DeviceInfoArray attached_;  // at USB
-  std::unique_ptr<cli::NetworkSearch> search_;
-  Clock::time_point searched_{};  // when the last search was begun
+  Search search_;             // of the network
+  std::map<std::string, Search> asked_;  // of vox.conf's devices, by address
   std::list<Entry> entries_;
   std::vector<const SANE_Device*> list_;
 };

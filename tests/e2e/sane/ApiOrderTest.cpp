@@ -3,6 +3,8 @@
 #include <sstream>
 
 #include "tests/e2e/sane/SaneApi.h"
+#include "tests/support/FreshLoopback.h"
+#include "tests/support/Moment.h"
 
 namespace vox::cli::test {
 namespace {
@@ -71,6 +73,18 @@ TEST_F(SaneOrder, AListIsThereWithinItsTimeThoughNobodyAnswers) {
   const SANE_Device** list = nullptr;
   EXPECT_EQ(sane_->get_devices(&list, SANE_FALSE), SANE_STATUS_GOOD);
   EXPECT_LT(Since(begun), 6) << "2 s, and as much again for a slow machine, and more";
+}
+
+// What a search finds after a list was given is in the next one, behind the devices that are known.
+TEST_F(SaneOrder, WhatTheSearchFindsIsInTheNextListBehindTheKnown) {
+  if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";
+  PutSmall();
+  PutHearing(7, 0, "Attic");  // which the alphabet would put first
+  place_->Configure({"device net:127.0.0.2", "discovery on"});
+  SaneSession session(*sane_);
+  EXPECT_EQ(Devices().at(0)->name, std::string("net:02:56:58:00:00:01"));
+  EXPECT_TRUE(vox::test::Eventually([&] { return Devices().size() == 2; }));
+  EXPECT_EQ(Devices().at(0)->name, std::string("net:02:56:58:00:00:01"));
 }
 
 TEST_F(SaneOrder, OpensWithoutAListByAddressAndByTheNameThatAListGives) {

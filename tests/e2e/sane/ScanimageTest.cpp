@@ -4,7 +4,6 @@
 #include <regex>
 
 #include "tests/e2e/sane/SaneFixture.h"
-#include "tests/support/FreshLoopback.h"
 
 namespace vox::cli::test {
 namespace {
@@ -14,7 +13,6 @@ using testing::AllOf;
 using testing::Each;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::Not;
 using testing::StartsWith;
 
@@ -40,9 +38,27 @@ class ScanimagePage : public Sane {
 TEST_F(ScanimagePage, ADeviceOfTheConfigurationIsListedWithItsMakerModelAndType) {
   const Outcome outcome = Scanimage("-L");
   EXPECT_EQ(outcome.status, 0) << outcome.err;
-  EXPECT_THAT(outcome.out,
-              MatchesRegex("device `vox:net:[0-9A-Fa-f:.]+' is a Veltronix .+ multi-function "
-                           "peripheral\n"));
+  EXPECT_EQ(outcome.out,
+            "device `vox:net:02:56:58:00:00:02' is a Veltronix QD7200 multi-function peripheral\n");
+}
+
+TEST_F(ScanimagePage, ADeviceOfTheConfigurationThatIsSilentIsListedByItsAddress) {
+  sim::Faults silent;
+  ASSERT_EQ(sim::ParseFault("silent=always", silent), "");
+  devices_[0]->SetFaults(silent);
+  EXPECT_EQ(Listed(),
+            "vox:net:127.0.0.2|Veltronix|scanner at 127.0.0.2|"
+            "multi-function peripheral\n");
+  devices_[0]->SetFaults({});
+  EXPECT_EQ(Listed(), "vox:net:02:56:58:00:00:02|Veltronix|QD7200|multi-function peripheral\n");
+}
+
+TEST_F(ScanimagePage, ADeviceOfTheConfigurationIsAskedWhoItIsOnce) {
+  const std::string listed = Listed();
+  const std::size_t asked = devices_[0]->Events().Count(sim::EventKind::kSnmpRequest);
+  EXPECT_GT(asked, 0U);
+  EXPECT_EQ(Listed(), listed);
+  EXPECT_EQ(devices_[0]->Events().Count(sim::EventKind::kSnmpRequest), asked);
 }
 
 TEST_F(ScanimagePage, TheNameThatIsListedStaysAndOpens) {
@@ -223,14 +239,6 @@ TEST_F(ScanimagePage, ATraceIsWrittenWhenItIsAskedFor) {
   ::setenv("SANE_DEBUG_VOX", "255", 1);
   EXPECT_NE(Scanimage("-L").err, "");
   ::unsetenv("SANE_DEBUG_VOX");
-}
-
-// What discovery hears within the time is listed; nothing has to be set up.
-TEST_F(ScanimagePage, ANetworkIsSearched) {
-  if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";
-  PutHearing(4, 4, "Cellar");
-  place_->Configure({"discovery on"});
-  EXPECT_THAT(Listed(), HasSubstr("|Veltronix|QD7200|multi-function peripheral\n"));
 }
 
 TEST_F(ScanimagePage, ADeviceThatVoxRemembersIsListedWithoutASearch) {

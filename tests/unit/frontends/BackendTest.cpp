@@ -21,7 +21,7 @@ class SaneBackend : public testing::Test {
       : root_("VOX_ROOT", scratch_.Path("root")),
         home_("XDG_CONFIG_HOME", scratch_.Path("")),
         config_("SANE_CONFIG_DIR", scratch_.Path("")) {
-    Configure("discovery off\ndevice net:192.168.0.5\n");
+    Configure("discovery off\ndevice net:127.0.0.5\n");
   }
   ~SaneBackend() override { Backend::End(); }
 
@@ -56,7 +56,7 @@ TEST_F(SaneBackend, BeforeItsBeginningAndBehindItsEndThereIsNone) {
 
 TEST_F(SaneBackend, ASecondBeginningReadsTheSettingsAgain) {
   Backend::Begin();
-  EXPECT_EQ(First(), "net:192.168.0.5");
+  EXPECT_EQ(First(), "net:127.0.0.5");
   Backend::End();
   Configure("discovery off\n");
   Backend::Begin();
@@ -84,7 +84,7 @@ TEST_F(SaneBackend, AHostThatForksGoesOnInTheChild) {
   const Backend* const parents = Backend::Current();
   const int code = InChild([parents] {
     if (Backend::Current() == nullptr || Backend::Current() == parents) return 1;
-    if (First() != "net:192.168.0.5") return 2;
+    if (First() != "net:127.0.0.5") return 2;
     Backend::End();
     return Backend::Current() == nullptr ? 0 : 3;
   });
@@ -97,10 +97,10 @@ TEST_F(SaneBackend, AChildThatEndsItLeavesTheParentsAlone) {
   EXPECT_EQ(InChild([] {
               Backend::End();
               Backend::Begin();
-              return First() == "net:192.168.0.5" ? 0 : 1;
+              return First() == "net:127.0.0.5" ? 0 : 1;
             }),
             0);
-  EXPECT_EQ(First(), "net:192.168.0.5");
+  EXPECT_EQ(First(), "net:127.0.0.5");
 }
 
 }  // namespace

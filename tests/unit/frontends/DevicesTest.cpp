@@ -108,11 +108,11 @@ TEST_F(SaneList, WhatAnotherProgramRemembersIsInTheNextList) {
 
 TEST_F(SaneList, LocalDevicesAreThoseAtUsbUnlessTheConfigurationSaysMore) {
   Remember(Network("192.168.0.5", "00:1b:21:0a:4c:7e"));
-  Config config = Quiet({"net:10.0.0.1"});
+  Config config = Quiet({"net:127.0.0.10"});
   EXPECT_THAT(Names(Devices(config).List(true)), IsEmpty());
   config.network_when_local_only = true;
   EXPECT_THAT(Names(Devices(config).List(true)),
-              ElementsAre("net:10.0.0.1", "net:00:1b:21:0a:4c:7e"));
+              ElementsAre("net:127.0.0.10", "net:00:1b:21:0a:4c:7e"));
 }
 
 TEST_F(SaneList, DevicesOfTheConfigurationComeFirstAndOnce) {
