@@ -28,7 +28,7 @@ start() {
   running+=($!)
   read -r line <"$work/ready"
 }
-port() { sed 's/.*"'"$1"'":\([0-9]*\).*/\1/' <<<"$line"; }
+port() { [[ $line =~ \"$1\":([0-9]+) ]] && echo "${BASH_REMATCH[1]}"; }
 
 # One example finds a virtual device and remembers it.
 start voxjobd --device-port 0
