@@ -52,6 +52,16 @@ class LinuxUsbPort final : public UsbPort, public UsbHandOut {
     return kIOReturnNoMemory;
   }
 
+  // libusb starts a thread that listens to the kernel with its first context and ends it with the
+  // last: whoever looks at the bus again and again waits for that thread each time.
+  std::shared_ptr<void> Attend() override try {
+    libusb_context* context = nullptr;
+    if (libusb_init(&context) < 0) return nullptr;
+    return std::shared_ptr<void>(LibUsbContext(context));
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+
   io_object_t IOIteratorNext(io_iterator_t iterator) override try {
     const MutexLock lock(mutex_);
     const auto found = entries_.find(iterator);

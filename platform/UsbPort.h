@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -149,6 +150,8 @@ class VOX_EXPORT UsbPort : public Service<UsbPort> {
   // On success *plugin may still be null, when there is none for the object.
   virtual IOReturn IOCreatePlugInInterfaceForService(io_service_t service, IOUSBUserClientType type,
                                                      IOCFPlugInInterface** plugin) = 0;
+  // Attend gives what makes the registry cheaper to ask while it lives; it may be null.
+  virtual std::shared_ptr<void> Attend() { return nullptr; }
 
  protected:
   ~UsbPort() = default;

@@ -38,6 +38,7 @@ DeviceInfo describe(const usb_object& device) {
 
 DeviceInfoDictionary searchUsbDevices(CancelDelegate* delegate,
                                       unsigned long requestedLocationID) try {
+  const auto attended = UsbPort::Current().Attend();
   DeviceInfoDictionary found;
   for (const auto& model : SupportedDevices::instance().enumerator()) {
     if (is_cancelled(delegate)) break;

@@ -12,6 +12,7 @@
 
 #include "tests/support/FreshNamespace.h"
 #include "tests/unit/usb/FakeLibUsb.h"
+#include "vox/drivers/usb/UsbSearch.h"
 
 namespace vox::test {
 namespace {
@@ -80,6 +81,22 @@ TEST_F(UsbRecords, LeaveOutTextsThatAreMissingOrEmpty) {
   const int code = Where(files, HasNoTexts);
   SKIP_IF_NOT_PERMITTED(code);
   EXPECT_EQ(code, 0);
+}
+
+// libusb's first context starts a thread, and its last one ends it.
+TEST_F(UsbRecords, AreReadWithinOneContextWhereAllModelsAreSearchedFor) {
+  searchUsbDevices(nullptr, 0);
+  ASSERT_GT(usb_.Calls().size(), 3U);
+  EXPECT_EQ(usb_.Calls()[0], "init");
+  EXPECT_EQ(usb_.Calls()[1], "init") << "the search's own lives meanwhile";
+  EXPECT_EQ(usb_.Calls().back(), "exit");
+  EXPECT_EQ(usb_.Held(), 0);
+}
+
+TEST_F(UsbRecords, AreNoneWhereLibusbCannotBeHad) {
+  usb_.init = LIBUSB_ERROR_NO_MEM;
+  EXPECT_TRUE(searchUsbDevices(nullptr, 0).empty());
+  EXPECT_EQ(usb_.Held(), 0);
 }
 
 }  // namespace
