@@ -1,4 +1,4 @@
-// RunVox runs the vox program as a user does, and measures it.
+// RunProgram runs a program as a user does, and measures it; RunVox runs vox.
 //
 // Thread rule: the calling thread, whose network the program has; one at a time.
 #pragma once
@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace vox::bench {
 
@@ -17,7 +18,10 @@ struct ProgramRun {
   std::chrono::steady_clock::time_point end;
 };
 
-// `verb` is its one argument; what it writes goes by way of the file `out`.
+// The first word is the program, looked up in PATH; what it writes goes by way of the file `out`.
+ProgramRun RunProgram(const std::vector<std::string>& words, const std::string& out);
+
+// `verb` is its one argument.
 ProgramRun RunVox(const std::string& verb, const std::string& out);
 
 }  // namespace vox::bench
