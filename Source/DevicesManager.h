@@ -95,7 +95,7 @@ class VOX_EXPORT DevicesManager : public Singleton<DevicesManager> {
   // filterOnlineDevicesCancelDelegate gives those of the devices that can be reached now: first the
   // devices of other types than "network" that are on line, then the network devices that answer an
   // echo request and are on line, both in the list's order. Where echo requests are not permitted
-  // no network device answers one; network_ping_permitted (searchping.h) tells.
+  // no network device answers one; network_ping_access (searchping.h) tells.
   // delegate: asked before each device and every 0.1 s while answers are awaited; once it is
   //           cancelled the result is what was found so far.
   // Returns: nothing when there is no memory for the test.

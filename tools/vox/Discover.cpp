@@ -214,7 +214,7 @@ void RunDiscover(const DiscoverOptions& options) {
     Note(failure->what());
     return discovery.Summarise(false, SecondsSince(start));
   }
-  if (!network_ping_permitted()) NoteNoPings();
+  NoteNoPings(network_ping_access());
   NetworkSearch search(address);
   CancelWatch::Attachment attachment(watch, [&search] { search.Stop(); });
   for (DeviceInfoArray found = search.Next(); !found.empty(); found = search.Next())

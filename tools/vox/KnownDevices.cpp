@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <string>
 #include <tuple>
 
 #include "tools/vox/Output.h"
@@ -32,10 +33,13 @@ void Note(const std::string& line) {
   PrintError("note: " + line);
 }
 
-void NoteNoPings() {
-  Note(
-      "pings are not permitted here (see net.ipv4.ping_group_range); devices are asked over SNMP "
-      "alone");
+void NoteNoPings(PING_ACCESS access) {
+  constexpr char kAlone[] = "; devices are asked over SNMP alone";
+  if (access == PING_ACCESS_FORBIDDEN)
+    Note(std::string("pings are not permitted here (see net.ipv4.ping_group_range)") + kAlone);
+  if (access == PING_ACCESS_NO_DESCRIPTORS)
+    Note(std::string("no file descriptor is left for pings (see ulimit -n)") + kAlone);
+  if (access == PING_ACCESS_FAILED) Note(std::string("pings cannot be sent now") + kAlone);
 }
 
 DevicesManager& OpenRegistry() {

@@ -8,6 +8,7 @@
 
 #include "tools/vox/Failure.h"
 #include "vox/DevicesManager.h"
+#include "vox/drivers/net/searchping.h"
 
 namespace vox::cli {
 
@@ -30,7 +31,11 @@ DeviceInfoArray SortedDevices(const DevicesManager& registry);
 // Note writes a line for the user on standard error.
 void Note(const std::string& line);
 
-// NoteNoPings says that this machine permits no pings, and what that means.
-void NoteNoPings();
+// NoteNoPings says why pings cannot be sent, and what that means; of permitted ones nothing.
+void NoteNoPings(PING_ACCESS access);
+
+// kTooFewDescriptors goes behind what could not be done for want of them.
+inline constexpr char kTooFewDescriptors[] =
+    "too few file descriptors; raise their limit (see ulimit -n) and try again";
 
 }  // namespace vox::cli

@@ -1,5 +1,7 @@
 // vox list: what is remembered; the network is asked for --online alone.
+#include <algorithm>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "tools/vox/CancelWatch.h"
@@ -20,7 +22,7 @@ std::optional<Presence> Unasked(const Dictionary& device) {
 }
 
 Json IsOnline(Presence presence) {
-  if (presence == Presence::kUnknown) return nullptr;
+  if (presence == Presence::kUnknown || presence == Presence::kNoDescriptors) return nullptr;
   return presence == Presence::kOnline || presence == Presence::kRenamed;
 }
 
@@ -57,6 +59,9 @@ void RunList(const ListOptions& options) {
   }
   if (watch.Requested())
     throw Failure(ExitStatus::kCancelled, "cancelled; what was known till then is listed");
+  if (std::find(answers.begin(), answers.end(), Presence::kNoDescriptors) != answers.end())
+    throw Failure(ExitStatus::kNoMemory,
+                  std::string("cannot ask every device: ") + kTooFewDescriptors);
   if (devices.empty()) Note("no device is remembered; find some with vox discover");
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 #include <poll.h>
 
@@ -34,6 +35,7 @@ constexpr PresenceRow kRows[] = {
     {Presence::kBrokenAddress, "broken address", "broken-address"},
     {Presence::kNotAttached, "not attached", "not-attached"},
     {Presence::kUnknown, "unknown", "unknown"},
+    {Presence::kNoDescriptors, "not asked", "no-descriptors"},
 };
 
 const PresenceRow& RowOf(Presence presence) {
@@ -81,16 +83,23 @@ Presence Ask(const DeviceInfo& device, bool alive) {
 
 std::vector<Presence> AskPresence(const DeviceInfoArray& devices, int stop_fd) {
   Stop stop(stop_fd);
-  const bool pings = network_ping_permitted();
-  if (!pings) NoteNoPings();
+  const PING_ACCESS access = network_ping_access();
+  NoteNoPings(access);
+  const bool pings = access == PING_ACCESS_PERMITTED;
   const DeviceInfoArray alive = pings ? filterWithNetworkPing(devices, &stop) : devices;
   std::vector<Presence> answers(devices.size(), Presence::kSilent);
   RunTogether(devices.size(), kAtOnce, [&](std::size_t i) {
     const NetInterrupt hurry(stop_fd, 0);
+    const std::uint32_t refused = net_descriptors_refused_here();
     const bool answers_pings = std::find(alive.begin(), alive.end(), devices[i]) != alive.end();
     answers[i] = Ask(devices[i], answers_pings);
-    // Who kept silent may have been about to answer.
-    if (answers[i] == Presence::kSilent && stop.IsRaised()) answers[i] = Presence::kUnknown;
+    if (answers[i] != Presence::kSilent) return;
+    // Who kept silent may have been about to answer, or may not have been asked at all.
+    if (stop.IsRaised()) {
+      answers[i] = Presence::kUnknown;
+    } else if (net_descriptors_refused_here() != refused) {
+      answers[i] = Presence::kNoDescriptors;
+    }
   });
   return answers;
 }

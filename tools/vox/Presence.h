@@ -17,6 +17,7 @@ enum class Presence {
   kBrokenAddress,  // what is remembered is no address
   kNotAttached,    // a device at USB
   kUnknown,        // the question was called off before it was answered
+  kNoDescriptors,  // it could not be asked for want of file descriptors
 };
 
 // AskPresence asks all of them at the same time and gives the answers in their order; a device at

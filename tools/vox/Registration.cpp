@@ -9,6 +9,7 @@
 #include <arpa/inet.h>
 
 #include "tools/vox/Identity.h"
+#include "tools/vox/KnownDevices.h"
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchregister.h"
@@ -24,7 +25,7 @@ struct StateRow {
 };
 
 // One row for each state, in their order.
-constexpr std::array<StateRow, 10> kStates{{
+constexpr std::array<StateRow, 11> kStates{{
     {"accepted", ExitStatus::kDone, ""},
     {"busy", ExitStatus::kBusy, "it is busy; try again when it has finished"},
     {"refused", ExitStatus::kIoError, "it refused; its list may be full, look at its panel"},
@@ -38,6 +39,7 @@ constexpr std::array<StateRow, 10> kStates{{
     {"not-sent", ExitStatus::kIoError,
      "the command could not be sent; check this computer's network"},
     {"cancelled", ExitStatus::kCancelled, "cancelled before it had answered; ask again to be sure"},
+    {"no-descriptors", ExitStatus::kNoMemory, kTooFewDescriptors},
 }};
 
 const StateRow& RowOf(RegistrationState state) {
@@ -117,11 +119,20 @@ RegistrationState StateOf(RegistrationResult result) {
   }
 }
 
+// MayBeUnasked is whether a failure may be for want of a socket to ask with.
+bool MayBeUnasked(RegistrationState state) {
+  return state == RegistrationState::kNoAnswer || state == RegistrationState::kNoInterface ||
+         state == RegistrationState::kNotSent;
+}
+
 // Timed gives what a registration came to, with the time that it took.
 template <class Ask>
 Registration Timed(Ask ask) {
   const auto start = std::chrono::steady_clock::now();
+  const std::uint32_t refused = net_descriptors_refused_here();
   Registration outcome = ask();
+  if (MayBeUnasked(outcome.state) && net_descriptors_refused_here() != refused)
+    outcome.state = RegistrationState::kNoDescriptors;
   outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return outcome;
 }

@@ -13,16 +13,17 @@
 namespace vox::cli {
 
 enum class RegistrationState {
-  kAccepted,     // the command was sent, of Unregister: devices do not answer it
-  kBusy,         // to all of the attempts
-  kRefused,      // the device's list may be full
-  kOddReply,     // a reply that this program does not know
-  kNoAnswer,     // to all of the attempts
-  kNoInterface,  // this computer has no interface on the device's network
-  kUnsupported,  // the model
-  kOtherDevice,  // the remembered device's address has passed to another one, which is left alone
-  kNotSent,      // the command could not be sent
-  kCancelled,    // before a reply came
+  kAccepted,       // the command was sent, of Unregister: devices do not answer it
+  kBusy,           // to all of the attempts
+  kRefused,        // the device's list may be full
+  kOddReply,       // a reply that this program does not know
+  kNoAnswer,       // to all of the attempts
+  kNoInterface,    // this computer has no interface on the device's network
+  kUnsupported,    // the model
+  kOtherDevice,    // the remembered device's address has passed to another one, which is left alone
+  kNotSent,        // the command could not be sent
+  kCancelled,      // before a reply came
+  kNoDescriptors,  // it could not be asked for want of file descriptors
 };
 
 // What a device was asked last.
@@ -49,7 +50,7 @@ Registration Register(const DeviceTarget& target);
 Registration Unregister(const DeviceTarget& target);
 
 // StateName gives "accepted", "busy", "refused", "odd-reply", "no-answer", "no-interface",
-// "unsupported", "other-device", "not-sent", "cancelled".
+// "unsupported", "other-device", "not-sent", "cancelled", "no-descriptors".
 const char* StateName(RegistrationState state);
 
 // QuestionName gives "identity", "registration"; null for kNone.

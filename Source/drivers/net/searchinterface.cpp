@@ -1,5 +1,6 @@
 #include "vox/drivers/net/searchinterface.h"
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include <netinet/in.h>
 #include <netpacket/packet.h>
 
+#include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/searchregister.h"
 
 namespace vox {
@@ -76,7 +78,10 @@ std::int32_t getmac_and_ip(const char* device, std::uint32_t* local, std::uint8_
   in_addr address{};
   if (!device || !local || !mac || inet_pton(AF_INET, device, &address) != 1) return -1;
   ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return -1;
+  if (getifaddrs(&list) != 0) {
+    net_note_refusal(errno);
+    return -1;
+  }
   const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
   return choose_interface(list, address.s_addr, local, mac) ? 0 : -1;
 }

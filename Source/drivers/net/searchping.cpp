@@ -1,5 +1,6 @@
 #include "vox/drivers/net/searchping.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <optional>
@@ -121,17 +122,26 @@ DeviceInfoArray filter_with_ping(const DeviceInfoArray& devices, CancelDelegate*
 
 DeviceInfoArray filterWithNetworkPing(const DeviceInfoArray& devices,
                                       CancelDelegate* delegate) try {
-  const auto socket = open_ping_socket(&open_icmp);
+  int error = 0;
+  const auto socket = open_ping_socket(&open_icmp, &error);
   if (!socket) return {};
   return filter_with_ping(devices, delegate, socket.get());
 } catch (const std::bad_alloc&) {
   return {};
 }
 
-bool network_ping_permitted() try {
-  return open_ping_socket(&open_icmp) != nullptr;
+PING_ACCESS network_ping_access() try {
+  int error = 0;
+  if (open_ping_socket(&open_icmp, &error)) return PING_ACCESS_PERMITTED;
+  if (error == EACCES || error == EPERM) return PING_ACCESS_FORBIDDEN;
+  const bool no_descriptors = error == EMFILE || error == ENFILE;
+  return no_descriptors ? PING_ACCESS_NO_DESCRIPTORS : PING_ACCESS_FAILED;
 } catch (const std::bad_alloc&) {
-  return false;
+  return PING_ACCESS_FAILED;
+}
+
+bool network_ping_permitted() {
+  return network_ping_access() == PING_ACCESS_PERMITTED;
 }
 
 }  // namespace vox

@@ -36,12 +36,21 @@ VOX_EXPORT std::uint16_t create_icmp(icmphdr* header);
 // last that did.
 // delegate: asked before each request, each reply and every 0.1 s; when it is cancelled, those that
 //           have answered are the result. May be null.
-// Returns: nothing when ping is not permitted; network_ping_permitted tells.
+// Returns: nothing when no echo request can be sent; network_ping_access tells why.
 VOX_EXPORT DeviceInfoArray filterWithNetworkPing(const DeviceInfoArray& devices,
                                                  CancelDelegate* delegate);
 
-// network_ping_permitted tells whether this process may send echo requests, by opening a socket for
-// it. Where it may not, devices can only be asked over SNMP.
+// PING_ACCESS is whether this process can send echo requests now.
+enum PING_ACCESS : int {
+  PING_ACCESS_PERMITTED,
+  PING_ACCESS_FORBIDDEN,       // the system lets it have neither kind of socket
+  PING_ACCESS_NO_DESCRIPTORS,  // it, or the machine, has no descriptor left
+  PING_ACCESS_FAILED,          // anything else, want of memory among it
+};
+
+// network_ping_access finds out by opening a socket for them. Where they cannot be sent, devices
+// can only be asked over SNMP. network_ping_permitted is whether they can.
+VOX_EXPORT PING_ACCESS network_ping_access();
 VOX_EXPORT bool network_ping_permitted();
 
 }  // namespace vox

@@ -66,10 +66,11 @@ class ping_socket : public CPingSocket {
 
 }  // namespace
 
-std::unique_ptr<CPingSocket> open_ping_socket(OpenPingSocket open_socket) {
+std::unique_ptr<CPingSocket> open_ping_socket(OpenPingSocket open_socket, int* error) {
   FileDescriptor sock(open_socket(SOCK_DGRAM));
   const bool forbidden = !sock && (errno == EACCES || errno == EPERM);
   if (forbidden) sock.Reset(open_socket(SOCK_RAW));
+  *error = sock ? 0 : errno;
   if (!sock) return nullptr;
   return std::make_unique<ping_socket>(std::move(sock), forbidden);
 }

@@ -33,8 +33,8 @@ class CPingSocket {
 using OpenPingSocket = int (*)(int type);
 
 // open_ping_socket gives a datagram socket, or a raw one where the system forbids that; null where
-// it forbids both.
-std::unique_ptr<CPingSocket> open_ping_socket(OpenPingSocket open_socket);
+// it forbids both, or for another reason. *error becomes the reason, an errno, or 0.
+std::unique_ptr<CPingSocket> open_ping_socket(OpenPingSocket open_socket, int* error);
 
 // filter_with_ping is filterWithNetworkPing over a socket.
 DeviceInfoArray filter_with_ping(const DeviceInfoArray& devices, CancelDelegate* delegate,

@@ -3,6 +3,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "tests/support/Capabilities.h"
 #include "tests/support/FreshLoopback.h"
@@ -64,10 +65,23 @@ TEST(PingInTheKernel, OurOwnRequestOnARawSocketIsNoReply) {
   EXPECT_EQ(code, 0);
 }
 
+// Permission is another matter than a limit.
+TEST(PingInTheKernel, WhoHasNoDescriptorLeftIsToldSo) {
+  rlimit was{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &was), 0);
+  const rlimit none{0, was.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(network_ping_access(), PING_ACCESS_NO_DESCRIPTORS);
+  EXPECT_FALSE(network_ping_permitted());
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &was), 0);
+  EXPECT_NE(network_ping_access(), PING_ACCESS_NO_DESCRIPTORS);
+}
+
 TEST(PingInTheKernel, WhoMayDoNeitherGetsNobodyAndIsTold) {
   const int code = OnFreshLoopback([] {
     if (!DropCapabilities()) return kNotPermitted;
     if (network_ping_permitted()) return 1;
+    if (network_ping_access() != PING_ACCESS_FORBIDDEN) return 3;
     const auto own = std::make_shared<Dictionary>(Dictionary{{"ip", "127.0.0.1"}});
     return filterWithNetworkPing({own}, nullptr).empty() ? 0 : 2;
   });

@@ -241,26 +241,31 @@ class PingSocket : public testing::Test {
     tried.clear();
     error_of_others = EACCES;
   }
+  int error_ = -1;
 };
 
 TEST_F(PingSocket, IsOfTheDatagramKind) {
-  EXPECT_TRUE(open_ping_socket(&Opens<SOCK_DGRAM>));
+  EXPECT_TRUE(open_ping_socket(&Opens<SOCK_DGRAM>, &error_));
+  EXPECT_EQ(error_, 0);
   EXPECT_THAT(tried, ElementsAre(SOCK_DGRAM));
 }
 
 TEST_F(PingSocket, IsRawWhereThatIsForbidden) {
-  EXPECT_TRUE(open_ping_socket(&Opens<SOCK_RAW>));
+  EXPECT_TRUE(open_ping_socket(&Opens<SOCK_RAW>, &error_));
+  EXPECT_EQ(error_, 0);
   EXPECT_THAT(tried, ElementsAre(SOCK_DGRAM, SOCK_RAW));
 }
 
 TEST_F(PingSocket, IsNoneWhereBothAreForbidden) {
-  EXPECT_FALSE(open_ping_socket(&Opens<-1>));
+  EXPECT_FALSE(open_ping_socket(&Opens<-1>, &error_));
+  EXPECT_EQ(error_, EACCES);
   EXPECT_THAT(tried, ElementsAre(SOCK_DGRAM, SOCK_RAW));
 }
 
 TEST_F(PingSocket, IsNoneForAnyOtherReason) {
   error_of_others = EMFILE;
-  EXPECT_FALSE(open_ping_socket(&Opens<SOCK_RAW>));
+  EXPECT_FALSE(open_ping_socket(&Opens<SOCK_RAW>, &error_));
+  EXPECT_EQ(error_, EMFILE);
   EXPECT_THAT(tried, ElementsAre(SOCK_DGRAM));
 }
 

@@ -27,6 +27,8 @@ std::atomic<net_clock> netClock{&std::chrono::steady_clock::now};
 
 namespace {
 
+thread_local std::uint32_t refused_here = 0;  // descriptors, of this thread
+
 using steady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -202,6 +204,16 @@ void free_packet_data_list(packet_data_list* list) {
   }
 }
 
+void net_note_refusal(int error) {
+  if (error != EMFILE && error != ENFILE) return;
+  ++netDescriptorsRefused;
+  ++refused_here;
+}
+
+std::uint32_t net_descriptors_refused_here() {
+  return refused_here;
+}
+
 std::int32_t net_start() {
   return NET_OK;
 }
@@ -211,7 +223,7 @@ std::int32_t net_socket(int* sock) {
   // net_close leaves the number 0 alone, which a program without standard input would leak.
   if (opened.Get() == 0) opened.Reset(::fcntl(0, F_DUPFD_CLOEXEC, 1));
   if (!opened) {
-    if (errno == EMFILE || errno == ENFILE) ++netDescriptorsRefused;
+    net_note_refusal(errno);
     return NET_FAILED;
   }
   *sock = opened.Release();
