@@ -7,6 +7,7 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
+#include "vox/drivers/SemaphoreOwners.h"
 #include "vox/drivers/SessionSystem.h"
 #include "vox/platform/Mutex.h"
 #include "vox/platform/SystemLog.h"
@@ -37,11 +38,17 @@ int random_project() {
   return number % kProjects;
 }
 
+int new_set(key_t key) {
+  return CurrentSessionSystem().make_set(key, kLineSemaphores, IPC_CREAT | IPC_EXCL | 0666);
+}
+
 int try_set() {
-  const SessionSystem& system = CurrentSessionSystem();
-  const key_t key = system.make_key(kKeyPath, random_project());
+  const key_t key = CurrentSessionSystem().make_key(kKeyPath, random_project());
   if (key == -1) return kNoKey;
-  return system.make_set(key, kLineSemaphores, IPC_CREAT | IPC_EXCL | 0666);
+  int semid = new_set(key);
+  if (semid < 0 && errno == EEXIST && remove_abandoned_semaphores(key)) semid = new_set(key);
+  if (semid > 0) sign_semaphores(semid);
+  return semid;
 }
 
 void remove_set(int semid) {

@@ -24,7 +24,8 @@ enum class SemResult {
 };
 
 // create_line_semaphores makes a new set: up to ten keys of "/dev/null" with random project
-// numbers. Returns: the identifier, above 0; kNoSemaphores after a line in the system log.
+// numbers. A set that a killed process has left behind gives its key up (SemaphoreOwners.h).
+// Returns: the identifier, above 0; kNoSemaphores after a line in the system log.
 int create_line_semaphores();
 
 SemResult post_semaphore(int semid, int number);  // adds 1
