@@ -16,7 +16,7 @@
 namespace vox {
 namespace {
 
-constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kPageFileMode = 0600;
 static_assert(sizeof(off_t) == 8, "a page may be larger than 2 GiB");
 
 std::string path_in(std::string folder, const char* leaf) {
@@ -54,7 +54,7 @@ bool CDupImgFile::Create(unsigned int dwLineBytes) {
   m_fp = 0;
   ::unlink(m_path.c_str());
   m_file.Reset(
-      ::open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
+      ::open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPageFileMode));
   m_pFile = m_file ? open_stream("w") : nullptr;
   if (m_pFile == nullptr) {
     LogToSystem("CDupImgFile::Create:NG\n");

@@ -33,7 +33,7 @@ constexpr const char* kJpegFactor = "jpegCompressionFactor";
 
 constexpr std::size_t kLongestDefaultName = 15;  // characters, as devices show them
 constexpr double kDefaultJpegFactor = 0.8;
-constexpr mode_t kFolderMode = 0777;  // less the umask
+constexpr mode_t kTargetMode = 0777;  // less the umask
 
 // How the last access of this thread went; see lastOutcome.
 thread_local StoreOutcome last;
@@ -167,7 +167,7 @@ std::optional<std::string> UserPreferences::pushScanTargetFolder(
   auto chosen = user_string(kTargetPath);
   if (!chosen) return documents_folder();
   if (is_folder(*chosen)) return chosen;
-  if (is_mounted_folder(user_string(kTargetMount)) && ::mkdir(chosen->c_str(), kFolderMode) == 0) {
+  if (is_mounted_folder(user_string(kTargetMount)) && ::mkdir(chosen->c_str(), kTargetMode) == 0) {
     return std::nullopt;  // on purpose: not available this time, and there when asked again
   }
   if (unavailable != nullptr) *unavailable = chosen;

@@ -5,6 +5,18 @@ if(VOX_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${VOX_CCACHE})
 endif()
 
+# Where several sources are compiled as one, what they name in their anonymous namespaces must differ; most of the time
+# that a small source takes goes into headers, so many together take little more than a few.
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+set(VOX_UNITY_FLAGS "")
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # GCC takes an included source for a header, and its anonymous namespace for another one in every file.
+  set(VOX_UNITY_FLAGS -Wno-subobject-linkage)
+endif()
+if(CMAKE_UNITY_BUILD)
+  add_compile_options(${VOX_UNITY_FLAGS})
+endif()
+
 # vox_options carries what all code here is compiled with. Contraction of a*b+c into one rounding would change the
 # bytes of rescaled lines from machine to machine, so it is off everywhere.
 add_library(vox_options INTERFACE)

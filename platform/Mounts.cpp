@@ -10,7 +10,7 @@ namespace {
 
 // Room for two paths of 4,096 bytes, each byte written as four characters, and some options: the
 // rest of a longer line is left out.
-constexpr std::size_t kLongestLine = 36u << 10;
+constexpr std::size_t kLongestMount = 36u << 10;
 
 struct EndOfTable {
   void operator()(FILE* table) const { ::endmntent(table); }
@@ -38,7 +38,7 @@ std::vector<Mount> ReadMounts(const std::string& table) {
   std::vector<Mount> mounts;
   const std::unique_ptr<FILE, EndOfTable> lines(::setmntent(table.c_str(), "re"));
   if (!lines) return mounts;
-  std::vector<char> line(kLongestLine);
+  std::vector<char> line(kLongestMount);
   mntent entry{};
   while (::getmntent_r(lines.get(), &entry, line.data(), static_cast<int>(line.size())) !=
          nullptr) {

@@ -7,7 +7,7 @@
 namespace vox::sim {
 namespace {
 
-constexpr std::array<const char*, 27> kNames = {
+constexpr std::array<const char*, 27> kEventNames = {
     "snmp-request", "scan-command",      "page-request",  "cancel-command",
     "standby",      "register",          "unregister",    "bad-datagram",
     "reply",        "job-started",       "job-ended",     "job-cancelled",
@@ -15,12 +15,12 @@ constexpr std::array<const char*, 27> kNames = {
     "page-sent",    "data-channel-lost", "end-channel",   "end-notice",
     "end-answered", "end-channel-lost",  "information",   "halt-cleared",
     "plugged",      "unplugged",         "fault"};
-static_assert(kNames.size() == static_cast<std::size_t>(EventKind::kFault) + 1);
+static_assert(kEventNames.size() == static_cast<std::size_t>(EventKind::kFault) + 1);
 
 }  // namespace
 
 const char* EventName(EventKind kind) {
-  return kNames.at(static_cast<std::size_t>(kind));
+  return kEventNames.at(static_cast<std::size_t>(kind));
 }
 
 void EventLog::Add(Event event) {

@@ -7,7 +7,7 @@
 namespace vox::sim {
 namespace {
 
-constexpr std::uint8_t kWhite = 255;
+constexpr std::uint8_t kWhitePixel = 255;
 
 std::uint32_t ThresholdOf(const ScanInfo& info, const RenderOptions& options) {
   const bool given = info.dither_pattern >= 1 && info.dither_pattern <= 255;
@@ -72,7 +72,7 @@ void LineRenderer::Draw(std::uint32_t index, std::span<std::uint8_t> line) {
 void LineRenderer::DrawUpright(std::uint32_t index, std::span<std::uint8_t> line) {
   const std::int64_t y = std::int64_t{info_.y_pos} + index;
   if (y >= bottom_) {
-    std::fill(line.begin(), line.end(), kWhite);
+    std::fill(line.begin(), line.end(), kWhitePixel);
     return;
   }
   raster_->DrawRow(y, rgb_);

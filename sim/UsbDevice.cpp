@@ -20,7 +20,7 @@ std::string Settle(DeviceOptions& options) {
   return {};
 }
 
-DeviceOptions Settled(DeviceOptions options, std::string& error) {
+DeviceOptions SettledUsb(DeviceOptions options, std::string& error) {
   error = Settle(options);
   return options;
 }
@@ -30,7 +30,7 @@ DeviceOptions Settled(DeviceOptions options, std::string& error) {
 class UsbDevice::Impl {
  public:
   Impl(DeviceOptions given, std::function<UsbScanner::Clock::time_point()> now)
-      : options(Settled(std::move(given), error)),
+      : options(SettledUsb(std::move(given), error)),
         faults(options.faults),
         desk(options, events),
         cache(options.cache_bytes, options.coding),

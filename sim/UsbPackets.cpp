@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::uint32_t kFlatbedSource = 5, kFeederSource = 3;
 constexpr std::uint32_t kTenThousandthsOfInches = 3;  // RFC 3805, PrtMediaUnitTC
-constexpr std::uint32_t kResolutionUnits = 10000;     // in one dpi
+constexpr std::uint32_t kUsbResolutionUnits = 10000;  // in one dpi
 constexpr std::uint32_t kOneSheet = 1, kSheetsOfFeeder = 50;
 constexpr std::uint32_t kFormatBilevel = 1, kFormatGrey = 0x16, kFormatColour = 0x3D;
 constexpr std::uint32_t kExtraTable = 2;    // bit 1: there is a table of what else can be asked
@@ -32,14 +32,15 @@ void PadTo(Bytes& bytes, std::size_t words) {
 
 void AppendSource(Bytes& bytes, const UnitOptions& unit, bool is_feeder) {
   const auto preview = [](std::optional<std::uint32_t> dpi) {
-    return dpi.value_or(0) * kResolutionUnits;
+    return dpi.value_or(0) * kUsbResolutionUnits;
   };
-  Append(bytes, {is_feeder ? kFeederSource : kFlatbedSource, kTenThousandthsOfInches,
-                 unit.physical_width, unit.physical_height, is_feeder ? kSheetsOfFeeder : kOneSheet,
-                 unit.y_resolution_max * kResolutionUnits, unit.x_resolution_max * kResolutionUnits,
-                 unit.y_resolution_min * kResolutionUnits, unit.x_resolution_min * kResolutionUnits,
-                 preview(unit.preview_high), preview(unit.preview_high), preview(unit.preview_low),
-                 preview(unit.preview_low)});
+  Append(bytes,
+         {is_feeder ? kFeederSource : kFlatbedSource, kTenThousandthsOfInches, unit.physical_width,
+          unit.physical_height, is_feeder ? kSheetsOfFeeder : kOneSheet,
+          unit.y_resolution_max * kUsbResolutionUnits, unit.x_resolution_max * kUsbResolutionUnits,
+          unit.y_resolution_min * kUsbResolutionUnits, unit.x_resolution_min * kUsbResolutionUnits,
+          preview(unit.preview_high), preview(unit.preview_high), preview(unit.preview_low),
+          preview(unit.preview_low)});
 }
 
 // The glass comes first; a source that is not there is all zeros.

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMostCommand = 4096;
 constexpr std::size_t kCommandCodeAt = 15, kSizeAt = 16;
-constexpr std::uint8_t kMostParameters = 255;
+constexpr std::uint8_t kMostUsbParameters = 255;
 
 Stage StageOf(std::uint8_t command) {
   switch (command) {
@@ -170,7 +170,7 @@ void UsbScanner::Respond(std::uint8_t code, const JobId& job) {
   }
   if (fault == ReplyFault::kLong) {
     bytes.resize(std::max<std::size_t>(bytes.size(), faults.reply_bytes));
-    bytes[kSizeAt] = kMostParameters;
+    bytes[kSizeAt] = kMostUsbParameters;
   }
   Log(EventKind::kReply, bytes);
   if (fault == ReplyFault::kTwice) Send({bytes, Stage::kScanCommand, faults.delays.reply, true});

@@ -10,7 +10,7 @@
 namespace vox {
 namespace {
 
-void report_exception(const char* where) {
+void report_thread_exception(const char* where) {
   std::fprintf(stderr, "%s: exception\n", where);
 }
 
@@ -21,7 +21,7 @@ void run_stage(const char* name, ScanSession& page, Loop loop) {
   try {
     if (page.sizes.depth == 0 || !loop(page)) page.fail(IF_ERR_STS_NONE);
   } catch (...) {
-    report_exception(name);
+    report_thread_exception(name);
     page.fail(IF_ERR_STS_MEMORY);
   }
 }
@@ -128,7 +128,7 @@ void attempt(Step step) {
   try {
     step();
   } catch (...) {
-    report_exception("data_thread");
+    report_thread_exception("data_thread");
   }
 }
 
@@ -149,7 +149,7 @@ void data_thread(CTwainImageIF* dev) {
     dev->settle();
     dev->keep_alive();
   } catch (...) {
-    report_exception("data_thread");
+    report_thread_exception("data_thread");
     dev->SetIfErrorStatus(IF_ERR_STS_MEMORY);
     attempt([dev] { dev->Abort(); });  // before the page's end, which may forget the job
     attempt([dev, &ending] { ending.run(dev->m_semaphore); });

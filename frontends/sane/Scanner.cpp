@@ -21,7 +21,7 @@ namespace {
 using cli::ExitStatus;
 using cli::Failure;
 
-bool IsDotted(const std::string& name) {
+bool IsAddress(const std::string& name) {
   in_addr address{};
   return ::inet_pton(AF_INET, name.c_str(), &address) == 1;
 }
@@ -32,7 +32,7 @@ bool IsDotted(const std::string& name) {
 
 bool IsAt(const DeviceInfo& device) {
   const std::string address = device->String(kDeviceIpKey).value_or("");
-  return IsDotted(address) && cli::AskIdentity({{}, address, device}).who == cli::Who::kSame;
+  return IsAddress(address) && cli::AskIdentity({{}, address, device}).who == cli::Who::kSame;
 }
 
 }  // namespace
@@ -42,7 +42,7 @@ Scanner::Scanner(const std::string& name, Devices& devices) {
     OpenUsb(cli::UsbSerial(name), devices);
   } else if (IsMacName(name)) {
     OpenByMac(name, devices);
-  } else if (cli::IsNetworkName(name) || IsDotted(name)) {
+  } else if (cli::IsNetworkName(name) || IsAddress(name)) {
     OpenAt(cli::NetworkAddress(name));
   } else {
     FailGone(name);

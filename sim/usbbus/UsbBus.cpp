@@ -63,7 +63,7 @@ void OnConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, void* held) {
 }
 
 template <class Handler>
-void Connect(UMockdevIoctlBase* base, const char* signal, Handler handler, const NodePtr& node) {
+void OnSignal(UMockdevIoctlBase* base, const char* signal, Handler handler, const NodePtr& node) {
   g_signal_connect_data(base, signal, G_CALLBACK(handler), Held(node), LetGo, GConnectFlags{});
 }
 
@@ -102,8 +102,8 @@ struct UsbBus::Testbed {
 
   void Serve(const std::string& path, const NodePtr& node) {
     UMockdevIoctlBase* const base = umockdev_ioctl_base_new();
-    Connect(base, "handle-ioctl", OnIoctl, node);
-    Connect(base, "client-connected", OnConnected, node);
+    OnSignal(base, "handle-ioctl", OnIoctl, node);
+    OnSignal(base, "client-connected", OnConnected, node);
     umockdev_testbed_attach_ioctl(bed, path.c_str(), base, nullptr);
     handlers[path] = base;
   }

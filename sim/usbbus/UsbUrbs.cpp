@@ -11,7 +11,7 @@ namespace vox::sim {
 namespace {
 
 constexpr std::uint8_t kToHost = 0x80;
-constexpr std::size_t kGreatestPacket = 1024;
+constexpr std::size_t kGreatestUrbPacket = 1024;
 constexpr std::size_t kGreatestUrb = 16u << 20;  // what the kernel allows all programs together
 
 }  // namespace
@@ -141,7 +141,7 @@ bool UsbUrbs::MoveOne(Pipe& pipe) {
 }
 
 bool UsbUrbs::MoveIn(Pipe& pipe, Urb& urb, int* status) {
-  std::array<std::uint8_t, kGreatestPacket> packet;
+  std::array<std::uint8_t, kGreatestUrbPacket> packet;
   const std::size_t size = pipe.endpoint.packet;
   const auto left = Buffer(urb).subspan(urb.moved);
   const UsbSent sent = model_.OnPacketIn(pipe.endpoint.address, std::span(packet).first(size));

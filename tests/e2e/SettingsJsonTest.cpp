@@ -12,7 +12,7 @@
 namespace vox::cli::test {
 namespace {
 
-using json = nlohmann::ordered_json;
+using ordered = nlohmann::ordered_json;
 using testing::ElementsAre;
 
 class SettingsJson : public testing::Test {
@@ -25,8 +25,8 @@ class SettingsJson : public testing::Test {
     ::setenv("XDG_CONFIG_HOME", vox_.File("config").c_str(), 1);
     ::setenv("HOME", vox_.File("home").c_str(), 1);
   }
-  json Get(const std::string& key) {
-    const json record = json::parse(vox_.Run("settings get " + key + " --json").out);
+  ordered Get(const std::string& key) {
+    const ordered record = ordered::parse(vox_.Run("settings get " + key + " --json").out);
     std::vector<std::string> keys;
     for (const auto& item : record.items()) keys.push_back(item.key());
     EXPECT_THAT(keys, ElementsAre("key", "value", "store", "default", "meaning")) << key;
@@ -45,15 +45,15 @@ TEST_F(SettingsJson, TheDefaultIsWhatHoldsAndHasTheValuesType) {
   EXPECT_EQ(Get("showComputerName")["default"], true);
   EXPECT_EQ(Get("jpegCompressionFactor")["default"], 0.8);
   EXPECT_EQ(Get("LastScannerDeviceId")["default"], nullptr);
-  const json name = Get("computerName")["default"];
+  const ordered name = Get("computerName")["default"];
   EXPECT_TRUE(name.is_string());
   for (const char* set : {"computerName desk", "showComputerName no", "jpegCompressionFactor 0.5",
                           "pushScanTargetPath /usr", "ocrApplicationPath /bin/sh"})
     EXPECT_EQ(vox_.Run(std::string("settings set ") + set).status, 0) << set;
   std::istringstream lines(vox_.Run("settings list --json").out);
   for (std::string line; std::getline(lines, line);) {
-    const json record = json::parse(line);
-    const json &value = record["value"], &usual = record["default"];
+    const ordered record = ordered::parse(line);
+    const ordered &value = record["value"], &usual = record["default"];
     EXPECT_TRUE(value.is_null() || usual.is_null() || value.type() == usual.type()) << line;
     EXPECT_TRUE(value.is_null() || value != usual) << line;
   }
@@ -65,8 +65,8 @@ TEST_F(SettingsJson, WhatProgramsSavedForADeviceHasTheSameKeys) {
   std::ofstream(vox_.File("config/com.veltronix.vox.plist"))
       << "<plist version=\"1.0\"><dict><key>Settings.02:56</key><dict><key>dpi</key>"
          "<integer>300</integer></dict></dict></plist>";
-  const json record = Get("Settings.02:56");
-  EXPECT_EQ(record["value"], json({{"dpi", 300}}));
+  const ordered record = Get("Settings.02:56");
+  EXPECT_EQ(record["value"], ordered({{"dpi", 300}}));
   EXPECT_EQ(record["store"], "user");
   EXPECT_EQ(record["default"], nullptr);
 }

@@ -13,23 +13,23 @@ constexpr int kEndless = std::numeric_limits<int>::max();
 
 std::atomic<int> left_in_new_threads = kEndless;
 thread_local bool has_failed = false;
-thread_local int left = left_in_new_threads;  // calls that do not fail; kEndless: all
+thread_local int calls_left = left_in_new_threads;  // calls that do not fail; kEndless: all
 
 }  // namespace
 
 NoMemory::NoMemory(int spared) {
   has_failed = false;
-  left = spared;
+  calls_left = spared;
 }
 NoMemory::~NoMemory() {
-  left = kEndless;
+  calls_left = kEndless;
 }
 bool NoMemory::HasFailed() const {
   return has_failed;
 }
 
 NoMemoryInNewThreads::NoMemoryInNewThreads() {
-  left = kEndless;  // this thread is none of them
+  calls_left = kEndless;  // this thread is none of them
   left_in_new_threads = 0;
 }
 NoMemoryInNewThreads::~NoMemoryInNewThreads() {
@@ -38,9 +38,9 @@ NoMemoryInNewThreads::~NoMemoryInNewThreads() {
 
 namespace {
 
-void* Memory(std::size_t size) {
-  const bool spared = left > 0;
-  if (spared && left != kEndless) --left;
+void* MemoryOrNone(std::size_t size) {
+  const bool spared = calls_left > 0;
+  if (spared && calls_left != kEndless) --calls_left;
   void* const block = spared ? std::malloc(std::max<std::size_t>(size, 1)) : nullptr;
   has_failed = has_failed || block == nullptr;
   if (block == nullptr) throw std::bad_alloc();
@@ -51,7 +51,7 @@ void* Memory(std::size_t size) {
 }  // namespace vox::test
 
 void* operator new(std::size_t size) {
-  return vox::test::Memory(size);
+  return vox::test::MemoryOrNone(size);
 }
 void operator delete(void* block) noexcept {
   std::free(block);

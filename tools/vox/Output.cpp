@@ -10,19 +10,19 @@ namespace vox::cli {
 
 namespace {
 
-std::FILE* kept = nullptr;  // null: the C library's own
+std::FILE* kept_output = nullptr;  // null: the C library's own
 
 }  // namespace
 
 void KeepStandardOutput() {
   std::FILE* const nowhere = std::fopen("/dev/null", "we");
   if (nowhere == nullptr) return;
-  kept = stdout;
+  kept_output = stdout;
   stdout = nowhere;
 }
 
 void PrintOut(const std::string& text) {
-  std::FILE* const out = kept != nullptr ? kept : stdout;
+  std::FILE* const out = kept_output != nullptr ? kept_output : stdout;
   if (std::fputs(CleanLines(text).c_str(), out) < 0 || std::fflush(out) != 0)
     throw FileFailure("write", "standard output", errno);
 }

@@ -20,7 +20,7 @@ namespace vox::cli {
 
 namespace {
 
-constexpr std::size_t kAtOnce = 64;
+constexpr std::size_t kAskedAtOnce = 64;
 
 struct PresenceRow {
   Presence presence;
@@ -88,7 +88,7 @@ std::vector<Presence> AskPresence(const DeviceInfoArray& devices, int stop_fd) {
   const bool pings = access == PING_ACCESS_PERMITTED;
   const DeviceInfoArray alive = pings ? filterWithNetworkPing(devices, &stop) : devices;
   std::vector<Presence> answers(devices.size(), Presence::kSilent);
-  RunTogether(devices.size(), kAtOnce, [&](std::size_t i) {
+  RunTogether(devices.size(), kAskedAtOnce, [&](std::size_t i) {
     const NetInterrupt hurry(stop_fd, 0);
     const std::uint32_t refused = net_descriptors_refused_here();
     const bool answers_pings = std::find(alive.begin(), alive.end(), devices[i]) != alive.end();

@@ -23,7 +23,7 @@ std::string Quoted(const std::string& path) {
   return quoted + "'";
 }
 
-std::string FolderOf(const std::string& path) {
+std::string SettingsFolderOf(const std::string& path) {
   return Quoted(std::filesystem::path(path).parent_path().string());
 }
 
@@ -38,12 +38,12 @@ bool IsInGroup() {
 }
 
 std::string MakeFolder(const std::string& path) {
-  return std::string("sudo install -d -m 2775 -g ") + kGroup + " " + FolderOf(path);
+  return std::string("sudo install -d -m 2775 -g ") + kGroup + " " + SettingsFolderOf(path);
 }
 
 std::string PermissionAdvice(Store store, const std::string& path) {
   if (store == Store::kUser)
-    return "the file and its folder must be your own: see ls -ld " + FolderOf(path) + " " +
+    return "the file and its folder must be your own: see ls -ld " + SettingsFolderOf(path) + " " +
            Quoted(path);
   if (IsInGroup())
     return std::string("the group ") + kGroup +
@@ -56,7 +56,7 @@ std::string PermissionAdvice(Store store, const std::string& path) {
 std::string MissingAdvice(Store store, const std::string& path) {
   if (store == Store::kShared) return "make its folder: " + MakeFolder(path);
   return path.empty() ? "you have no home folder: set HOME, or XDG_CONFIG_HOME to a folder"
-                      : "make its folder: mkdir -p " + FolderOf(path);
+                      : "make its folder: mkdir -p " + SettingsFolderOf(path);
 }
 
 std::string Advice(Store store, const std::string& path, int error) {
@@ -67,7 +67,7 @@ std::string Advice(Store store, const std::string& path, int error) {
     case EROFS:
       return "its file system is read-only: mount it writable";
     case ENOSPC:
-      return "free some space there, see df " + FolderOf(path);
+      return "free some space there, see df " + SettingsFolderOf(path);
     case EDQUOT:
       return "your quota there is used up: free some space, see quota";
     case EFBIG:

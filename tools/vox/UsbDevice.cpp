@@ -14,9 +14,9 @@ namespace vox::cli {
 
 namespace {
 
-constexpr char kPrefix[] = "usb:";
+constexpr char kUsbPrefix[] = "usb:";
 constexpr int kAttempts = 10;  // as the library makes
-constexpr std::chrono::milliseconds kBetween{100};
+constexpr std::chrono::milliseconds kBetweenAttempts{100};
 constexpr int kLooks = 10;
 constexpr std::chrono::milliseconds kBetweenLooks{50};
 
@@ -56,7 +56,7 @@ IOReturn OpenForAMoment(const usb_object& attached) {
 IOReturn TryToOpen(const usb_object& attached) {
   IOReturn result = OpenForAMoment(attached);
   for (int i = 1; i < kAttempts && result == kIOReturnExclusiveAccess; ++i) {
-    if (UsbInterrupt::Wait(kBetween)) break;
+    if (UsbInterrupt::Wait(kBetweenAttempts)) break;
     result = OpenForAMoment(attached);
   }
   return result;
@@ -85,11 +85,11 @@ UsbTrouble Held(const std::string& node) {
 }  // namespace
 
 bool IsUsbName(const std::string& device) {
-  return device.rfind(kPrefix, 0) == 0;
+  return device.rfind(kUsbPrefix, 0) == 0;
 }
 
 std::string UsbSerial(const std::string& device) {
-  std::string serial = device.substr(sizeof kPrefix - 1);
+  std::string serial = device.substr(sizeof kUsbPrefix - 1);
   if (serial.empty())
     throw UsageFailure("usb: wants a serial number, as in usb:A7K0123; vox discover shows it");
   return serial;

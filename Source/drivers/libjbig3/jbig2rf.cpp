@@ -151,7 +151,7 @@ int IMAGEDEC<LINES>::finish(int status) {
 
 // The registers of a block in which no image was started, or which was overwritten, are refused:
 // the upper half of C is always below A.
-bool is_under_way(const BYTEW& work) {
+bool is_decoding(const BYTEW& work) {
   return work.Areg >= 0x8000 && work.Areg <= 0x10000 && work.CTreg >= 0 && work.CTreg <= 8 &&
          work.Creg >> 16 < static_cast<DWORD>(work.Areg);
 }
@@ -162,7 +162,7 @@ int dec_jbig(CODECCSTR* codec) {
   if (!start && codec->Command != CODEC_NEXT_BUFFER) return CODEC_BAD_PARAM;
   if (!has_scratch<LINES>(codec)) return CODEC_BAD_PARAM;
   if (!codec->lpIBuff && codec->HeightIBuff != 0) return CODEC_BAD_PARAM;
-  if (!start && !is_under_way(codec->work.bytew)) return CODEC_BAD_PARAM;
+  if (!start && !is_decoding(codec->work.bytew)) return CODEC_BAD_PARAM;
   return IMAGEDEC<LINES>(codec).run(start);
 }
 

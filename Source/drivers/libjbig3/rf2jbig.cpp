@@ -141,7 +141,7 @@ bool can_start(const CODECCSTR* codec) {
 }
 
 // The registers of a block in which no image was started, or which was overwritten, are refused.
-bool is_under_way(const BYTEW& work) {
+bool is_encoding(const BYTEW& work) {
   return work.Areg >= 0x8000 && work.Areg <= 0x10000 && work.CTreg >= 1 && work.CTreg <= 11;
 }
 
@@ -153,7 +153,7 @@ int cmp_jbig(CODECCSTR* codec) {
     if (!can_start(codec)) return CODEC_BAD_PARAM;
   } else {
     if (command != CODEC_NEXT_DATA && command != CODEC_END) return CODEC_BAD_PARAM;
-    if (!is_under_way(codec->work.bytew)) return CODEC_BAD_PARAM;
+    if (!is_encoding(codec->work.bytew)) return CODEC_BAD_PARAM;
     if (codec->work.bytew.Sdnm) return CODEC_DONE;  // the image has ended already
   }
   return IMAGEENC<LINES>(codec).run();

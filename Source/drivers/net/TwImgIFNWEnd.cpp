@@ -6,7 +6,7 @@
 namespace vox {
 namespace {
 
-constexpr std::uint8_t NOTICE_TAKEN = 0x00;
+constexpr std::uint8_t END_NOTICE_TAKEN = 0x00;
 
 }  // namespace
 
@@ -41,11 +41,12 @@ CTwImgIFNW::END_STATE CTwImgIFNW::take_end_notice() {
     multipage = 0;
     ClearJobId();
   }
-  return write_channel(end_sock, &NOTICE_TAKEN, sizeof NOTICE_TAKEN) ? END_DONE : END_FAILED;
+  return write_channel(end_sock, &END_NOTICE_TAKEN, sizeof END_NOTICE_TAKEN) ? END_DONE
+                                                                             : END_FAILED;
 }
 
 CTwImgIFNW::END_STATE CTwImgIFNW::go_on_waiting() {
-  const bool answered = write_channel(end_sock, &NOTICE_TAKEN, sizeof NOTICE_TAKEN);
+  const bool answered = write_channel(end_sock, &END_NOTICE_TAKEN, sizeof END_NOTICE_TAKEN);
   close_channel(&end_sock);
   return answered && open_end_channel() ? END_AGAIN : END_FAILED;
 }

@@ -22,14 +22,14 @@ constexpr std::int32_t SEARCH_ANSWERS = 256;  // that count
 constexpr std::int32_t SEARCH_SECONDS = 1;    // of quiet that end the query
 constexpr std::size_t SEARCH_THREADS = 64;    // devices that are asked at the same time
 
-struct simple_deleter {
+struct records_deleter {
   std::int32_t count;
   void operator()(snmp_simple_pdu* pdus) const { WNXSNMP_FreeSnmpSimplePdu(count, pdus); }
 };
-using simple_owner = std::unique_ptr<snmp_simple_pdu, simple_deleter>;
+using records_owner = std::unique_ptr<snmp_simple_pdu, records_deleter>;
 
-simple_owner new_records(std::int32_t count) {
-  return simple_owner(WNXSNMP_MallocSnmpSimplePdu(count, 1), simple_deleter{count});
+records_owner new_records(std::int32_t count) {
+  return records_owner(WNXSNMP_MallocSnmpSimplePdu(count, 1), records_deleter{count});
 }
 
 // found_device is a supported device that has answered.
@@ -184,7 +184,7 @@ DeviceInfoDictionary searchNetworkDevices(CancelDelegate* delegate, bool* succes
                                           const tagNETSEARCH& how) try {
   if (success) *success = false;
   const descriptor_watch descriptors(how);
-  const simple_owner request = new_records(1), answers = new_records(SEARCH_ANSWERS);
+  const records_owner request = new_records(1), answers = new_records(SEARCH_ANSWERS);
   if (!request || !answers) throw std::bad_alloc();
   request->byCommand = WNXSNMP_PDU_GETNEXT;
   std::memcpy(request->szComName, "public", sizeof "public");

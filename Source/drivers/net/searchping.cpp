@@ -28,7 +28,7 @@ struct probed_device {
 };
 using probed_devices = std::vector<probed_device>;
 
-std::optional<std::uint32_t> address_of(const DeviceInfo& device) {
+std::optional<std::uint32_t> ping_address_of(const DeviceInfo& device) {
   const auto ip = device ? device->String(kDeviceIpKey) : std::nullopt;
   in_addr address{};
   if (!ip || ::inet_pton(AF_INET, ip->c_str(), &address) != 1) return std::nullopt;
@@ -49,7 +49,7 @@ std::size_t send_requests(const DeviceInfoArray& devices, CancelDelegate* delega
                           CPingSocket* socket, probed_devices* probed) {
   std::size_t asked = 0;
   for (std::size_t i = 0; i < devices.size() && !is_cancelled(delegate); ++i) {
-    const auto address = address_of(devices[i]);
+    const auto address = ping_address_of(devices[i]);
     if (!address || !send_request(socket, *address)) continue;
     (*probed)[i] = {*address, probed_device::IS_ASKED};
     ++asked;

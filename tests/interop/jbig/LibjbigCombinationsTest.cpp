@@ -13,8 +13,6 @@
 namespace vox::test {
 namespace {
 
-constexpr std::array<std::uint8_t, 2> kAtMove = {0xFF, 0x06};
-
 // Two- or three-line template, with or without typical prediction.
 class Combinations : public testing::TestWithParam<std::tuple<int, bool>> {
  protected:

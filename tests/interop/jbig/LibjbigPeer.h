@@ -3,12 +3,16 @@
 // Thread rule: the functions share nothing.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <span>
 #include <string>
 
 #include "tests/support/JbigDriver.h"
 
 namespace vox::test {
+
+constexpr std::array<std::uint8_t, 2> kAtMove = {0xFF, 0x06};  // how a marker begins that moves AT
 
 struct PeerOptions {
   bool sdrst = false;     // stripes end with SDRST

@@ -13,8 +13,6 @@
 namespace vox::test {
 namespace {
 
-constexpr std::uint8_t kAtMove[] = {0xFF, 0x06};
-
 std::span<const std::uint8_t> Coded(const Bytes& bie) {
   return std::span(bie).subspan(kBihSize);
 }

@@ -14,7 +14,7 @@ namespace {
 using namespace test;
 
 const Arcs kBase = {1, 3, 6, 1, 4, 1, 32473, 1};
-const std::string kObjects = ".1.3.6.1.4.1.32473.1";
+const std::string kTree = ".1.3.6.1.4.1.32473.1";
 
 Arcs Below(const Arcs& arcs, std::uint32_t arc) {
   Arcs below = arcs;
@@ -75,25 +75,25 @@ void IsWhatWeSend(const Bytes& theirs, std::uint8_t command, const std::string& 
 TEST(NetSnmpTools, GetEveryType) {
   const TestAgent agent(OneOfEach());
   std::string arguments;
-  for (int i = 1; i <= 7; ++i) arguments += kObjects + "." + std::to_string(i) + ".0 ";
+  for (int i = 1; i <= 7; ++i) arguments += kTree + "." + std::to_string(i) + ".0 ";
   EXPECT_EQ(RunTool("snmpget -c public", agent.Port(), arguments), kWalk);
 }
 
 TEST(NetSnmpTools, WalkToTheEnd) {
   const TestAgent agent(OneOfEach());
-  EXPECT_EQ(RunTool("snmpwalk -c public", agent.Port(), kObjects),
+  EXPECT_EQ(RunTool("snmpwalk -c public", agent.Port(), kTree),
             std::string(kWalk) + "\nEnd of MIB");
 }
 
 TEST(NetSnmpTools, GetNext) {
   const TestAgent agent(OneOfEach());
-  EXPECT_EQ(RunTool("snmpgetnext -c public", agent.Port(), kObjects + ".3"),
+  EXPECT_EQ(RunTool("snmpgetnext -c public", agent.Port(), kTree + ".3"),
             ".1.3.6.1.4.1.32473.1.3.0 = STRING: \"QD-7100\"");
 }
 
 TEST(NetSnmpTools, SetAndReadBack) {
   const TestAgent agent(OneOfEach());
-  const std::string oid = kObjects + ".3.0";
+  const std::string oid = kTree + ".3.0";
   const std::string answer = oid + " = STRING: \"renamed\"";
   EXPECT_EQ(RunTool("snmpset -c private", agent.Port(), oid + " s renamed"), answer);
   EXPECT_EQ(RunTool("snmpget -c public", agent.Port(), oid), answer);
@@ -101,19 +101,19 @@ TEST(NetSnmpTools, SetAndReadBack) {
 
 TEST(NetSnmpTools, SeeARefusal) {
   const TestAgent agent(OneOfEach());
-  const std::string printed = RunTool("snmpget -c public", agent.Port(), kObjects + ".77.0");
+  const std::string printed = RunTool("snmpget -c public", agent.Port(), kTree + ".77.0");
   EXPECT_NE(printed.find("(noSuchName)"), std::string::npos) << printed;
 }
 
 TEST(NetSnmpTools, GetIsWhatWeSend) {
   TestAgent agent(OneOfEach());
-  RunTool("snmpget -c public", agent.Port(), kObjects + ".1.0");
+  RunTool("snmpget -c public", agent.Port(), kTree + ".1.0");
   IsWhatWeSend(agent.Asked(), 0xA0, "", "1.3.6.1.4.1.32473.1.1.0");
 }
 
 TEST(NetSnmpTools, GetNextIsWhatWeSend) {
   TestAgent agent(OneOfEach());
-  RunTool("snmpgetnext -c 'another community'", agent.Port(), kObjects);
+  RunTool("snmpgetnext -c 'another community'", agent.Port(), kTree);
   IsWhatWeSend(agent.Asked(), 0xA1, "another community", "1.3.6.1.4.1.32473.1");
 }
 
@@ -129,7 +129,7 @@ TEST(NetSnmpTools, OidsOfEveryShapeAreWhatWeSend) {
 
 TEST(NetSnmpTools, RequestOfSeveralObjectsIsWhatWeSend) {
   TestAgent agent(OneOfEach());
-  RunTool("snmpget -c public", agent.Port(), kObjects + ".7.0 " + kObjects + ".1.0");
+  RunTool("snmpget -c public", agent.Port(), kTree + ".7.0 " + kTree + ".1.0");
   const Bytes theirs = agent.Asked();
   const PduOwner parsed = Parse(theirs);
   ASSERT_TRUE(parsed);
@@ -142,7 +142,7 @@ TEST(NetSnmpTools, RequestOfSeveralObjectsIsWhatWeSend) {
 TEST(NetSnmpTools, TrapIsReadAndIsWhatWeSend) {
   UdpPeer peer(Silent());
   RunTool("snmptrap -c public", peer.Port(),
-          ".1.3.6.1.4.1.32473 192.168.0.5 6 300 8388608 " + kObjects + ".1.0 i -129");
+          ".1.3.6.1.4.1.32473 192.168.0.5 6 300 8388608 " + kTree + ".1.0 i -129");
   const auto traps = peer.AwaitRequests(1);
   ASSERT_EQ(traps.size(), 1u);
   const PduOwner parsed = Parse(traps[0]);
@@ -199,7 +199,7 @@ TEST(NetSnmpTools, SetIsWhatWeSend) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.argument);
     TestAgent agent(Objects{{Below(kBase, 1), {0x05, {}}}});
-    RunTool("snmpset -c private", agent.Port(), kObjects + ".1.0 " + row.argument);
+    RunTool("snmpset -c private", agent.Port(), kTree + ".1.0 " + row.argument);
     IsWhatWeSend(agent.Asked(), 0xA3, "private", "1.3.6.1.4.1.32473.1.1.0", row.tag, row.value);
   }
 }
@@ -207,7 +207,7 @@ TEST(NetSnmpTools, SetIsWhatWeSend) {
 // Our encoder writes the largest unsigned values short; the full form is still read right.
 TEST(NetSnmpTools, LargestUnsignedValueIsReadButNotWritten) {
   TestAgent agent(Objects{{Below(kBase, 1), {0x05, {}}}});
-  RunTool("snmpset -c private", agent.Port(), kObjects + ".1.0 u 4294967295");
+  RunTool("snmpset -c private", agent.Port(), kTree + ".1.0 u 4294967295");
   const PduOwner parsed = Parse(agent.Asked());
   ASSERT_TRUE(parsed);
   const snmp_val_list& binding = *parsed->lpSnmpValList;

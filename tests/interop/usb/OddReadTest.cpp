@@ -13,11 +13,6 @@
 namespace vox::test {
 namespace {
 
-std::string PatternText(std::size_t length) {
-  const auto bytes = Pattern(length);
-  return {bytes.begin(), bytes.end()};
-}
-
 class OddReads : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(opened_.Open(), kIOReturnSuccess); }

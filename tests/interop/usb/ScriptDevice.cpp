@@ -12,6 +12,10 @@ std::vector<std::uint8_t> Pattern(std::size_t length) {
   }
   return bytes;
 }
+std::string PatternText(std::size_t length) {
+  const std::vector<std::uint8_t> bytes = Pattern(length);
+  return {bytes.begin(), bytes.end()};
+}
 
 void ScriptDevice::Send(std::vector<std::uint8_t> message) {
   {

@@ -21,6 +21,7 @@ namespace vox::test {
 
 // Pattern gives bytes that differ from place to place.
 std::vector<std::uint8_t> Pattern(std::size_t length);
+std::string PatternText(std::size_t length);
 
 class ScriptDevice : public sim::UsbDeviceModel {
  public:

@@ -17,11 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::string PatternText(std::size_t length) {
-  const auto bytes = Pattern(length);
-  return {bytes.begin(), bytes.end()};
-}
-
 class UsbTransfers : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(opened_.Open(), kIOReturnSuccess); }

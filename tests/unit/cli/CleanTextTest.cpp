@@ -11,7 +11,7 @@
 namespace vox::cli::test {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 struct CleanRow {
   std::string text, clean;

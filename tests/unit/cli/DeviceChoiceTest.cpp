@@ -58,7 +58,7 @@ TEST(DeviceChoiceTest, AnyBeginningNamesEveryDeviceThatHasIt) {
 }
 
 template <typename Choose>
-std::string Refusal(Choose choose) {
+std::string Unchosen(Choose choose) {
   try {
     return "chosen: " + DeviceName(*choose());
   } catch (const Failure& failure) {
@@ -69,15 +69,15 @@ std::string Refusal(Choose choose) {
 }
 
 TEST(DeviceChoiceTest, WhatIsNotUniqueSaysWhichOnesMatch) {
-  EXPECT_THAT(Refusal([] { return ChooseDevice(kKnown, "10.0"); }),
+  EXPECT_THAT(Unchosen([] { return ChooseDevice(kKnown, "10.0"); }),
               AllOf(HasSubstr("several devices"), HasSubstr("Office 2 (10.0.0.12)"),
                     HasSubstr("[0a:56:58:00:00:03]")));
   const DeviceInfoArray many(60, kKnown[0]);
-  EXPECT_THAT(Refusal([&] { return ChooseDevice(many, "Off"); }), HasSubstr("and 52 more"));
+  EXPECT_THAT(Unchosen([&] { return ChooseDevice(many, "Off"); }), HasSubstr("and 52 more"));
 }
 
 TEST(DeviceChoiceTest, WhatNobodyIsCalledSaysWhatToDo) {
-  EXPECT_THAT(Refusal([] { return ChooseDevice(kKnown, "attic\n"); }),
+  EXPECT_THAT(Unchosen([] { return ChooseDevice(kKnown, "attic\n"); }),
               AllOf(HasSubstr("called attic?"), HasSubstr("vox discover"), HasSubstr("net:")));
 }
 
@@ -85,8 +85,9 @@ TEST(DeviceChoiceTest, LeftOutItIsTheOnlyOneElseTheLastUsed) {
   EXPECT_EQ(UsualDevice({kKnown[1]}, std::nullopt), kKnown[1]);
   EXPECT_EQ(UsualDevice({kKnown[1]}, "0a:56:58:00:00:03"), kKnown[1]);
   EXPECT_EQ(UsualDevice(kKnown, "0a:56:58:00:00:03"), kKnown[2]);
-  EXPECT_THAT(Refusal([] { return UsualDevice(kKnown, "gone"); }), HasSubstr("Name one of Office"));
-  EXPECT_THAT(Refusal([] { return UsualDevice({}, "gone"); }), HasSubstr("None is remembered"));
+  EXPECT_THAT(Unchosen([] { return UsualDevice(kKnown, "gone"); }),
+              HasSubstr("Name one of Office"));
+  EXPECT_THAT(Unchosen([] { return UsualDevice({}, "gone"); }), HasSubstr("None is remembered"));
 }
 
 TEST(DeviceTextTest, ARowHasNoControlCharactersAndNoTail) {

@@ -6,12 +6,11 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/JbigDriver.h"
+#include "tests/unit/jbig/EncoderBlock.h"
 #include "vox/drivers/libjbig3/jbig2rf.h"
 
 namespace vox::test {
 namespace {
-
-const Picture kPicture = RandomDots(50, 12, 60, 3);
 
 // The data behind the BIH.
 Bytes CodeOf(const Picture& picture, const JbigShape& shape) {
@@ -19,11 +18,7 @@ Bytes CodeOf(const Picture& picture, const JbigShape& shape) {
   return Bytes(bie.begin() + kBihSize, bie.end());
 }
 
-JbigShape ShapeOf(const Picture& picture, std::uint32_t strip = 1000, int lines = 3) {
-  return {picture.width, picture.height, strip, lines};
-}
-
-Bytes Join(Bytes first, const Bytes& second) {
+Bytes Append(Bytes first, const Bytes& second) {
   first.insert(first.end(), second.begin(), second.end());
   return first;
 }
@@ -277,14 +272,14 @@ TEST_P(Decoder, KeepsItsReferenceLinesWhenThePitchIsShort) {
 
 TEST_P(Decoder, CompletesTheImageWithZerosWhenDataEndEarly) {
   const Bytes start(m_code.begin(), m_code.begin() + 10);
-  Decoding zeros(m_shape, Join(start, Bytes(1000)));
+  Decoding zeros(m_shape, Append(start, Bytes(1000)));
   EXPECT_EQ(zeros.Run(Always(5)), CODEC_DONE);
   const struct {
     Bytes ending;
     unsigned callbacks;  // asked once, answered "no more"
   } cases[] = {{{}, 1}, {{0xFF, 0x04}, 0}, {{0xFF, 0x02}, 0}};
   for (const auto& one : cases) {
-    Decoding decoding(m_shape, Join(start, one.ending));
+    Decoding decoding(m_shape, Append(start, one.ending));
     EXPECT_EQ(decoding.Run(Always(5)), CODEC_DONE);
     EXPECT_EQ(decoding.Lines(), zeros.Lines());
     EXPECT_EQ(decoding.Callbacks(), one.callbacks);

@@ -26,7 +26,7 @@ Builder Unsigned(std::uint32_t value) {
     return asn_build_unsigned_int(data, left, 0x42, &value, kInt);
   };
 }
-Builder Text(const Bytes& bytes) {
+Builder TextItem(const Bytes& bytes) {
   return [=](std::uint8_t* data, std::int32_t* left) {
     return asn_build_string(data, left, 0x04, bytes.data(), Size(bytes));
   };
@@ -335,9 +335,9 @@ TEST(UnsignedInteger, MalformedIsRefused) {
 TEST(OctetString, ThereAndBack) {
   for (const char* contents : {"", "41", "70 75 62 6C 69 63", "00 FF 00"}) {
     const Bytes bytes = Hex(contents);
-    const std::string hex = Built(Text(bytes));
+    const std::string hex = Built(TextItem(bytes));
     EXPECT_EQ(Hex(hex), (Bytes{0x04, static_cast<std::uint8_t>(bytes.size())} + bytes));
-    NeedsItsExactRoom(Text(bytes));
+    NeedsItsExactRoom(TextItem(bytes));
     const Bytes item = Hex(hex);
     Bytes out(bytes.size());
     std::int32_t left = Size(item), count = Size(out);
@@ -362,9 +362,9 @@ TEST(OctetString, LongerThanTheCapacityIsRefused) {
 }
 
 TEST(OctetString, LongContentsTakeALongLength) {
-  EXPECT_EQ(Built(Text(Bytes(200, 0x20))).substr(0, 11), "04 81 C8 20");
-  EXPECT_EQ(Built(Text(Bytes(300, 0x20))).substr(0, 14), "04 82 01 2C 20");
-  NeedsItsExactRoom(Text(Bytes(300, 0x20)));
+  EXPECT_EQ(Built(TextItem(Bytes(200, 0x20))).substr(0, 11), "04 81 C8 20");
+  EXPECT_EQ(Built(TextItem(Bytes(300, 0x20))).substr(0, 14), "04 82 01 2C 20");
+  NeedsItsExactRoom(TextItem(Bytes(300, 0x20)));
 }
 
 TEST(OctetString, NegativeOrMissingBytesAreRefused) {

@@ -11,9 +11,6 @@ using namespace test;
 
 using std::chrono::milliseconds;
 
-constexpr std::uint32_t kShort = 20;    // ms that a second lasts where a time-out is awaited
-constexpr std::uint32_t kLong = 10000;  // and where none may come, however busy the machine is
-
 // TickingClock replaces the clock of the library: a step passes with each look at it, so that time
 // passes as the library works, and not as a machine is busy.
 class TickingClock {

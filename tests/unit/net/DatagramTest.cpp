@@ -24,8 +24,6 @@ using namespace test;
 
 using std::chrono::milliseconds;
 
-constexpr std::uint32_t kShort = 20;  // ms that a second lasts where a time-out is awaited
-
 // A pair of sockets: one sends to the other.
 class Line {
  public:

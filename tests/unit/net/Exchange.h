@@ -1,6 +1,7 @@
 // Exchanges of one datagram in tests: what is asked, and what a peer on loopback answered.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +14,8 @@ namespace vox::test {
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr const char* kOther = "127.0.0.2";
+constexpr std::uint32_t kShort = 30;    // ms that a second lasts where a time-out is awaited
+constexpr std::uint32_t kLong = 10000;  // and where none may come, however busy the machine is
 
 struct FreePackets {
   void operator()(packet_data_list* list) const { free_packet_data_list(list); }

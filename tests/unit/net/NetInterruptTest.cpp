@@ -14,14 +14,12 @@ using namespace test;
 
 using std::chrono::milliseconds;
 
-constexpr std::uint32_t kShort = 20;  // ms that a second lasts where a time-out is awaited
-// Each wait that is not hurried takes longer than the tests' patience.
-constexpr std::uint32_t kLong = 7000;
+// Each wait of kLong seconds that is not hurried takes longer than the tests' patience.
 constexpr int kGrace = 60;         // ms
 constexpr int kLongGrace = 25000;  // ms, longer than the tests' patience
 
-// Command sends a command, waits for its answer and gives the result.
-std::int32_t Command() {
+// RunCommand sends a command, waits for its answer and gives the result.
+std::int32_t RunCommand() {
   _tagUDPCMD request{}, response{};
   return UdpCommandSendResponse(kHost, &request, &response);
 }
@@ -39,7 +37,7 @@ TEST(NetInterrupt, RaisedBeforeAnExchangeItEndsAfterTheGrace) {
   const NetInterrupt interrupt(wake.Get(), kGrace);
   for (int i = 1; i <= 2; ++i) {
     const Stopwatch watch;
-    EXPECT_EQ(Command(), -1);
+    EXPECT_EQ(RunCommand(), -1);
     EXPECT_GE(watch.Elapsed(), milliseconds(kGrace));
     EXPECT_LT(watch.Elapsed(), kPatience);
     EXPECT_EQ(peer.AwaitRequests(static_cast<std::size_t>(i)).size(), static_cast<std::size_t>(i))
@@ -57,7 +55,7 @@ TEST(NetInterrupt, RaisedDuringAnExchangeItEndsAfterTheGrace) {
     peer.AwaitRequests(1);
     wake.Raise();
   });
-  EXPECT_EQ(Command(), -1);
+  EXPECT_EQ(RunCommand(), -1);
   hurrying.join();
   EXPECT_GE(watch.Elapsed(), milliseconds(kGrace));
   EXPECT_LT(watch.Elapsed(), kPatience);
@@ -72,7 +70,7 @@ TEST(NetInterrupt, AnswerWithinTheGraceIsTaken) {
   });
   const NetSettings settings(peer, kLong);
   const NetInterrupt interrupt(wake.Get(), kLongGrace);
-  for (const char* when : {"during", "before"}) EXPECT_EQ(Command(), 0) << when;
+  for (const char* when : {"during", "before"}) EXPECT_EQ(RunCommand(), 0) << when;
 }
 
 TEST(NetInterrupt, GraceDoesNotLengthenAWait) {
@@ -82,7 +80,7 @@ TEST(NetInterrupt, GraceDoesNotLengthenAWait) {
   wake.Raise();
   const NetInterrupt interrupt(wake.Get(), kLongGrace);
   const Stopwatch watch;
-  EXPECT_EQ(Command(), -1);
+  EXPECT_EQ(RunCommand(), -1);
   EXPECT_LT(watch.Elapsed(), kPatience);
   EXPECT_EQ(peer.AwaitRequests(1).size(), 1u);
 }
@@ -93,7 +91,7 @@ TEST(NetInterrupt, NotRaisedItChangesNothing) {
   const EventFd wake;
   const NetInterrupt interrupt(wake.Get(), 0);
   const Stopwatch watch;
-  EXPECT_EQ(Command(), -101);
+  EXPECT_EQ(RunCommand(), -101);
   EXPECT_GE(watch.Elapsed(), milliseconds(3 * 3 * kShort));
   EXPECT_EQ(peer.AwaitRequests(3).size(), 3u);
 }
@@ -105,7 +103,7 @@ TEST(NetInterrupt, RaisedAfterItsLifeItIsForgotten) {
   wake.Raise();
   { const NetInterrupt interrupt(wake.Get(), 0); }
   const Stopwatch watch;
-  EXPECT_EQ(Command(), -101);
+  EXPECT_EQ(RunCommand(), -101);
   EXPECT_GE(watch.Elapsed(), milliseconds(3 * 3 * kShort));
   EXPECT_EQ(peer.AwaitRequests(3).size(), 3u);
 }
@@ -117,9 +115,9 @@ TEST(NetInterrupt, HurriesItsOwnThreadAlone) {
   wake.Raise();
   const NetInterrupt interrupt(wake.Get(), 0);
   std::int32_t other = 0;
-  std::thread([&other] { other = Command(); }).join();
+  std::thread([&other] { other = RunCommand(); }).join();
   EXPECT_EQ(other, -101);
-  EXPECT_EQ(Command(), -1);
+  EXPECT_EQ(RunCommand(), -1);
 }
 
 TEST(NetInterrupt, EveryKindOfWaitFailsInIt) {
@@ -148,7 +146,7 @@ TEST(NetInterrupt, AnsweredExchangesNeedNoGrace) {
   const NetSettings settings(peer, kLong);
   const EventFd wake;
   const NetInterrupt interrupt(wake.Get(), 0);
-  EXPECT_EQ(Command(), 0);
+  EXPECT_EQ(RunCommand(), 0);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 #include "tests/support/Allocations.h"
 #include "tests/support/SnmpMessage.h"
-#include "tests/support/UdpPeer.h"
+#include "tests/unit/net/Exchange.h"
 #include "vox/platform/SystemLog.h"
 
 namespace vox {
@@ -15,9 +15,7 @@ namespace {
 
 using namespace test;
 
-constexpr const char* kHost = "127.0.0.1";
 constexpr const char* kNameOid = "1.3.6.1.2.1.1.5.0";
-constexpr std::uint32_t kShort = 30;
 
 // Request is a get or set record with a heap block of exactly `capacity` bytes.
 struct Request {

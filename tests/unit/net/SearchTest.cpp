@@ -6,14 +6,12 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/SnmpMessage.h"
-#include "tests/support/UdpPeer.h"
+#include "tests/unit/net/Exchange.h"
 
 namespace vox {
 namespace {
 
 using namespace test;
-
-constexpr const char* kHost = "127.0.0.1";
 
 // Trimmed gives the text that snmp2c_str makes of received characters, and checks its length.
 std::string Trimmed(const std::string& received) {

@@ -9,17 +9,12 @@
 
 #include "tests/support/Allocations.h"
 #include "tests/support/SnmpMessage.h"
-#include "tests/support/UdpPeer.h"
+#include "tests/unit/net/Exchange.h"
 
 namespace vox {
 namespace {
 
 using namespace test;
-
-constexpr const char* kHost = "127.0.0.1";
-constexpr const char* kOther = "127.0.0.2";
-constexpr std::uint32_t kShort = 40;    // ms that a second lasts where a time-out is awaited
-constexpr std::uint32_t kLong = 10000;  // and where none may come, however busy the machine is
 
 struct FreeList {
   void operator()(snmp_pdu_list* list) const { free_snmp_pdu_list(list); }

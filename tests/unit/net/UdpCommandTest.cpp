@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Allocations.h"
-#include "tests/support/UdpPeer.h"
+#include "tests/unit/net/Exchange.h"
 #include "vox/drivers/net/NetworkComm/NetworkCommEntry.h"
 #include "vox/platform/Bytes.h"
 
@@ -19,8 +19,6 @@ namespace {
 
 using namespace test;
 
-constexpr const char* kHost = "127.0.0.1";
-constexpr std::uint32_t kShort = 30;
 constexpr std::uint8_t kAccepted = 0xC4;
 
 // Command holds a request and its parameters.

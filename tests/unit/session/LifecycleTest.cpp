@@ -346,9 +346,6 @@ TEST_F(LifecycleTest, AbortAloneDoesNotNeedTheRaise) {
 
 // Failures of StartScan.
 
-key_t NoKey(const char*, int) {
-  return -1;
-}
 int NoSet(key_t, int, int) {
   errno = ENOSPC;
   return -1;

@@ -556,8 +556,6 @@ TEST_F(PipelineTest, FullSemaphoreDoesNotHoldUpAStop) {
   EXPECT_TRUE(device_->EndScan());
 }
 
-void IgnoreSignal(int) {}
-
 TEST_F(PipelineTest, StormOfSignalsIsNoFailure) {
   struct sigaction action {};
   struct sigaction before {};

@@ -147,8 +147,6 @@ TEST_F(SemaphoreSetTest, IdentifiersUpTo0AreNone) {
   }
 }
 
-void IgnoreSignal(int) {}
-
 TEST_F(SemaphoreSetTest, SignalsDoNotEndAWait) {
   struct sigaction action {};
   struct sigaction before {};
@@ -190,9 +188,6 @@ key_t NotedKey(const char* path, int project) {
   EXPECT_LT(project, 256);
   script.projects.insert(project);
   return 1000 + project;
-}
-key_t NoKey(const char*, int) {
-  return -1;
 }
 int ScriptedSet(key_t, int semaphores, int flags) {
   EXPECT_EQ(semaphores, 3);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include "tests/support/FakeTransport.h"
 #include "tests/support/Footprint.h"
@@ -40,6 +41,12 @@ inline testing::AssertionResult SamePage(const std::vector<Line>& page,
     }
   }
   return testing::AssertionSuccess();
+}
+
+inline void IgnoreSignal(int) {}
+// For SessionSystem::make_key: there is no key.
+inline key_t NoKey(const char*, int) {
+  return -1;
 }
 
 class SessionTest : public testing::Test {

@@ -51,12 +51,12 @@ class SmallAgent : public ::testing::Test {
   SnmpAgent agent_;
 };
 
-const char kGetName[] =
+const char kNameQuestion[] =
     "30 26 02 01 00 04 06 70 75 62 6C 69 63 A0 19 02 01 05 02 01 00 02 01 00"
     " 30 0E 30 0C 06 08 2B 06 01 02 01 01 05 00 05 00";
 
 TEST_F(SmallAgent, GetGivesTheValue) {
-  EXPECT_EQ(Ask(kGetName),
+  EXPECT_EQ(Ask(kNameQuestion),
             "30 29 02 01 00 04 06 70 75 62 6C 69 63 A2 1C 02 01 05 02 01 00 02 01 00"
             " 30 11 30 0F 06 08 2B 06 01 02 01 01 05 00 04 03 64 65 76");
 }
@@ -65,7 +65,7 @@ TEST_F(SmallAgent, GetTakesTheLongFormOfLengths) {
   // The same request with three-octet lengths (X.690 8.1.3.5 allows them); the answer is short.
   EXPECT_EQ(Ask("30 82 00 28 02 01 00 04 06 70 75 62 6C 69 63 A0 1B 02 01 05 02 01 00 02 01 00"
                 " 30 10 30 82 00 0C 06 08 2B 06 01 02 01 01 05 00 05 00"),
-            Ask(kGetName));
+            Ask(kNameQuestion));
 }
 
 TEST_F(SmallAgent, GetNextWalksInOrderOfTheArcs) {
@@ -158,7 +158,7 @@ TEST_F(SmallAgent, WhatIsNoRequestOfOursIsNotAnswered) {
 }
 
 TEST_F(SmallAgent, NoTruncationAndNoChangedByteIsReadPastItsEnd) {
-  const Bytes whole = FromHex(kGetName);
+  const Bytes whole = FromHex(kNameQuestion);
   for (std::size_t size = 0; size < whole.size(); ++size) {
     // Of exactly its size, so that the sanitizers see any read past it.
     const std::unique_ptr<std::uint8_t[]> cut(new std::uint8_t[size]);

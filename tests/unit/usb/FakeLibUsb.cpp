@@ -18,7 +18,7 @@ namespace {
 FakeLibUsb* current = nullptr;
 
 constexpr std::uint8_t kBus = 1, kAddress = 7;
-constexpr std::uint16_t kVendor = 0x5658, kProduct = 0x1520, kPacket = 512;
+constexpr std::uint16_t kVendor = 0x5658, kProduct = 0x1520, kPacketSize = 512;
 
 // Flying is a transfer that the kernel has.
 struct Flying {
@@ -159,7 +159,7 @@ int libusb_get_active_config_descriptor(libusb_device*, libusb_config_descriptor
   made->endpoints[1].bEndpointAddress = 0x02;
   for (auto& endpoint : made->endpoints) {
     endpoint.bmAttributes = LIBUSB_TRANSFER_TYPE_BULK;
-    endpoint.wMaxPacketSize = vox::test::kPacket;
+    endpoint.wMaxPacketSize = vox::test::kPacketSize;
   }
   for (std::size_t i = 0; i < current->interfaces.size(); ++i) {
     auto& settings = made->settings.emplace_back(current->interfaces[i].alternates);

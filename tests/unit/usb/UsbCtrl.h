@@ -24,6 +24,8 @@ using test::kFakeUsbProduct;
 using test::kFakeUsbVendor;
 using test::StillImageDevice;
 
+constexpr IOReturn kRefused = 0xE00002D8;
+
 class UsbCtrl : public testing::Test {
  protected:
   class Ctrl : public CUsbScanCtrl {

@@ -9,7 +9,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr IOReturn kRefused = 0xE00002D8;
 const FakeUsbEndpoint kBulkIn{kUSBIn, kUSBBulk}, kBulkOut{kUSBOut, kUSBBulk};
 
 class UsbInterfaces : public UsbCtrl {

@@ -96,7 +96,7 @@ std::int32_t receive_until(int sock, const receive_buffer& to, steady::time_poin
   }
 }
 
-sockaddr_in address_of(in_addr address, std::uint16_t port) {
+sockaddr_in socket_address(in_addr address, std::uint16_t port) {
   sockaddr_in to{};
   to.sin_family = AF_INET;
   to.sin_port = htons(port);
@@ -129,7 +129,7 @@ FileDescriptor send_request(const char* host, std::uint16_t port, const std::uin
   FileDescriptor sock = open_socket();
   in_addr address{};
   if (!sock || !net_look_up(host, &address)) return {};
-  if (!send_to(sock.Get(), address_of(address, port), bytes, length)) return {};
+  if (!send_to(sock.Get(), socket_address(address, port), bytes, length)) return {};
   return sock;
 }
 
@@ -172,8 +172,8 @@ packet_data_list* collect(int sock, in_addr address, milliseconds wait,
                           const packet_observer& observer) {
   packet_data_list* list = nullptr;
   packet_data_list** tail = &list;
-  const auto last = now() + wait * NET_COLLECT_TIMEOUTS;
-  for (std::int32_t count = 0; count < NET_COLLECT_MAX && now() <= last; ++count) {
+  const auto latest = now() + wait * NET_COLLECT_TIMEOUTS;
+  for (std::int32_t count = 0; count < NET_COLLECT_MAX && now() <= latest; ++count) {
     *tail = receive_element(sock, now() + wait).release();
     if (!*tail) break;
     const packet_data& packet = *(*tail)->lpPacketData;
@@ -314,7 +314,7 @@ packet_data_list* multi_net_send_rev_each(const char* address, std::int32_t seco
   if (!sock || ::setsockopt(sock.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0) {
     return nullptr;
   }
-  if (!send_to(sock.Get(), address_of(to, snmpPort), bytes, length)) return nullptr;
+  if (!send_to(sock.Get(), socket_address(to, snmpPort), bytes, length)) return nullptr;
   return collect(sock.Get(), to, in_time(seconds), observer);
 }
 
