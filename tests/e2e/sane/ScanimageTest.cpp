@@ -159,6 +159,19 @@ TEST_F(ScanimagePage, EveryFormatHoldsTheSamePage) {
   }
 }
 
+// The picture in docs/sane.md. With VOX_PICTURES in the environment it is made anew in that folder.
+TEST_F(ScanimagePage, ThePictureInTheDocumentsIsOfThisPage) {
+  GoodScan("--resolution 75 --mode Color --format=png -o page.png");
+  if (const char* folder = std::getenv("VOX_PICTURES"))
+    std::filesystem::copy_file(vox_.File("page.png"), std::string(folder) + "/scanimage.png",
+                               std::filesystem::copy_options::overwrite_existing);
+  const Picture page = ReadPng(vox_.File("page.png"));
+  const Picture shown = ReadPng(SANE_PICTURES "/scanimage.png");
+  EXPECT_EQ(shown.width, page.width);
+  EXPECT_EQ(shown.bits, page.bits);
+  EXPECT_TRUE(shown.lines == page.lines) << "make it anew with VOX_PICTURES=docs/images";
+}
+
 TEST_F(ScanimagePage, InLineartOneIsBlack) {
   for (const std::uint8_t grey : {0, 255}) {
     sim::Image page;
