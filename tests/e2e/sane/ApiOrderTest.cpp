@@ -1,4 +1,5 @@
 // The entry points in the order that the standard describes, and in every other one.
+#include <algorithm>
 #include <random>
 #include <sstream>
 
@@ -85,6 +86,24 @@ TEST_F(SaneOrder, WhatTheSearchFindsIsInTheNextListBehindTheKnown) {
   EXPECT_EQ(Devices().at(0)->name, std::string("net:02:56:58:00:00:01"));
   EXPECT_TRUE(vox::test::Eventually([&] { return Devices().size() == 2; }));
   EXPECT_EQ(Devices().at(0)->name, std::string("net:02:56:58:00:00:01"));
+}
+
+// Each answer makes the search wait a second more; the third device has said who it is after 2.8 s.
+TEST_F(SaneOrder, AListDoesNotWaitForASearchThatGoesOn) {
+  if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";
+  PutHearing(4, 4, "Attic", FaultsOf("delay=snmp:400"));
+  PutHearing(5, 5, "Cellar", FaultsOf("delay=snmp:900"));
+  PutHearing(6, 6, "Office", FaultsOf("delay=snmp:1400"));
+  place_->Configure({"discovery on"});
+  SaneSession session(*sane_);
+  const auto has_office = [&] {
+    const auto devices = Devices();
+    return std::any_of(devices.begin(), devices.end(), [](const SANE_Device* device) {
+      return device->name == std::string("net:02:56:58:00:00:06");
+    });
+  };
+  EXPECT_FALSE(has_office()) << "2 s at most";
+  EXPECT_TRUE(vox::test::Eventually(has_office)) << "what came later is in a later list";
 }
 
 TEST_F(SaneOrder, OpensWithoutAListByAddressAndByTheNameThatAListGives) {
