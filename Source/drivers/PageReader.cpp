@@ -81,8 +81,8 @@ void CTwainImageIF::replay_standby() {
 bool CTwainImageIF::read_line(std::uint32_t i, bool from_file) {
   ScanSession& page = *m_pSession;
   if (!page.wait_to_read(i)) return false;
-  LineBuffer line = page.raw_line();
   const auto len = static_cast<unsigned>(page.sizes.raw);
+  LineBuffer line = page.raw_line(from_file || FillsLines() ? len : 0);
   unsigned got = 0;
   const int result =
       from_file ? ReadLinefromFile(i, line.get(), len, &got) : ReadScanData(line.get(), len, &got);
@@ -110,7 +110,7 @@ bool CTwainImageIF::DummyRead() {
   if (page.sizes.depth == 0) return false;
   for (std::uint32_t i = 0; i < page.proc.sinfo.Window.yExtent; ++i) {
     if (!page.wait_to_read(i)) return false;
-    LineBuffer line = page.raw_line();
+    LineBuffer line = page.raw_line(FillsLines() ? len : 0);
     unsigned got = 0;
     if (ReadScanData(line.get(), len, &got) != 0) return false;
     if (!announce_line(i, std::move(line))) return false;

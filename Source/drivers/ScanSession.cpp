@@ -108,9 +108,9 @@ const unsigned char* ScanSession::device_line(std::uint32_t i) {
   return device_lines.at(i);
 }
 
-LineBuffer ScanSession::raw_line() {
+LineBuffer ScanSession::raw_line(std::size_t filled) {
   LineBuffer line = device_pool.take();
-  std::memset(line.get(), 0, sizes.raw_room);
+  std::memset(line.get() + filled, 0, sizes.raw_room - filled);
   return line;
 }
 

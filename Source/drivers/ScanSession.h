@@ -81,8 +81,9 @@ struct ScanSession {
   void store_client_line(std::uint32_t j, LineBuffer line);
   LineBuffer take_device_line(std::uint32_t i);
   const unsigned char* device_line(std::uint32_t i);
-  // raw_line gives a line for the reader, raw_room bytes of it zeroed. Throws: std::bad_alloc.
-  LineBuffer raw_line();
+  // raw_line gives a line for the reader; of its raw_room bytes those from `filled` on are zeroed.
+  // Throws: std::bad_alloc.
+  LineBuffer raw_line(std::size_t filled);
   // client_line gives a line for the vertical thread, client_room bytes of anything; once the
   // client has it, recycle_client_line takes it back. Throws: std::bad_alloc.
   LineBuffer client_line();

@@ -142,6 +142,10 @@ class VOX_EXPORT CTwainImageIF {
   // Returns: 0 on success, positive or negative on failure.
   virtual int ReadScanData(unsigned char* buf, unsigned int len, unsigned int* rlen) = 0;
 
+  // FillsLines: whether ReadScanData writes every one of the len bytes of a line that it returns 0
+  // for. Otherwise the line is zeroed before, which costs one more walk over it.
+  virtual bool FillsLines() const { return false; }
+
   // GetScanParam fills the device parameters from the request of the last PrepareScan. It does not
   // touch a running page.
   tagDVSCANPARAM& GetScanParam();

@@ -70,13 +70,17 @@ NW_WAIT read_channel(int s, void* buf, std::size_t size, int ms, const tagNWWAKE
   for (;;) {
     const NW_WAIT waited = wait_channel(s, ms, wake);
     if (waited != NW_WAIT_READY) return waited;
-    const ssize_t count = ::recv(s, buf, size, MSG_DONTWAIT);
-    if (count >= 0) {
-      *got = static_cast<std::size_t>(count);
-      return NW_WAIT_READY;
-    }
-    if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) return NW_WAIT_ERROR;
+    const NW_WAIT taken = take_channel(s, buf, size, got);
+    if (taken != NW_WAIT_TIMEOUT) return taken;
   }
+}
+
+NW_WAIT take_channel(int s, void* buf, std::size_t size, std::size_t* got) {
+  const ssize_t count = ::recv(s, buf, size, MSG_DONTWAIT);
+  *got = count > 0 ? static_cast<std::size_t>(count) : 0;
+  if (count >= 0) return NW_WAIT_READY;
+  const bool nothing_yet = errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+  return nothing_yet ? NW_WAIT_TIMEOUT : NW_WAIT_ERROR;
 }
 
 bool write_channel(int s, const void* buf, std::size_t size) {

@@ -44,6 +44,10 @@ NW_WAIT wait_channel(int s, int ms, const tagNWWAKE& wake);
 NW_WAIT read_channel(int s, void* buf, std::size_t size, int ms, const tagNWWAKE& wake,
                      std::size_t* got);
 
+// take_channel receives what is there already, without a wait and without a look at a wake.
+// Returns: as read_channel; NW_WAIT_TIMEOUT when there is nothing yet.
+NW_WAIT take_channel(int s, void* buf, std::size_t size, std::size_t* got);
+
 // write_channel sends all bytes of a short message: true when the system took them.
 bool write_channel(int s, const void* buf, std::size_t size);
 

@@ -91,6 +91,7 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   // ReadScanData serves one line. Returns: 0, short and missing data made white; 1 with status 3
   // when the channel or a block is bad, and ever after in this page; 1 without one on a stop.
   int ReadScanData(unsigned char* buf, unsigned int len, unsigned int* rlen) override;
+  bool FillsLines() const override { return true; }
 
   // DeviceEndScan exchanges the end notice, which says whether another page follows (multipage).
   // Returns: false with status 3 when no notice came.
@@ -154,6 +155,7 @@ class VOX_EXPORT CTwImgIFNW : public CTwainImageIF {
   static void close_channel(std::int32_t* soc);
 
   // ReadScanData's two kinds of page
+  NW_WAIT receive_raw(unsigned char* buf, std::size_t len, int ms, std::size_t* got);
   int read_raw(unsigned char* buf, unsigned int len, unsigned int* rlen);
   int read_jbig(unsigned char* buf, unsigned int len, unsigned int* rlen);
   enum BLOCK_STATE {

@@ -146,6 +146,24 @@ TEST_F(JobChannel, WakeGoesBeforeBytes) {
   EXPECT_EQ(wait_channel(scan_.Get(), 1'000, {-1, wake_.Get()}), NW_WAIT_WOKEN);
 }
 
+TEST_F(JobChannel, TakingReceivesWhatIsThereAndNeverWaits) {
+  Open();
+  std::uint8_t bytes[4] = {};
+  std::size_t got = 9;
+  EXPECT_EQ(take_channel(scan_.Get(), bytes, sizeof bytes, &got), NW_WAIT_TIMEOUT);
+  EXPECT_EQ(got, 0u);
+  ASSERT_TRUE(server_.SendByte(7));
+  ASSERT_EQ(wait_channel(scan_.Get(), 1'000, {}), NW_WAIT_READY);
+  EXPECT_EQ(take_channel(scan_.Get(), bytes, sizeof bytes, &got), NW_WAIT_READY);
+  EXPECT_EQ(got, 1u);
+  EXPECT_EQ(bytes[0], 7);
+  server_.Close();
+  ASSERT_EQ(wait_channel(scan_.Get(), 1'000, {}), NW_WAIT_READY);
+  EXPECT_EQ(take_channel(scan_.Get(), bytes, sizeof bytes, &got), NW_WAIT_READY);
+  EXPECT_EQ(got, 0u);
+  EXPECT_EQ(take_channel(-1, bytes, sizeof bytes, &got), NW_WAIT_ERROR);
+}
+
 TEST_F(JobChannel, ClosedSocketIsAnErrorNotAWait) {
   EXPECT_EQ(wait_channel(-1, 1'000, {}), NW_WAIT_ERROR);
   char byte = 0;

@@ -194,6 +194,24 @@ TEST_P(RecycledPageTest, TakesNoMoreLinesFromTheHeapThanAreOutAtATime) {
   EXPECT_LE(lines_made, GetParam().at_most);
 }
 
+// A device that writes its lines whole gets them as they were last used.
+class FillingDevice : public FakeTransport {
+ public:
+  ~FillingDevice() override { StopSession(); }
+  bool FillsLines() const override { return true; }
+};
+
+TEST_P(RecycledPageTest, LinesThatTheDeviceFillsComeOutTheSame) {
+  const PageShape& shape = GetParam().shape;
+  device_ = std::make_unique<FillingDevice>();
+  device_->Ranges(200, 600);
+  ASSERT_TRUE(device_->Prepare(shape));
+  KeepNear(*device_, shape.length);
+  ASSERT_TRUE(device_->StartScan(false));
+  EXPECT_TRUE(SamePage(device_->ReadPage(shape.length), device_->PageByTheRules()));
+  EXPECT_TRUE(device_->EndScan());
+}
+
 // What lay in a line before is not seen again, whatever the device leaves out.
 TEST_F(LinePoolTest, LineThatServesAgainBeginsEmpty) {
   device_ = std::make_unique<LazyDevice>();
