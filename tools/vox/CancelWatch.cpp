@@ -65,8 +65,8 @@ void CancelWatch::Cancel() {
 
 // The main thread may be waiting for a device for seconds; nothing of it needs to be brought home.
 void CancelWatch::LeaveAtOnce() {
-  if (undo_) undo_();
   std::fputs("vox: cancelled\n", stderr);
+  if (undo_) undo_();
   ::_exit(static_cast<int>(ExitStatus::kCancelled));
 }
 

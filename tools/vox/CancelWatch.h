@@ -39,7 +39,8 @@ class CancelWatch {
   int Fd() const { return wake_.Get(); }
 
   // Prepare runs `make`, which no cancel interrupts, and keeps what it returns: how to undo it,
-  // for a cancel that leaves the program at once, on the watch's thread. What `make` throws passes.
+  // for a cancel that leaves the program at once, on the watch's thread and while the others go on;
+  // it may itself end the program, with kCancelled. What `make` throws passes.
   void Prepare(const std::function<Action()>& make) VOX_EXCLUDES(mutex_);
 
   // Finish says that the work is done: no cancel counts any more.

@@ -12,7 +12,9 @@ Premises::Premises(const VirtualOptions& with, bool both_sides, CancelWatch& wat
   if (!with.on) return;
   watch.Prepare([&]() -> CancelWatch::Action {
     virtual_ = std::make_unique<VirtualSetup>(with, both_sides);
-    return [root = virtual_->Root()] { PrivateFolder::Remove(root); };
+    return [root = virtual_->Root()] {
+      PrivateFolder::RemoveAndExit(root, static_cast<int>(ExitStatus::kCancelled));
+    };
   });
 }
 

@@ -1,7 +1,8 @@
 // PrivateFolder is a folder of this process alone under TMPDIR or /var/tmp, mode 0700. It is
-// removed with what lies in it when the object goes, or by Remove when a cancel ends the program.
+// removed with what lies in it when the object goes, or by RemoveAndExit when a cancel ends the
+// program.
 //
-// Thread rule: the main thread.
+// Thread rule: the main thread; RemoveAndExit any thread.
 #pragma once
 
 #include <string>
@@ -17,7 +18,9 @@ class PrivateFolder {
   PrivateFolder(const PrivateFolder&) = delete;
   PrivateFolder& operator=(const PrivateFolder&) = delete;
 
-  static void Remove(const std::string& path);
+  // RemoveAndExit ends the program with the status and removes the folder at `path`, while other
+  // threads may still be at work in it, and make anew what is gone.
+  [[noreturn]] static void RemoveAndExit(const std::string& path, int status);
 
   const std::string& Path() const { return path_; }
 
