@@ -1,6 +1,16 @@
 #include "vox/platform/LibUsb.h"
 
+#include "vox/platform/DescriptorRefusals.h"
+
 namespace vox {
+namespace {
+
+// libusb keeps an event, a timer and two of its monitor of devices, opens one more at a time to
+// read of a device what it is, and one for a device that is opened. Where those run out it leaves
+// devices out, and tells nobody.
+constexpr int kDescriptorsOfLibUsb = 8;
+
+}  // namespace
 
 IOReturn LibUsbResult(long long error) {
   if (error >= 0) return kIOReturnSuccess;
@@ -28,14 +38,19 @@ IOReturn LibUsbResult(long long error) {
   }
 }
 
+IOReturn LibUsbFailure(long long error) {
+  return HaveDescriptors(1) ? LibUsbResult(error) : kIOReturnNoResources;
+}
+
 IOReturn ListLibUsbDevices(LibUsbContext* context, LibUsbDevices* devices) {
+  if (!HaveDescriptors(kDescriptorsOfLibUsb)) return kIOReturnNoResources;
   libusb_context* fresh = nullptr;
   const int made = libusb_init(&fresh);
-  if (made < 0) return LibUsbResult(made);
+  if (made < 0) return LibUsbFailure(made);
   context->reset(fresh);
   libusb_device** list = nullptr;
   const auto listed = libusb_get_device_list(fresh, &list);
-  if (listed < 0) return LibUsbResult(listed);
+  if (listed < 0) return LibUsbFailure(listed);
   devices->reset(list);
   return kIOReturnSuccess;
 }

@@ -28,7 +28,12 @@ using LibUsbTransfer = std::unique_ptr<libusb_transfer, LibUsbGiveBack>;
 // LibUsbResult gives what a libusb error is called here; 0 and above are success.
 IOReturn LibUsbResult(long long error);
 
-// ListLibUsbDevices looks at the bus anew, in a context of its own.
+// LibUsbFailure gives what an error, below 0, is called that may come of want of file descriptors,
+// which libusb has no error for: then kIOReturnNoResources.
+IOReturn LibUsbFailure(long long error);
+
+// ListLibUsbDevices looks at the bus anew, in a context of its own. kIOReturnNoResources where
+// there are too few file descriptors to do that, and to open a device then.
 IOReturn ListLibUsbDevices(LibUsbContext* context, LibUsbDevices* devices);
 
 // LibUsbConfigOf gives the device's active configuration; none when it has none.

@@ -33,6 +33,7 @@ using IOReturn = std::uint32_t;
 inline constexpr IOReturn kIOReturnSuccess = 0;
 inline constexpr IOReturn kIOReturnError = 0xE00002BC;  // what no other code says
 inline constexpr IOReturn kIOReturnNoMemory = 0xE00002BD;
+inline constexpr IOReturn kIOReturnNoResources = 0xE00002BE;      // no file descriptor is left
 inline constexpr IOReturn kIOReturnNoDevice = 0xE00002C0;         // unplugged, or never there
 inline constexpr IOReturn kIOReturnBadArgument = 0xE00002C2;      // a pipe that does not exist
 inline constexpr IOReturn kIOReturnExclusiveAccess = 0xE00002C5;  // another program holds it

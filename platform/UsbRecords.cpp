@@ -1,12 +1,14 @@
 #include "vox/platform/UsbRecords.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <span>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "vox/platform/DescriptorRefusals.h"
 #include "vox/platform/FileDescriptor.h"
 #include "vox/platform/PropertyList.h"
 
@@ -19,7 +21,10 @@ constexpr std::size_t kLongestText = 126 * 3 + 1;
 
 std::optional<std::string> ReadAttribute(const std::string& path) {
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  if (!file) return std::nullopt;
+  if (!file) {
+    NoteDescriptorRefusal(errno);
+    return std::nullopt;
+  }
   std::array<char, kLongestText> text;
   const auto length = ::read(file.Get(), text.data(), text.size());
   if (length < 0) return std::nullopt;

@@ -73,7 +73,7 @@ IOReturn UsbSession::OpenListed() {
   if (device == nullptr) return kIOReturnNoDevice;
   libusb_device_handle* handle = nullptr;
   const int opened = libusb_open(device, &handle);
-  if (opened < 0) return LibUsbResult(opened);
+  if (opened < 0) return LibUsbFailure(opened);
   handle_.reset(handle);
   libusb_set_auto_detach_kernel_driver(handle, 1);
   return ClaimStillImage(device);

@@ -15,6 +15,7 @@ namespace {
 using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr char kName[] = "Veltronix QD7200 (A7K0123 at USB)";
@@ -133,6 +134,29 @@ TEST_F(VoxUsb, WhoMayNotOpenTheDeviceIsToldHowToBeAdmitted) {
                                  HasSubstr("the group scanner")));
   EXPECT_THAT(outcome.out, StartsWith("11\nb.png: page 1, "));
   EXPECT_EQ(outcome.status, 0);
+}
+
+// However few there are, nobody says that the device is away, or that its cable may be.
+TEST_F(VoxUsb, WithTooFewFileDescriptorsThatIsSaid) {
+  const Outcome outcome = Script(
+      "$VOX add usb:A7K0123 >log\n"
+      "for most in 4 6 10 12 14 16 20 24 32 64; do\n"
+      "  for verb in 'info usb:A7K0123' 'list --online' 'add usb:A7K0123'; do\n"
+      "    (ulimit -n $most; exec $VOX $verb) >said 2>&1; status=$?\n"
+      "    echo $status; echo $most $verb: $status >>log; cat said >>log\n"
+      "  done\n"
+      "done\n"
+      "(ulimit -n 8; exec $VOX info usb:A7K0123) 2>>log; echo $?; cat log >&2; rm log said\n");
+  EXPECT_THAT(outcome.err,
+              AllOf(Not(HasSubstr("attached")), Not(HasSubstr("cable")),
+                    HasSubstr("too few file descriptors; raise their limit (see ulimit -n)"),
+                    HasSubstr("64 list --online: 0\n")));
+  std::istringstream statuses(outcome.out);
+  int ended_so = 0;
+  for (std::string status; std::getline(statuses, status); ended_so += status == "10") {
+    EXPECT_THAT(status, testing::AnyOf("0", "10", "127")) << "127: the program is not even loaded";
+  }
+  EXPECT_GT(ended_so, 3);
 }
 
 TEST_F(VoxUsb, ADeviceThatIsUnpluggedLeavesNoFile) {

@@ -3,12 +3,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <string>
 
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include "tools/vox/Failure.h"
+#include "tools/vox/KnownDevices.h"
 
 namespace vox::cli {
 
@@ -33,6 +35,9 @@ CancelWatch::CancelWatch() {
   const sigset_t set = SignalsToWatch();
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signals_.Reset(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+  // Without them the thread would hear neither a signal nor the end.
+  if (!signals_ || wake_.Get() < 0 || end_.Get() < 0)
+    throw Failure(ExitStatus::kNoMemory, std::string("cannot begin: ") + kTooFewDescriptors);
   thread_ = std::thread([this] { Run(); });
 }
 

@@ -30,7 +30,7 @@ class CancelWatch {
  public:
   using Action = std::function<void()>;
 
-  CancelWatch();
+  CancelWatch();  // Throws Failure 10: too few file descriptors.
   CancelWatch(const CancelWatch&) = delete;
   CancelWatch& operator=(const CancelWatch&) = delete;
   ~CancelWatch();

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <optional>
@@ -21,6 +22,7 @@
 #include "tools/vox/Premises.h"
 #include "tools/vox/Verbs.h"
 #include "vox/drivers/usb/UsbSearch.h"
+#include "vox/platform/DescriptorRefusals.h"
 #include "vox/platform/FileDescriptor.h"
 
 namespace vox::cli {
@@ -109,6 +111,12 @@ class Discovery {
     if (unsaved_)
       line += std::string("; not all that was found is remembered: ") + unsaved_->what();
     throw Failure(status, line);
+  }
+
+  [[noreturn]] void GiveUpForDescriptors() const {
+    GiveUp(ExitStatus::kNoMemory,
+           "too few file descriptors for the search, so devices may be missing; raise their limit "
+           "(see ulimit -n) and try again");
   }
 
   void Summarise(bool answered, double seconds) const {
@@ -207,8 +215,10 @@ void RunDiscover(const DiscoverOptions& options) {
   const std::string address = premises.IsVirtual() ? premises.Address() : tagNETSEARCH().pszAddress;
   const Clock::time_point start = Clock::now();
   Discovery discovery(options.json);
+  const std::uint32_t refused = DescriptorRefusalsHere();
   discovery.Settle(SearchUsb(premises));
   if (const auto failure = NoRoute(address)) {
+    if (DescriptorRefusalsHere() != refused) discovery.GiveUpForDescriptors();
     if (!discovery.HasFound()) throw Failure(*failure);
     watch.Finish();
     Note(failure->what());
@@ -228,10 +238,8 @@ void RunDiscover(const DiscoverOptions& options) {
     discovery.GiveUp(ExitStatus::kNoMemory,
                      "not enough memory for the search, so devices may be missing; close other "
                      "programs and try again");
-  if (search.OutOfDescriptors())
-    discovery.GiveUp(ExitStatus::kNoMemory,
-                     "too few file descriptors for the search, so devices may be missing; raise "
-                     "their limit (see ulimit -n) and try again");
+  if (search.OutOfDescriptors() || DescriptorRefusalsHere() != refused)
+    discovery.GiveUpForDescriptors();
   watch.Finish();
   discovery.Summarise(search.Answered(), SecondsSince(start));
 }

@@ -13,6 +13,7 @@
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchping.h"
+#include "vox/platform/DescriptorRefusals.h"
 #include "vox/platform/PropertyList.h"
 #include "vox/platform/Threads.h"
 
@@ -90,14 +91,14 @@ std::vector<Presence> AskPresence(const DeviceInfoArray& devices, int stop_fd) {
   std::vector<Presence> answers(devices.size(), Presence::kSilent);
   RunTogether(devices.size(), kAskedAtOnce, [&](std::size_t i) {
     const NetInterrupt hurry(stop_fd, 0);
-    const std::uint32_t refused = net_descriptors_refused_here();
+    const std::uint32_t refused = DescriptorRefusalsHere();
     const bool answers_pings = std::find(alive.begin(), alive.end(), devices[i]) != alive.end();
     answers[i] = Ask(devices[i], answers_pings);
-    if (answers[i] != Presence::kSilent) return;
+    if (answers[i] != Presence::kSilent && answers[i] != Presence::kNotAttached) return;
     // Who kept silent may have been about to answer, or may not have been asked at all.
-    if (stop.IsRaised()) {
+    if (answers[i] == Presence::kSilent && stop.IsRaised()) {
       answers[i] = Presence::kUnknown;
-    } else if (net_descriptors_refused_here() != refused) {
+    } else if (DescriptorRefusalsHere() != refused) {
       answers[i] = Presence::kNoDescriptors;
     }
   });

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "vox/drivers/net/NetworkComm/tvr302udp.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/net/searchregister.h"
+#include "vox/platform/DescriptorRefusals.h"
 
 namespace vox::cli {
 
@@ -129,9 +131,9 @@ bool MayBeUnasked(RegistrationState state) {
 template <class Ask>
 Registration Timed(Ask ask) {
   const auto start = std::chrono::steady_clock::now();
-  const std::uint32_t refused = net_descriptors_refused_here();
+  const std::uint32_t refused = DescriptorRefusalsHere();
   Registration outcome = ask();
-  if (MayBeUnasked(outcome.state) && net_descriptors_refused_here() != refused)
+  if (MayBeUnasked(outcome.state) && DescriptorRefusalsHere() != refused)
     outcome.state = RegistrationState::kNoDescriptors;
   outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return outcome;

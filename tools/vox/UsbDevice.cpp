@@ -2,13 +2,16 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 
 #include <unistd.h>
 
+#include "tools/vox/KnownDevices.h"
 #include "vox/SupportedDevices.h"
 #include "vox/drivers/usb/UsbRegistry.h"
 #include "vox/drivers/usb/UsbSearch.h"
+#include "vox/platform/DescriptorRefusals.h"
 
 namespace vox::cli {
 
@@ -62,7 +65,20 @@ IOReturn TryToOpen(const usb_object& attached) {
   return result;
 }
 
-UsbTrouble NotAttached() {
+UsbTrouble NoDescriptors() {
+  return {ExitStatus::kNoMemory, kTooFewDescriptors};
+}
+
+// HasLooked is whether a look that found nothing, and began when `refused` descriptors had been
+// refused, had what it needs; the table of models, which it reads first, does not tell.
+bool HasLooked(std::uint32_t refused) {
+  constexpr int kOfALook = 8;
+  return DescriptorRefusalsHere() == refused && HaveDescriptors(kOfALook);
+}
+
+// NotAttached is what a look found that began when `refused` descriptors had been refused.
+UsbTrouble NotAttached(std::uint32_t refused) {
+  if (!HasLooked(refused)) return NoDescriptors();
   return {ExitStatus::kIoError, "it is not attached; check its cable, and that it is on"};
 }
 
@@ -96,9 +112,13 @@ std::string UsbSerial(const std::string& device) {
 }
 
 DeviceInfo AttachedDevice(const std::string& serial) {
+  const std::uint32_t refused = DescriptorRefusalsHere();
   const DeviceInfoDictionary attached = searchUsbDevices(nullptr, 0);
   const auto found = attached.find(serial);
   if (found != attached.end()) return found->second;
+  if (!HasLooked(refused))
+    throw Failure(ExitStatus::kNoMemory, "cannot look for the serial number " + CleanText(serial) +
+                                             " at USB: " + kTooFewDescriptors);
   throw Failure(ExitStatus::kIoError, "no supported device with the serial number " +
                                           CleanText(serial) + " is attached; check its cable, " +
                                           "and that it is on; vox discover shows which are");
@@ -110,7 +130,8 @@ bool IsAttached(const Dictionary& device) {
 
 bool IsUnplugged(const Dictionary& device) {
   for (int i = 0; i < kLooks; ++i) {
-    if (!IsAttached(device)) return true;
+    const std::uint32_t refused = DescriptorRefusalsHere();
+    if (!IsAttached(device)) return DescriptorRefusalsHere() == refused;
     UsbInterrupt::Wait(kBetweenLooks);
   }
   return false;
@@ -121,8 +142,9 @@ std::optional<UsbTrouble> FindUsbTrouble(const Dictionary& device) {
   if (!SupportedDevices::instance().isSupportedModelName(model))
     return UsbTrouble{ExitStatus::kCannot,
                       "its model, " + CleanText(model.value_or("")) + ", is not supported"};
+  const std::uint32_t refused = DescriptorRefusalsHere();
   const usb_object attached = FindAttached(device);
-  if (!attached) return NotAttached();
+  if (!attached) return NotAttached(refused);
   const std::string node = usb_string(attached, kUSBDeviceNode).value_or("its node");
   if (::access(node.c_str(), R_OK | W_OK) != 0 && (errno == EACCES || errno == EPERM))
     return Forbidden(node);
@@ -132,7 +154,9 @@ std::optional<UsbTrouble> FindUsbTrouble(const Dictionary& device) {
     case kIOReturnNotPermitted:
       return Forbidden(node);
     case kIOReturnNoDevice:
-      return NotAttached();
+      return NotAttached(refused);
+    case kIOReturnNoResources:
+      return NoDescriptors();
     default:
       return std::nullopt;
   }

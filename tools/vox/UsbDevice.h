@@ -16,11 +16,12 @@ namespace vox::cli {
 bool IsUsbName(const std::string& device);
 std::string UsbSerial(const std::string& device);
 
-// AttachedDevice gives the attached device with that serial number. Throws Failure 9: there is
-// none.
+// AttachedDevice gives the attached device with that serial number. Throws Failure: 9 where there
+// is none, 10 where file descriptors were too few to look.
 DeviceInfo AttachedDevice(const std::string& serial);
 
-// IsAttached tells whether the device of a record is attached now.
+// IsAttached tells whether the device of a record is attached now, and was seen: a refusal
+// (DescriptorRefusals.h) may have kept it from being.
 bool IsAttached(const Dictionary& device);
 
 // IsUnplugged tells whether it is gone, of a device that has just failed, which the machine may

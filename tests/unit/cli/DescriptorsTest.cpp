@@ -1,35 +1,23 @@
 // Where file descriptors have run out, the program says so, and not that a device does not answer.
+#include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
+#include "tests/support/NoDescriptors.h"
+#include "tools/vox/CancelWatch.h"
 #include "tools/vox/Presence.h"
 #include "tools/vox/Registration.h"
+#include "tools/vox/UsbDevice.h"
 
 namespace vox::cli::test {
 namespace {
 
 using testing::HasSubstr;
-
-// NoDescriptors lets the process have no further one while it lives.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &was_), 0);
-    const rlimit none{0, was_.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  }
-  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &was_); }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-
- private:
-  rlimit was_{};
-};
+using vox::test::NoDescriptors;
 
 TEST(Descriptors, ThatHaveRunOutAreNoSilenceOfADevice) {
   const auto device = std::make_shared<Dictionary>(
@@ -62,6 +50,47 @@ TEST(Descriptors, ThatHaveRunOutKeepARegistrationFromBeingAsked) {
     EXPECT_EQ(failure.Status(), ExitStatus::kNoMemory);
     EXPECT_THAT(failure.what(), HasSubstr(" Office: too few file descriptors; raise"));
   }
+}
+
+TEST(Descriptors, ThatHaveRunOutLetNoCommandBegin) {
+  sigset_t mask{};
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  const NoDescriptors none;
+  try {
+    CancelWatch watch;
+    FAIL() << "it could not be ended";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.Status(), ExitStatus::kNoMemory);
+  }
+  ::pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+// The registry of attached devices is the machine's own here.
+TEST(Descriptors, ThatHaveRunOutAreNoAbsenceOfADeviceAtUsb) {
+  const auto device =
+      std::make_shared<Dictionary>(Dictionary{{kDeviceTypeKey, kDeviceTypeUsb},
+                                              {kDeviceModelNameKey, "Veltronix QD7200"},
+                                              {kDeviceSerialNumberKey, "NOBODY"}});
+  const auto look = [&device] {
+    const auto trouble = FindUsbTrouble(*device);
+    return trouble ? trouble->status : ExitStatus::kDone;
+  };
+  const auto find = [] {
+    try {
+      AttachedDevice("NOBODY");
+    } catch (const Failure& failure) {
+      return failure.Status();
+    }
+    return ExitStatus::kDone;
+  };
+  ASSERT_EQ(look(), ExitStatus::kIoError) << "it is not attached";
+  ASSERT_EQ(find(), ExitStatus::kIoError);
+  EXPECT_TRUE(IsUnplugged(*device));
+  const NoDescriptors none;
+  EXPECT_EQ(look(), ExitStatus::kNoMemory);
+  EXPECT_EQ(find(), ExitStatus::kNoMemory);
+  EXPECT_FALSE(IsUnplugged(*device)) << "nobody saw that";
+  EXPECT_EQ(AskPresence({device}, -1)[0], Presence::kNoDescriptors);
 }
 
 }  // namespace

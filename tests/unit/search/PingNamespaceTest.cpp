@@ -3,10 +3,10 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include "tests/support/Capabilities.h"
 #include "tests/support/FreshLoopback.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/unit/search/Street.h"
 #include "vox/drivers/net/searchping.h"
 
@@ -67,13 +67,11 @@ TEST(PingInTheKernel, OurOwnRequestOnARawSocketIsNoReply) {
 
 // Permission is another matter than a limit.
 TEST(PingInTheKernel, WhoHasNoDescriptorLeftIsToldSo) {
-  rlimit was{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &was), 0);
-  const rlimit none{0, was.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  EXPECT_EQ(network_ping_access(), PING_ACCESS_NO_DESCRIPTORS);
-  EXPECT_FALSE(network_ping_permitted());
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &was), 0);
+  {
+    const NoDescriptors none;
+    EXPECT_EQ(network_ping_access(), PING_ACCESS_NO_DESCRIPTORS);
+    EXPECT_FALSE(network_ping_permitted());
+  }
   EXPECT_NE(network_ping_access(), PING_ACCESS_NO_DESCRIPTORS);
 }
 

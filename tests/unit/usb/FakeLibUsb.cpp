@@ -186,6 +186,7 @@ void libusb_free_config_descriptor(libusb_config_descriptor* config) {
 }
 
 int libusb_open(libusb_device*, libusb_device_handle** handle) {
+  if (current->before_open) current->before_open();
   if (current->open < 0) return current->open;
   Book::Take("open");
   ++latest->open;

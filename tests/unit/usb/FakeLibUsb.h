@@ -63,6 +63,7 @@ class FakeLibUsb {
 
   std::function<FakeUrbEnd(const FakeUrb&)> answer;
   int init = LIBUSB_SUCCESS, list = 1, open = LIBUSB_SUCCESS, alternate = LIBUSB_SUCCESS;
+  std::function<void()> before_open;  // runs first, also where that fails
   int handle_events = LIBUSB_SUCCESS;
   bool no_transfer = false, no_pollfds = false;
 

@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/NoDescriptors.h"
 #include "tests/unit/usb/FakeLibUsb.h"
+#include "vox/platform/DescriptorRefusals.h"
 #include "vox/platform/FileDescriptor.h"
 
 namespace vox::test {
@@ -78,6 +80,23 @@ TEST_F(Session, ThatDoesNotOpenHoldsNothing) {
   ExpectOpenFails(kIOReturnNoMemory);
   usb_.init = LIBUSB_ERROR_OTHER;
   ExpectOpenFails(kIOReturnError);
+}
+
+TEST_F(Session, ThatLacksFileDescriptorsSaysSo) {
+  {
+    const NoDescriptors none;
+    ExpectOpenFails(kIOReturnNoResources);
+    EXPECT_THAT(usb_.Calls(), testing::IsEmpty()) << "libusb would leave devices out";
+  }
+  std::optional<NoDescriptors> none;
+  usb_.before_open = [&none] { none.emplace(); };  // others took them meanwhile
+  usb_.open = LIBUSB_ERROR_IO;
+  const std::uint32_t refused = DescriptorRefusalsHere();
+  ExpectOpenFails(kIOReturnNoResources);
+  EXPECT_EQ(DescriptorRefusalsHere(), refused + 1);
+  none.reset();
+  usb_.before_open = nullptr;
+  ExpectOpenFails(kIOReturnNotResponding);
 }
 
 TEST_F(Session, OfADeviceThatCameInAnothersPlaceDoesNotOpen) {

@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "vox/platform/DescriptorRefusals.h"
 #include "vox/platform/FileDescriptor.h"
 
 namespace vox {
@@ -26,8 +27,6 @@ std::atomic<std::uint32_t> netDescriptorsRefused{0};
 std::atomic<net_clock> netClock{&std::chrono::steady_clock::now};
 
 namespace {
-
-thread_local std::uint32_t refused_here = 0;  // descriptors, of this thread
 
 using steady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
@@ -205,13 +204,7 @@ void free_packet_data_list(packet_data_list* list) {
 }
 
 void net_note_refusal(int error) {
-  if (error != EMFILE && error != ENFILE) return;
-  ++netDescriptorsRefused;
-  ++refused_here;
-}
-
-std::uint32_t net_descriptors_refused_here() {
-  return refused_here;
+  if (NoteDescriptorRefusal(error)) ++netDescriptorsRefused;
 }
 
 std::int32_t net_start() {

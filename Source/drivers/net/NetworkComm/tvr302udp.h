@@ -36,10 +36,9 @@ extern std::atomic<std::uint32_t> netMsPerSecond;
 // left. Inside the library only.
 extern std::atomic<std::uint32_t> netDescriptorsRefused;
 
-// net_note_refusal counts an error that says so, and net_descriptors_refused_here gives how often
-// the calling thread met one. Inside the library only.
+// net_note_refusal counts an error that says so, here and for the calling thread
+// (platform/DescriptorRefusals.h). Inside the library only.
 void net_note_refusal(int error);
-std::uint32_t net_descriptors_refused_here();
 
 // The clock that time-outs are counted on, initially steady_clock's. Only tests of them replace it.
 using net_clock = std::chrono::steady_clock::time_point (*)();
