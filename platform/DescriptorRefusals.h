@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "vox/platform/Export.h"
+
 namespace vox {
 
 // NoteDescriptorRefusal counts `error`, an errno, if it says that this process (EMFILE) or the
@@ -13,11 +15,11 @@ namespace vox {
 bool NoteDescriptorRefusal(int error);
 
 // DescriptorRefusalsHere gives how often the calling thread met one.
-std::uint32_t DescriptorRefusalsHere();
+VOX_EXPORT std::uint32_t DescriptorRefusalsHere();
 
 // HaveDescriptors tells whether `count` descriptors, kMostProbed at most, can be had now, for those
 // who do not learn it from what they call. A refusal is counted.
 inline constexpr int kMostProbed = 16;
-bool HaveDescriptors(int count);
+VOX_EXPORT bool HaveDescriptors(int count);
 
 }  // namespace vox

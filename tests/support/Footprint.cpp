@@ -37,12 +37,12 @@ std::size_t ThreadsOnceOneRan() {
   return Entries("/proc/self/task");
 }
 
+}  // namespace
+
 bool Exists(int semid) {
   semid_ds about{};
   return ::semctl(semid, 0, IPC_STAT, &about) == 0;
 }
-
-}  // namespace
 
 Footprint::Footprint()
     : before_(CurrentSessionSystem()),

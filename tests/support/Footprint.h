@@ -12,6 +12,9 @@
 
 namespace vox::test {
 
+// Exists tells whether the machine has the semaphore set.
+bool Exists(int semid);
+
 class Footprint {
  public:
   Footprint();

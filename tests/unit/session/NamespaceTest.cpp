@@ -17,11 +17,6 @@
 namespace vox::test {
 namespace {
 
-bool Exists(int semid) {
-  semid_ds about{};
-  return ::semctl(semid, 0, IPC_STAT, &about) == 0;
-}
-
 // Runs the work in a child process with an IPC namespace of its own; its exit code, or -1.
 template <typename Work>
 int InFreshIpc(Work work) {

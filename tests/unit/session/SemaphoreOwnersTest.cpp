@@ -23,11 +23,6 @@ namespace {
 
 constexpr int kKeys = 256;
 
-bool Exists(int semid) {
-  semid_ds about{};
-  return ::semctl(semid, 0, IPC_STAT, &about) == 0;
-}
-
 key_t KeyOf(int semid) {
   semid_ds about{};
   return ::semctl(semid, 0, IPC_STAT, &about) == 0 ? about.sem_perm.__key : -1;
