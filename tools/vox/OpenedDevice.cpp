@@ -3,10 +3,12 @@
 #include <array>
 
 #include "tools/vox/Identity.h"
+#include "tools/vox/KnownDevices.h"
 #include "tools/vox/UsbDevice.h"
 #include "vox/drivers/net/TwImgIFNW.h"
 #include "vox/drivers/net/search.h"
 #include "vox/drivers/usb/TwImgIFUsb.h"
+#include "vox/platform/DescriptorRefusals.h"
 
 namespace vox::cli {
 
@@ -76,8 +78,13 @@ Failure OpenedDevice::Trouble(const std::string& what, std::uint32_t status) con
 }
 
 void OpenedDevice::ReadAbilities() {
-  if (!interface_->GetDevInfo(&abilities_.common))
+  const std::uint32_t refused = DescriptorRefusalsHere();
+  if (!interface_->GetDevInfo(&abilities_.common)) {
+    if (DescriptorRefusalsHere() != refused)
+      throw Failure(ExitStatus::kNoMemory,
+                    "cannot ask what can be done on " + Label() + ": " + kTooFewDescriptors);
     throw Trouble("ask what can be done", interface_->GetIfErrorStatus());
+  }
   tagSCANDEVINFO unit{};
   for (std::uint32_t i = 0; interface_->GetUnitInfo(i, &unit); ++i)
     abilities_.units.push_back(unit);
