@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/e2e/VoxFixture.h"
+#include "tests/support/Sanitized.h"
 
 namespace vox::cli::test {
 namespace {
@@ -138,6 +139,7 @@ TEST_F(VoxUsb, WhoMayNotOpenTheDeviceIsToldHowToBeAdmitted) {
 
 // However few there are, nobody says that the device is away, or that its cable may be.
 TEST_F(VoxUsb, WithTooFewFileDescriptorsThatIsSaid) {
+  if (vox::test::kSanitized) GTEST_SKIP() << "a sanitizer opens descriptors of its own";
   const Outcome outcome = Script(
       "$VOX add usb:A7K0123 >log\n"
       "for most in 4 6 10 12 14 16 18 20 24 32 64; do\n"

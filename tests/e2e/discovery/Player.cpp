@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/Sanitized.h"
 #include "vox/drivers/net/reg_all_dev.h"
 #include "vox/drivers/net/search.h"
 
@@ -21,17 +22,7 @@ namespace vox {
 namespace {
 
 // What may take a certain time may take this many times as long under a sanitizer.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int kSlack = 5;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-constexpr int kSlack = 5;
-#else
-constexpr int kSlack = 1;
-#endif
-#else
-constexpr int kSlack = 1;
-#endif
+constexpr int kSlack = test::kSanitized ? 5 : 1;
 constexpr std::chrono::milliseconds kCancelTime{200 * kSlack};
 constexpr std::chrono::seconds kPatience{10};  // for what comes of a command without an answer
 constexpr char kDeviceObjects[] =
