@@ -73,13 +73,16 @@ Line PlainReduceWidth(const Line& src, std::size_t dstW, std::size_t srcW, std::
   if (dst.empty() || srcW == 0) return dst;
   const float d = static_cast<float>(dstW - 1), s = static_cast<float>(srcW - 1);
   std::size_t left = 0;
+  std::vector<float> weights;
   for (std::size_t o = 0; o < dstW; ++o) {
     const std::size_t right = Right(static_cast<float>(o) + 0.5f, d, s, srcW - 1);
     left = std::min(left, right);
     const float total = TotalWeight(left, right, o, d, s);
+    weights.clear();
+    for (std::size_t n = left; n <= right; ++n) weights.push_back(Weight(n, o, d, s));
     for (std::size_t c = 0; c < ps; ++c) {
       float sum = 0;
-      for (std::size_t n = left; n <= right; ++n) sum += At(src, n * ps + c) * Weight(n, o, d, s);
+      for (std::size_t n = left; n <= right; ++n) sum += At(src, n * ps + c) * weights[n - left];
       const float mean = total > 0 ? std::max(sum / total, 0.0f) : At(src, right * ps + c);
       dst[o * ps + c] = mean >= 255.0f ? std::uint8_t{255} : Rounded(mean);
     }
@@ -104,11 +107,13 @@ Line PlainShrunkLine(const std::vector<Line>& lines, std::size_t j, std::size_t 
   lower = std::min(lower, upper);
   const float total = TotalWeight(lower, upper, j, d, s);
   if (!(total > 0)) return lines[upper];
+  std::vector<float> weights;
+  for (std::size_t n = lower; n <= upper; ++n) weights.push_back(Weight(n, j, d, s));
   Line dst(lines[0].size());
   for (std::size_t i = 0; i < dst.size(); ++i) {
     float sum = 0;
     for (std::size_t n = lower; n <= upper; ++n)
-      sum += At(lines[n], i) * Weight(n, j, d, s) / total;
+      sum += At(lines[n], i) * weights[n - lower] / total;
     dst[i] = Rounded(std::clamp(sum, 0.0f, 255.0f));
   }
   return dst;
