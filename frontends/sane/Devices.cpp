@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cctype>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <strings.h>
 
 #include "frontends/sane/Log.h"
 #include "tools/vox/CleanText.h"
 #include "tools/vox/Failure.h"
+#include "tools/vox/NetworkName.h"
+#include "tools/vox/UsbDevice.h"
 #include "vox/DevicesManager.h"
 #include "vox/UserPreferences.h"
 #include "vox/drivers/usb/UsbSearch.h"
@@ -37,15 +37,6 @@ bool IsMac(std::string_view text) {
 
 bool IsSame(const std::string& a, const std::string& b) {
   return ::strcasecmp(a.c_str(), b.c_str()) == 0;
-}
-
-bool IsUsb(const std::string& name) {
-  return name.starts_with("usb:");
-}
-
-bool IsDotted(const std::string& text) {
-  in_addr address{};
-  return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 // Without the maker's name, which SANE has a field of its own for.
@@ -93,7 +84,7 @@ std::string NameOf(const Dictionary& device) {
   } else if (is_device_of_type(device, kDeviceTypeNetwork)) {
     const std::string mac = device.String(kDeviceMacKey).value_or("");
     const std::string address = device.String(kDeviceIpKey).value_or("");
-    if (IsDotted(address)) name = "net:" + (IsMac(mac) ? mac : address);
+    if (cli::IsDottedAddress(address)) name = "net:" + (IsMac(mac) ? mac : address);
   }
   return cli::CleanText(name) == name ? name : "";
 }
@@ -164,7 +155,7 @@ void Devices::Add(const std::string& name, const std::string& model) {
 
 // The record of a device of vox.conf; null when there is none.
 DeviceInfo Devices::RecordOf(const std::string& name) const {
-  const bool usb = IsUsb(name);
+  const bool usb = cli::IsUsbName(name);
   DeviceInfo record;
   for (const DeviceInfo& device : usb ? attached_ : known_) {
     const bool there = !usb && "net:" + device->String(kDeviceIpKey).value_or("") == name;
@@ -178,9 +169,9 @@ DeviceInfo Devices::RecordOf(const std::string& name) const {
 bool Devices::AskConfigured() {
   bool asked = false;
   for (const std::string& name : config_.devices) {
-    if (IsUsb(name) || RecordOf(name) != nullptr) continue;
+    if (cli::IsUsbName(name) || RecordOf(name) != nullptr) continue;
     const std::string address = name.substr(kKindLength);
-    if (!IsDotted(address)) continue;
+    if (!cli::IsDottedAddress(address)) continue;
     if (asked_.size() >= kMostAsked && !asked_.contains(address)) break;
     asked = asked_[address].Begin(address) || asked;
   }
@@ -190,10 +181,10 @@ bool Devices::AskConfigured() {
 // A device of vox.conf has its record's stable name when there is one, so that it is listed once.
 void Devices::AddConfigured(bool network) {
   for (const std::string& name : config_.devices) {
-    if (!IsUsb(name) && !network) continue;
+    if (!cli::IsUsbName(name) && !network) continue;
     if (const DeviceInfo record = RecordOf(name)) {
       Add(NameOf(*record), ModelOf(*record));
-    } else if (!IsUsb(name)) {
+    } else if (!cli::IsUsbName(name)) {
       Add(name, "scanner at " + name.substr(kKindLength));
     }
   }

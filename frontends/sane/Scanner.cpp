@@ -2,9 +2,6 @@
 
 #include <array>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include "frontends/sane/Log.h"
 #include "tools/vox/Failure.h"
 #include "tools/vox/Identity.h"
@@ -21,18 +18,14 @@ namespace {
 using cli::ExitStatus;
 using cli::Failure;
 
-bool IsAddress(const std::string& name) {
-  in_addr address{};
-  return ::inet_pton(AF_INET, name.c_str(), &address) == 1;
-}
-
 [[noreturn]] void FailGone(const std::string& name) {
   throw Failure(ExitStatus::kCannot, name + " is not there");
 }
 
 bool IsAt(const DeviceInfo& device) {
   const std::string address = device->String(kDeviceIpKey).value_or("");
-  return IsAddress(address) && cli::AskIdentity({{}, address, device}).who == cli::Who::kSame;
+  return cli::IsDottedAddress(address) &&
+         cli::AskIdentity({{}, address, device}).who == cli::Who::kSame;
 }
 
 }  // namespace
@@ -42,7 +35,7 @@ Scanner::Scanner(const std::string& name, Devices& devices) {
     OpenUsb(cli::UsbSerial(name), devices);
   } else if (IsMacName(name)) {
     OpenByMac(name, devices);
-  } else if (cli::IsNetworkName(name) || IsAddress(name)) {
+  } else if (cli::IsNetworkName(name) || cli::IsDottedAddress(name)) {
     OpenAt(cli::NetworkAddress(name));
   } else {
     FailGone(name);

@@ -1,8 +1,7 @@
 #include "tools/vox/DeviceText.h"
 
-#include <arpa/inet.h>
-
 #include "tools/vox/Failure.h"
+#include "tools/vox/NetworkName.h"
 #include "vox/DevicesManager.h"
 
 namespace vox::cli {
@@ -48,9 +47,8 @@ std::string DeviceLine(const Dictionary& device, const std::string& behind) {
 }
 
 bool HasBrokenAddress(const Dictionary& device) {
-  in_addr address{};
   return is_device_of_type(device, kDeviceTypeNetwork) &&
-         ::inet_pton(AF_INET, device.String(kDeviceIpKey).value_or("").c_str(), &address) != 1;
+         !IsDottedAddress(device.String(kDeviceIpKey).value_or(""));
 }
 
 std::string BrokenAddressLine(const Dictionary& device) {

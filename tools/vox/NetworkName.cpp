@@ -26,10 +26,14 @@ bool IsNetworkName(const std::string& device) {
   return device.rfind(kPrefix, 0) == 0;
 }
 
+bool IsDottedAddress(const std::string& text) {
+  in_addr address{};
+  return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
 std::string NetworkAddress(const std::string& device) {
   std::string host = IsNetworkName(device) ? device.substr(sizeof kPrefix - 1) : device;
-  in_addr address{};
-  if (::inet_pton(AF_INET, host.c_str(), &address) == 1) return host;
+  if (IsDottedAddress(host)) return host;
   if (host.empty()) throw UsageFailure("net: wants an address, as in net:192.168.0.5");
   addrinfo hints{}, *found = nullptr;
   hints.ai_family = AF_INET;

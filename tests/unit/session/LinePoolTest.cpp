@@ -169,8 +169,6 @@ struct RecycleCase {
   int at_most;  // lines from the heap
 };
 
-class RecycledPageTest : public LinePoolTest, public testing::WithParamInterface<RecycleCase> {};
-
 // A device that is never more than four lines ahead of the client, so that lines serve again.
 void KeepNear(FakeTransport& scanner, std::uint32_t length) {
   const std::uint32_t lines = scanner.scan_info.Window.yExtent;
@@ -183,14 +181,21 @@ void KeepNear(FakeTransport& scanner, std::uint32_t length) {
   }
 }
 
+class RecycledPageTest : public LinePoolTest, public testing::WithParamInterface<RecycleCase> {
+ protected:
+  void PageComesOutRight() {
+    const PageShape& shape = GetParam().shape;
+    device_->Ranges(200, 600);
+    ASSERT_TRUE(device_->Prepare(shape));
+    KeepNear(*device_, shape.length);
+    ASSERT_TRUE(device_->StartScan(false));
+    EXPECT_TRUE(SamePage(device_->ReadPage(shape.length), device_->PageByTheRules()));
+    EXPECT_TRUE(device_->EndScan());
+  }
+};
+
 TEST_P(RecycledPageTest, TakesNoMoreLinesFromTheHeapThanAreOutAtATime) {
-  const PageShape& shape = GetParam().shape;
-  device_->Ranges(200, 600);
-  ASSERT_TRUE(device_->Prepare(shape));
-  KeepNear(*device_, shape.length);
-  ASSERT_TRUE(device_->StartScan(false));
-  EXPECT_TRUE(SamePage(device_->ReadPage(shape.length), device_->PageByTheRules()));
-  EXPECT_TRUE(device_->EndScan());
+  PageComesOutRight();
   EXPECT_LE(lines_made, GetParam().at_most);
 }
 
@@ -202,14 +207,8 @@ class FillingDevice : public FakeTransport {
 };
 
 TEST_P(RecycledPageTest, LinesThatTheDeviceFillsComeOutTheSame) {
-  const PageShape& shape = GetParam().shape;
   device_ = std::make_unique<FillingDevice>();
-  device_->Ranges(200, 600);
-  ASSERT_TRUE(device_->Prepare(shape));
-  KeepNear(*device_, shape.length);
-  ASSERT_TRUE(device_->StartScan(false));
-  EXPECT_TRUE(SamePage(device_->ReadPage(shape.length), device_->PageByTheRules()));
-  EXPECT_TRUE(device_->EndScan());
+  PageComesOutRight();
 }
 
 // What lay in a line before is not seen again, whatever the device leaves out.
