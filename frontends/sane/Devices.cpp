@@ -64,6 +64,14 @@ void Replace(DeviceInfoArray& devices, const DeviceInfo& device) {
   }
 }
 
+// Named gives the device with that stable name, or null.
+DeviceInfo Named(const std::string& name, const DeviceInfoArray& devices) {
+  const auto found = std::find_if(devices.begin(), devices.end(), [&](const DeviceInfo& device) {
+    return !name.empty() && IsSame(NameOf(*device), name);
+  });
+  return found != devices.end() ? *found : nullptr;
+}
+
 // A change of shared settings that cannot be read would lose what they hold.
 bool MayRemember() {
   const FileState found = UserPreferences::instance().globalSettingsOutcome().found;
@@ -111,17 +119,27 @@ bool Devices::Search::Begin(const std::string& address) {
 }
 
 // Collect takes what the search has found, and waits for more until the deadline or until the
-// device called `until` is there.
-void Devices::Collect(Clock::time_point deadline, const std::string& until) {
-  if (search_.running == nullptr) return;
-  for (;;) {
+// device called `until` is there, which it gives.
+DeviceInfo Devices::Collect(Clock::time_point deadline, const std::string& until) {
+  while (search_.running != nullptr) {
     const DeviceInfoArray found = search_.running->NextUntil(deadline);
-    if (found.empty()) return;
+    if (found.empty()) break;
     Take(found);
-    for (const DeviceInfo& device : found) {
-      if (!until.empty() && IsSame(NameOf(*device), until)) return;
-    }
+    if (const DeviceInfo device = Named(until, found)) return device;
   }
+  return nullptr;
+}
+
+// CollectConfigured takes what vox.conf's devices have answered, and waits for each until the
+// deadline or until the device called `until` is there, which it gives.
+DeviceInfo Devices::CollectConfigured(Clock::time_point deadline, const std::string& until) {
+  for (const auto& [address, asked] : asked_) {
+    if (asked.running == nullptr) continue;
+    const DeviceInfoArray found = asked.running->NextUntil(deadline);
+    Take(found);
+    if (const DeviceInfo device = Named(until, found)) return device;
+  }
+  return nullptr;
 }
 
 void Devices::Take(const DeviceInfoArray& found) {
@@ -222,9 +240,7 @@ const SANE_Device** Devices::List(bool local_only) {
   const auto answered = network && AskConfigured() ? begun + kAskPatience : begun;
   if (search) search_.Begin(tagNETSEARCH().pszAddress);
   if (search) Collect(known ? begun : deadline, "");
-  for (const auto& [address, asked] : asked_) {
-    if (asked.running != nullptr) Take(asked.running->NextUntil(answered));
-  }
+  CollectConfigured(answered, "");
   Remember(attached_);
   entries_.clear();
   AddConfigured(network);
@@ -241,10 +257,7 @@ std::string Devices::First() {
 
 DeviceInfo Devices::Remembered(const std::string& name) {
   Synchronize();
-  for (const DeviceInfo& device : known_) {
-    if (IsSame(NameOf(*device), name)) return device;
-  }
-  return nullptr;
+  return Named(name, known_);
 }
 
 DeviceInfo Devices::AtUsb(const std::string& serial) {
@@ -253,15 +266,15 @@ DeviceInfo Devices::AtUsb(const std::string& serial) {
   return found != attached.end() ? found->second : nullptr;
 }
 
+// vox.conf's devices are asked even where it forbids to search, as they are for a list: their
+// stable names come from there.
 DeviceInfo Devices::SearchFor(const std::string& name) {
-  if (!config_.discovery) return nullptr;
+  AskConfigured();
+  const DeviceInfo configured = CollectConfigured(Clock::now() + kAskPatience, name);
+  if (configured != nullptr || !config_.discovery) return configured;
   search_ = {};
   search_.Begin(tagNETSEARCH().pszAddress);
-  Collect(Clock::now() + kListPatience, name);
-  for (const DeviceInfo& device : known_) {
-    if (IsSame(NameOf(*device), name)) return device;
-  }
-  return nullptr;
+  return Collect(Clock::now() + kListPatience, name);
 }
 
 }  // namespace vox::sane

@@ -50,8 +50,8 @@ class Devices {
   DeviceInfo Remembered(const std::string& name);
   // AtUsb gives the remembered or attached device with that serial number, or null.
   DeviceInfo AtUsb(const std::string& serial);
-  // SearchFor searches the network for the device with that stable name, 2 s at most; null when it
-  // is not found, or when vox.conf forbids to search.
+  // SearchFor asks vox.conf's devices, 1 s at most, and then searches the network, 2 s at most and
+  // only where vox.conf allows it, for the device with that stable name; null when it is not found.
   DeviceInfo SearchFor(const std::string& name);
 
  private:
@@ -70,7 +70,8 @@ class Devices {
   };
 
   void Synchronize();
-  void Collect(Clock::time_point deadline, const std::string& until);
+  DeviceInfo Collect(Clock::time_point deadline, const std::string& until);
+  DeviceInfo CollectConfigured(Clock::time_point deadline, const std::string& until);
   void Take(const DeviceInfoArray& found);
   static void Remember(const DeviceInfoArray& found);
   bool AskConfigured();

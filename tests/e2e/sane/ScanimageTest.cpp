@@ -53,6 +53,18 @@ TEST_F(ScanimagePage, ADeviceOfTheConfigurationThatIsSilentIsListedByItsAddress)
   EXPECT_EQ(Listed(), "vox:net:02:56:58:00:00:02|Veltronix|QD7200|multi-function peripheral\n");
 }
 
+// What a list calls a device may be all that the next program has: a user who may not write the
+// shared settings makes nobody remember it, and searches are off.
+TEST_F(ScanimagePage, ADeviceOfTheConfigurationIsFoundUnderItsStableNameThoughNobodyRemembersIt) {
+  Put(9, "Stranger");
+  place_->Configure({"device net:127.0.0.88", "device net:127.0.0.9", "device net:127.0.0.2"});
+  const Outcome outcome =
+      Scanimage("-d vox:net:02:56:58:00:00:02 --resolution 75 --format=pnm -o a.pnm");
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(PictureOf(Pnm("a.pnm")).width, 638U);
+  EXPECT_EQ(devices_[1]->Events().Count(sim::EventKind::kJobStarted), 0U);
+}
+
 TEST_F(ScanimagePage, ADeviceOfTheConfigurationIsAskedWhoItIsOnce) {
   const std::string listed = Listed();
   const std::size_t asked = devices_[0]->Events().Count(sim::EventKind::kSnmpRequest);
