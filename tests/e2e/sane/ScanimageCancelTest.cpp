@@ -45,9 +45,10 @@ TEST_P(ScanimageCancel, AtAnyMomentLeavesTheDeviceReady) {
   GoodScan("--mode Gray --resolution 100 --format=pnm -o first.pnm");
   const std::string good = Pnm("first.pnm");
   std::mt19937 random(GetParam());
-  std::uniform_int_distribution<long> moment(0, whole.took.count());
+  auto longest = whole.took.count();
   unsigned cancelled = 0;
   for (unsigned round = 0; round < kRounds; ++round) {
+    std::uniform_int_distribution<long> moment(0, longest);
     const auto when = std::chrono::milliseconds(moment(random));
     SCOPED_TRACE("after " + std::to_string(when.count()) + " ms");
     StartPages();
@@ -59,6 +60,8 @@ TEST_P(ScanimageCancel, AtAnyMomentLeavesTheDeviceReady) {
     // Before scanimage looks at signals at all, the system ends it.
     EXPECT_THAT(outcome.status, AnyOf(0, kCancelled, -1)) << outcome.err;
     cancelled += outcome.status == kCancelled;
+    // Too late: the first run was slow, on a machine that had others to serve.
+    if (outcome.status == 0) longest = static_cast<long>(when.count());
     RemovePages();
     GoodScan("--mode Gray --resolution 100 --format=pnm -o again.pnm");
     EXPECT_TRUE(SameFile(Pnm("again.pnm"), good));
