@@ -36,7 +36,7 @@ constexpr double kDefaultJpegFactor = 0.8;
 constexpr mode_t kTargetMode = 0777;  // less the umask
 
 // How the last access of this thread went; see lastOutcome.
-thread_local StoreOutcome last;
+thread_local StoreOutcome last_outcome;
 
 bool is_folder(const std::string& path) {
   std::error_code ignored;  // what cannot be looked at is none for this user
@@ -92,12 +92,12 @@ StoreOutcome outcome_of(const std::string& path, const DictionaryFile& file) {
 
 Dictionary read_shared(const std::string& path) {
   DictionaryFile file = ReadDictionaryFile(path);
-  last = outcome_of(path, file);
+  last_outcome = outcome_of(path, file);
   return std::move(file.content);
 }
 
 void write_shared(const std::string& path, const Dictionary& content) {
-  last.error = WriteDictionaryFile(path, content);
+  last_outcome.error = WriteDictionaryFile(path, content);
 }
 
 }  // namespace
@@ -120,7 +120,7 @@ bool UserPreferences::isMetricMeasurementUnits() const {
 }
 
 void UserPreferences::synchronize_user() {
-  last = StoreOutcome{user.Synchronise(), user.Path()};
+  last_outcome = StoreOutcome{user.Synchronise(), user.Path()};
 }
 
 std::optional<std::string> UserPreferences::user_string(const char* key) const {
@@ -262,11 +262,11 @@ void UserPreferences::removeSharedKey(const std::string& key) {
 }
 
 StoreOutcome UserPreferences::lastOutcome() const {
-  return last;
+  return last_outcome;
 }
 
 void UserPreferences::noteNoMemory() {
-  last.error = ENOMEM;
+  last_outcome.error = ENOMEM;
 }
 
 StoreOutcome UserPreferences::globalSettingsOutcome() const {

@@ -8,13 +8,9 @@ endif()
 # Where several sources are compiled as one, what they name in their anonymous namespaces must differ; most of the time
 # that a small source takes goes into headers, so many together take little more than a few.
 set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
-set(VOX_UNITY_FLAGS "")
-if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # GCC takes an included source for a header, and its anonymous namespace for another one in every file.
-  set(VOX_UNITY_FLAGS -Wno-subobject-linkage)
-endif()
-if(CMAKE_UNITY_BUILD)
-  add_compile_options(${VOX_UNITY_FLAGS})
+  add_compile_options(-Wno-subobject-linkage)
 endif()
 
 # vox_options carries what all code here is compiled with. Contraction of a*b+c into one rounding would change the
@@ -141,7 +137,12 @@ function(vox_add_fuzzer name)
   if(VOX_BUILD_FUZZERS)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   else()
-    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/fuzz/ReplayMain.cpp)
+    if(NOT TARGET vox_replay)
+      add_library(vox_replay OBJECT ${CMAKE_SOURCE_DIR}/fuzz/ReplayMain.cpp)
+      target_link_libraries(vox_replay PRIVATE vox_options)
+    endif()
+    target_link_libraries(${name} PRIVATE vox_replay)
+    target_compile_options(${name} PRIVATE ${VOX_TEST_FLAGS})
   endif()
   if(VOX_BUILD_FUZZERS)
     add_test(NAME fuzz/${name} COMMAND ${name} -runs=0 ${CMAKE_SOURCE_DIR}/fuzz/corpus/${name})
@@ -163,6 +164,12 @@ endfunction()
 # for the virtual device.
 function(vox_add_library)
   add_library(vox_jbig_objs OBJECT)
+  if(VOX_SANITIZE)
+    target_compile_options(vox_jbig_objs PRIVATE -O2)  # what tests of the codec win is more than this costs
+  else()
+    # Its speed is measured, so it is compiled as it is for packages.
+    set_target_properties(vox_jbig_objs PROPERTIES UNITY_BUILD OFF)
+  endif()
   add_library(vox_objs OBJECT)
   target_link_libraries(vox_jbig_objs PUBLIC vox_options)
   target_link_libraries(vox_objs PUBLIC vox_options PRIVATE PkgConfig::PLIST PkgConfig::HWY)
