@@ -2,9 +2,11 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -22,6 +24,8 @@ static_assert(Slot::is_always_lock_free);
 Backend* current = nullptr;
 Backend* inherited = nullptr;  // what the parent of this process had begun last
 constinit std::array<Slot, kMostHandles> handles{};
+
+constexpr std::chrono::seconds kFirstPatience{15};
 
 }  // namespace
 
@@ -62,13 +66,33 @@ Handle* Backend::Find(SANE_Handle handle) noexcept {
 }
 
 SANE_Handle Backend::Open(const std::string& name) {
-  const std::string wanted = name.empty() ? devices_->First() : name;
-  if (wanted.empty()) throw cli::Failure(cli::ExitStatus::kCannot, "there is no device");
-  auto handle = std::make_unique<Handle>(wanted, *devices_);
+  return name.empty() ? OpenFirst() : OpenNamed(name);
+}
+
+// The list is made anew after each device that is not there: the search for it has shown who is.
+SANE_Handle Backend::OpenFirst() {
+  const auto until = std::chrono::steady_clock::now() + kFirstPatience;
+  std::vector<std::string> gone;
+  while (std::chrono::steady_clock::now() < until) {
+    const std::string first = devices_->First(gone);
+    if (first.empty()) break;
+    try {
+      return OpenNamed(first);
+    } catch (const cli::Failure& failure) {
+      if (failure.Status() != cli::ExitStatus::kCannot) throw;
+      Log(2, "%s; the next device is tried", failure.what());
+      gone.push_back(first);
+    }
+  }
+  throw cli::Failure(cli::ExitStatus::kCannot, "there is no device");
+}
+
+SANE_Handle Backend::OpenNamed(const std::string& name) {
+  auto handle = std::make_unique<Handle>(name, *devices_);
   for (Slot& slot : handles) {
     if (slot.load() != nullptr) continue;
     slot = handle.get();
-    Log(2, "%s is open", wanted.c_str());
+    Log(2, "%s is open", name.c_str());
     return handle.release();
   }
   throw std::bad_alloc();

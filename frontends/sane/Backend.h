@@ -33,13 +33,17 @@ class Backend {
 
   const SANE_Device** List(bool local_only) { return devices_->List(local_only); }
 
-  // Open gives a handle; "" means the first device. Throws cli::Failure, std::bad_alloc.
+  // Open gives a handle; "" means the first device of the list that is there, for which 15 s are
+  // spent before no other is tried. Throws cli::Failure, std::bad_alloc.
   SANE_Handle Open(const std::string& name);
   // Close does nothing for what is no open handle.
   static void Close(SANE_Handle handle);
 
  private:
   Backend();
+
+  SANE_Handle OpenNamed(const std::string& name);
+  SANE_Handle OpenFirst();
 
   const int process_;
   Backend* before_ = nullptr;  // what its parent had inherited, of one that was inherited

@@ -150,6 +150,7 @@ void Devices::Take(const DeviceInfoArray& found) {
     if (name.empty()) continue;
     Replace(found_, device);
     Replace(known_, device);
+    answered_[device->String(kDeviceIpKey).value_or("")] = name;
   }
 }
 
@@ -171,25 +172,39 @@ void Devices::Add(const std::string& name, const std::string& model) {
   entry.device = {entry.name.c_str(), entry.vendor.c_str(), entry.model.c_str(), kType};
 }
 
-// The record of a device of vox.conf; null when there is none.
+// The record of a device of vox.conf; null when there is none, and when one cannot be told from
+// several: leases pass on, and a record keeps its address until its device is found elsewhere.
 DeviceInfo Devices::RecordOf(const std::string& name) const {
-  const bool usb = cli::IsUsbName(name);
+  if (cli::IsUsbName(name)) return Named(name, attached_);
+  const std::string address = name.substr(kKindLength);
+  if (!cli::IsDottedAddress(address)) return Named(name, known_);
+  const auto answered = answered_.find(address);
   DeviceInfo record;
-  for (const DeviceInfo& device : usb ? attached_ : known_) {
-    const bool there = !usb && "net:" + device->String(kDeviceIpKey).value_or("") == name;
-    if (there || IsSame(NameOf(*device), name)) record = device;
+  for (const DeviceInfo& device : known_) {
+    if (device->String(kDeviceIpKey) != address) continue;
+    if (answered != answered_.end() && NameOf(*device) != answered->second) continue;
+    if (record != nullptr) return nullptr;
+    record = device;
   }
   return record;
 }
 
-// A host name is not asked: to look it up may take longer than a list may. Returns: whether anybody
-// is asked now.
+// The addresses of vox.conf that can be asked who is there. A host name is none: to look it up may
+// take longer than a list may.
+std::vector<std::string> Devices::ConfiguredAddresses() const {
+  std::vector<std::string> addresses;
+  for (const std::string& name : config_.devices) {
+    const std::string address = name.substr(kKindLength);
+    if (!cli::IsUsbName(name) && cli::IsDottedAddress(address)) addresses.push_back(address);
+  }
+  return addresses;
+}
+
+// Returns: whether anybody is asked now.
 bool Devices::AskConfigured() {
   bool asked = false;
-  for (const std::string& name : config_.devices) {
-    if (cli::IsUsbName(name) || RecordOf(name) != nullptr) continue;
-    const std::string address = name.substr(kKindLength);
-    if (!cli::IsDottedAddress(address)) continue;
+  for (const std::string& address : ConfiguredAddresses()) {
+    if (RecordOf("net:" + address) != nullptr) continue;
     if (asked_.size() >= kMostAsked && !asked_.contains(address)) break;
     asked = asked_[address].Begin(address) || asked;
   }
@@ -215,13 +230,8 @@ void Devices::AddKnown(bool network) {
 }
 
 // Whether a person gets anything to choose from without a search.
-bool Devices::KnowsAny(bool network) {
-  const DevicesManager& registry = DevicesManager::instance();
-  const bool remembered =
-      std::any_of(attached_.begin(), attached_.end(), [&](const DeviceInfo& device) {
-        return registry.infoForDevice(device->String(kDeviceIdKey).value_or("")) != nullptr;
-      });
-  return !network || remembered || !known_.empty() || !entries_.empty();
+bool Devices::KnowsAny() const {
+  return !attached_.empty() || !known_.empty() || !entries_.empty();
 }
 
 const SANE_Device** Devices::List(bool local_only) {
@@ -236,9 +246,10 @@ const SANE_Device** Devices::List(bool local_only) {
   for (const auto& [serial, device] : searchUsbDevices(nullptr, 0)) attached_.push_back(device);
   Sort(attached_);
   AddConfigured(network);
-  const bool known = KnowsAny(network);
+  const bool known = KnowsAny();
   const auto answered = network && AskConfigured() ? begun + kAskPatience : begun;
   if (search) search_.Begin(tagNETSEARCH().pszAddress);
+  if (search && !known) Log(2, "nobody is known: the list waits for the search");
   if (search) Collect(known ? begun : deadline, "");
   CollectConfigured(answered, "");
   Remember(attached_);
@@ -250,9 +261,12 @@ const SANE_Device** Devices::List(bool local_only) {
   return list_.data();
 }
 
-std::string Devices::First() {
-  const SANE_Device* first = List(false)[0];
-  return first != nullptr ? first->name : "";
+std::string Devices::First(const std::vector<std::string>& others) {
+  List(false);
+  const auto first = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+    return std::find(others.begin(), others.end(), entry.name) == others.end();
+  });
+  return first != entries_.end() ? first->name : "";
 }
 
 DeviceInfo Devices::Remembered(const std::string& name) {
@@ -267,11 +281,18 @@ DeviceInfo Devices::AtUsb(const std::string& serial) {
 }
 
 // vox.conf's devices are asked even where it forbids to search, as they are for a list: their
-// stable names come from there.
+// stable names come from there. They are asked whatever is remembered of their addresses, of which
+// the search shows that something is out of date.
 DeviceInfo Devices::SearchFor(const std::string& name) {
-  AskConfigured();
-  const DeviceInfo configured = CollectConfigured(Clock::now() + kAskPatience, name);
-  if (configured != nullptr || !config_.discovery) return configured;
+  const std::vector<std::string> addresses = ConfiguredAddresses();
+  for (std::size_t i = 0; i < addresses.size(); ++i) {
+    if (i % kMostAsked == 0) asked_.clear();
+    asked_[addresses[i]].Begin(addresses[i]);
+    if ((i + 1) % kMostAsked != 0 && i + 1 != addresses.size()) continue;
+    if (const DeviceInfo device = CollectConfigured(Clock::now() + kAskPatience, name))
+      return device;
+  }
+  if (!config_.discovery) return nullptr;
   search_ = {};
   search_.Begin(tagNETSEARCH().pszAddress);
   return Collect(Clock::now() + kListPatience, name);

@@ -57,7 +57,8 @@ void Scanner::OpenUsb(const std::string& serial, Devices& devices) {
 void Scanner::OpenByMac(const std::string& name, Devices& devices) {
   DeviceInfo device = devices.Remembered(name);
   if (device == nullptr || !IsAt(device)) {
-    Log(2, "%s is not where it was; the network is searched for it", name.c_str());
+    Log(2, "%s is %s; vox.conf's devices are asked, then the network where vox.conf allows it",
+        name.c_str(), device == nullptr ? "not remembered" : "not where it was");
     device = devices.SearchFor(name);
     if (device == nullptr || !IsAt(device)) FailGone(name);
   }

@@ -76,6 +76,33 @@ TEST_F(SaneOrder, AListIsThereWithinItsTimeThoughNobodyAnswers) {
   EXPECT_LT(Since(begun), 6) << "2 s, and as much again for a slow machine, and more";
 }
 
+// A device says who it is in two answers, here after 1.8 s.
+TEST_F(SaneOrder, AListDoesNotWaitForASlowDeviceOfTheConfiguration) {
+  sim::DeviceOptions options = vox::test::SmallDevice();
+  options.faults = FaultsOf("delay=snmp:900");
+  PutSmall(std::move(options));
+  place_->Configure({"device net:127.0.0.2"});
+  SaneSession session(*sane_);
+  EXPECT_EQ(Devices().at(0)->name, std::string(kSmall)) << "a second at most";
+  EXPECT_TRUE(vox::test::Eventually([&] {
+    return Devices().at(0)->name == std::string("net:02:56:58:00:00:01");
+  })) << "what it answers later is in a later list";
+}
+
+// The device that is searched for has said who it is after 1.4 s.
+TEST_F(SaneOrder, AListDoesNotWaitForTheSearchWhereADeviceIsKnown) {
+  if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";
+  PutSmall();
+  Good("add 127.0.0.2");
+  PutHearing(7, 0, "Attic", FaultsOf("delay=snmp:700"));  // which the alphabet would put first
+  place_->Configure({"discovery on"});
+  SaneSession session(*sane_);
+  const auto first = Devices();
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_EQ(first[0]->name, std::string("net:02:56:58:00:00:01"));
+  EXPECT_TRUE(vox::test::Eventually([&] { return Devices().size() == 2; }));
+}
+
 // What a search finds after a list was given is in the next one, behind the devices that are known.
 TEST_F(SaneOrder, WhatTheSearchFindsIsInTheNextListBehindTheKnown) {
   if (!vox::test::RouteBroadcasts()) GTEST_SKIP() << "no route for broadcasts can be made here";

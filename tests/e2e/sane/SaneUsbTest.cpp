@@ -59,6 +59,15 @@ TEST_F(SaneUsb, ScannersAreListedUnderTheirSerialNumbersWithoutAnySetUp) {
                                        "' is a Veltronix QD7200 multi-function peripheral\n"));
 }
 
+// Who may not write the shared settings has no device remembered.
+TEST_F(SaneUsb, AListDoesNotWaitForASearchWhereAScannerIsAttached) {
+  place_.Configure({"discovery on"});
+  const Outcome outcome = Script("unshare -rn sh -c 'SANE_DEBUG_VOX=2 scan -L'\n");
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("vox:usb:A7K0123"));
+  EXPECT_EQ(outcome.err.find("waits for the search"), std::string::npos) << outcome.err;
+}
+
 TEST_F(SaneUsb, PagesEqualThoseOfVoxByteForByte) {
   const Outcome outcome = Script(R"(
     set -e

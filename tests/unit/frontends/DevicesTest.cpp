@@ -123,6 +123,26 @@ TEST_F(SaneList, DevicesOfTheConfigurationComeFirstAndOnce) {
               ElementsAre("net:00:1b:21:0a:4c:7e", "net:copier.example", "net:00:1b:21:0a:4c:00"));
 }
 
+// Nobody answers there, who could say which of them it is.
+TEST_F(SaneList, AnAddressThatTwoAreRememberedAtIsListedAsItself) {
+  Remember(Network("127.0.0.10", "00:1b:21:0a:4c:7e"));
+  Remember(Network("127.0.0.10", "00:1b:21:0a:4c:00"));
+  Devices devices(Quiet({"net:127.0.0.10", "net:00:1b:21:0a:4c:7e"}));
+  EXPECT_THAT(Names(devices.List(false)),
+              ElementsAre("net:127.0.0.10", "net:00:1b:21:0a:4c:7e", "net:00:1b:21:0a:4c:00"));
+}
+
+TEST_F(SaneList, TheFirstOfOthersIsTheNext) {
+  Remember(Network("192.168.0.5", "00:1b:21:0a:4c:7e"));
+  Remember(Network("192.168.0.4", "00:1b:21:0a:4c:00"));
+  Devices devices(Quiet());
+  const std::string first = devices.First(), second = devices.First({first});
+  EXPECT_EQ(first, "net:00:1b:21:0a:4c:00");
+  EXPECT_EQ(second, "net:00:1b:21:0a:4c:7e");
+  EXPECT_EQ(devices.First({second}), first);
+  EXPECT_EQ(devices.First({first, second}), "");
+}
+
 TEST_F(SaneList, HostileRecordsAreLeftOut) {
   Remember(Network("192.168.0.5\n", "00:1b:21:0a:4c:7e"));
   Devices devices(Quiet());
