@@ -33,8 +33,8 @@ class Backend {
 
   const SANE_Device** List(bool local_only) { return devices_->List(local_only); }
 
-  // Open gives a handle; "" means the first device of the list that is there, for which 15 s are
-  // spent before no other is tried. Throws cli::Failure, std::bad_alloc.
+  // Open gives a handle; "" means the first device of the list that is there, as the standard has
+  // it; after 15 s no other is tried. Throws cli::Failure, std::bad_alloc.
   SANE_Handle Open(const std::string& name);
   // Close does nothing for what is no open handle.
   static void Close(SANE_Handle handle);

@@ -150,6 +150,27 @@ TEST_F(SaneOrder, OpensWithoutAListByAddressAndByTheNameThatAListGives) {
   }
 }
 
+// As in a program with a window, which asks for lists again.
+TEST_F(SaneOrder, AListAfterAFailedOpenNamesWhoIsAtTheAddressNow) {
+  PutSmall();
+  Good("add 127.0.0.2");
+  devices_.clear();
+  sim::DeviceOptions options = vox::test::SmallDevice();
+  options.mac[5] = 9;
+  PutSmall(std::move(options));
+  place_->Configure({"device net:127.0.0.2"});
+  SaneSession session(*sane_);
+  const std::string outdated = Devices().at(0)->name;
+  EXPECT_EQ(outdated, "net:02:56:58:00:00:01");
+  SANE_Handle handle = nullptr;
+  EXPECT_EQ(sane_->open(outdated.c_str(), &handle), SANE_STATUS_INVAL);
+  const auto devices = Devices();
+  ASSERT_EQ(devices.size(), 2U);
+  EXPECT_EQ(devices[0]->name, std::string("net:02:56:58:00:00:09"));
+  EXPECT_EQ(devices[1]->name, outdated);
+  ExpectGood(SaneScanner(*sane_, devices[0]->name).Page());
+}
+
 TEST_F(SaneOrder, WhoIsNobodyDoesNotOpen) {
   SaneSession session(*sane_);
   SANE_Handle handle = nullptr;

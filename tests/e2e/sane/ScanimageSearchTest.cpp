@@ -34,8 +34,11 @@ class ScanimageSearch : public Sane {
   sim::VirtualDevice& PutDeaf(std::uint8_t host, std::uint8_t id) {
     return PutSmall(host, id, false);
   }
-  // The cellar's device is remembered at 127.0.0.4, which vox.conf names; the attic's is there now.
+  // The cellar's device alone is remembered, at 127.0.0.4, which vox.conf names; the attic's is
+  // there now.
   sim::VirtualDevice& ReplaceTheCellars(const std::string& discovery) {
+    devices_.clear();
+    std::filesystem::remove(SharedFile());
     PutDeaf(4, 4);
     Good("add 127.0.0.4");
     devices_.clear();
@@ -91,8 +94,6 @@ TEST_F(ScanimageSearch, ADeviceIsFoundWhenNobodyIsAtItsOldAddress) {
 TEST_F(ScanimageSearch, ADeviceOfTheConfigurationIsFoundWhereAnotherOneIsRemembered) {
   for (const char* discovery : {"discovery off", "discovery on"}) {
     SCOPED_TRACE(discovery);
-    devices_.clear();
-    std::filesystem::remove(SharedFile());
     sim::VirtualDevice& device = ReplaceTheCellars(discovery);
     const Outcome outcome = Page(std::string("-d ") + kAttic);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
@@ -103,8 +104,6 @@ TEST_F(ScanimageSearch, ADeviceOfTheConfigurationIsFoundWhereAnotherOneIsRemembe
 TEST_F(ScanimageSearch, AnOutdatedRecordStandsForAnAddressUntilItsDeviceIsMissed) {
   for (const char* discovery : {"discovery off", "discovery on"}) {
     SCOPED_TRACE(discovery);
-    devices_.clear();
-    std::filesystem::remove(SharedFile());
     sim::VirtualDevice& device = ReplaceTheCellars(discovery);
     EXPECT_EQ(Names(), std::string(kCellar) + "\n") << "nobody is asked for a list";
     EXPECT_EQ(device.Events().Count(sim::EventKind::kSnmpRequest), 0U);
