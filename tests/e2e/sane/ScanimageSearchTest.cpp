@@ -130,6 +130,21 @@ TEST_F(ScanimageSearch, WithoutANameTheFirstDeviceThatIsThereIsOpened) {
   EXPECT_EQ(Jobs(other), 1U);
 }
 
+// A superuser has to do without what makes the modes of files nothing to it.
+TEST_F(ScanimageSearch, WhoMayNotRememberIsBroughtToTheDeviceThatIsThereToo) {
+  namespace fs = std::filesystem;
+  sim::VirtualDevice& device = ReplaceTheCellars("discovery off");
+  const std::string before = Text("root/var/lib/Veltronix Vox/com.veltronix.vox.plist");
+  fs::permissions(Shared(), fs::perms::owner_read | fs::perms::owner_exec);
+  const Outcome outcome = Run("setpriv",
+                              "--bounding-set -dac_override,-dac_read_search scanimage -d vox "
+                              "--format=pnm -o a.pnm");
+  fs::permissions(Shared(), fs::perms::owner_all);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(Jobs(device), 1U);
+  EXPECT_EQ(Text("root/var/lib/Veltronix Vox/com.veltronix.vox.plist"), before);
+}
+
 TEST_F(ScanimageSearch, OfTwoThatAreRememberedAtAnAddressTheOneThatIsThereIsListed) {
   for (const std::uint8_t id : {9, 4}) {
     devices_.clear();
