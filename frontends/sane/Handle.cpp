@@ -24,8 +24,8 @@ unsigned BitsOf(cli::Mode mode) {
 
 }  // namespace
 
-Handle::Handle(const std::string& name, Devices& devices)
-    : scanner_(name, devices), options_(scanner_.What()), job_(scanner_) {}
+Handle::Handle(const std::string& name, Devices& devices, const JobTimes& times)
+    : scanner_(name, devices), options_(scanner_.What()), job_(scanner_, times) {}
 
 SANE_Status Handle::Control(SANE_Int option, SANE_Word action, void* value, SANE_Int* info) {
   SANE_Int what = 0;
@@ -48,6 +48,7 @@ SANE_Status Handle::Parameters(SANE_Parameters* into) const {
 }
 
 SANE_Status Handle::Start() {
+  if (job_.IsForeign()) return SANE_STATUS_IO_ERROR;
   if (job_.IsOpen()) return SANE_STATUS_INVAL;
   plan_ = options_.Plan();
   waits_ = true;

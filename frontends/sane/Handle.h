@@ -19,7 +19,7 @@ namespace vox::sane {
 class Handle {
  public:
   // Throws as Scanner, Options and Job do.
-  Handle(const std::string& name, Devices& devices);
+  Handle(const std::string& name, Devices& devices, const JobTimes& times = {});
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 

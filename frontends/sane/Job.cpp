@@ -69,11 +69,13 @@ Job::~Job() {
   for (std::thread& thread : reader_) thread.join();
 }
 
-bool Job::IsForeign() const {
-  return process_ != 0 && process_ != ::getpid();
+bool Job::IsForeign() const noexcept {
+  const pid_t process = process_;
+  return process != 0 && process != ::getpid();
 }
 
 void Job::Cancel() noexcept {
+  if (IsForeign()) return;
   const int error = errno;  // of what a signal handler interrupted
   ++cancels_;
   ready_.Raise();
@@ -89,9 +91,9 @@ bool Job::StartThreads() {
 }
 
 SANE_Status Job::Start(const Settings& settings, const cli::ScanPlan& plan) {
+  if (IsForeign()) return SANE_STATUS_IO_ERROR;
   const unsigned cancels = cancels_;
   if (open_ && cancels == seen_cancels_) return SANE_STATUS_INVAL;
-  if (IsForeign()) return SANE_STATUS_IO_ERROR;
   open_ = false;
   closed_ = SANE_STATUS_INVAL;
   if (!StartThreads()) return SANE_STATUS_NO_MEM;
@@ -146,6 +148,7 @@ SANE_Status Job::AwaitStart() {
 
 SANE_Status Job::Read(std::span<std::uint8_t> into, bool wait, std::size_t* got) {
   *got = 0;
+  if (IsForeign()) return SANE_STATUS_IO_ERROR;
   for (;;) {
     if (!open_) return closed_;
     if (IsCancelled()) {
@@ -350,15 +353,17 @@ void Job::Watch() {
     {
       MutexLock lock(mutex_);
       quit = quit_;
-      if (given_) AwaitNextPage(lock);
+      AwaitNextPage(lock);
     }
     EndJob();
   }
 }
 
+// Once a next page is ordered, another cancel is that page's.
 void Job::AwaitNextPage(MutexLock& lock) {
   const auto until = Clock::now() + times_.next_page;
-  while (IsCancelled() && !quit_ && Clock::now() < until) changed_.WaitUntil(lock, until);
+  while (given_ && IsCancelled() && !quit_ && Clock::now() < until)
+    changed_.WaitUntil(lock, until);
 }
 
 // An abort that comes before the reading thread has started its page does nothing, so it comes

@@ -12,11 +12,16 @@
 //
 //   idle --Start--> page --EOF--> between pages --Start--> page ...      a feeder's job
 //     ^               |                |       '--Start, feeder empty--> NO_DOCS, idle
-//     |             Cancel, error      '--Cancel, and no Start within half a second--.
+//     |             Cancel, error      '--Cancel, and no Start in time---------------.
 //     '---------------'------------------------- the device's job is over -----------'
 //
-// Between pages a cancel waits for a moment, because some frontends cancel after every page and
-// start the next one at once: that must not cut a sheet's second side off.
+// Between pages a cancel waits, because some frontends cancel after every page and then start the
+// next one, and may show the page in between. A job that is over takes a page with it: a back is
+// lost, and a device on the network moves the sheet on that comes next. So the wait is long; the
+// device is kept from others meanwhile. The destructor ends it.
+//
+// A process that was forked from the one that the threads are in shares the flags below with it:
+// there the object does nothing at all, and says IO_ERROR.
 //
 // Thread rule: one thread at a time, but for Cancel, which may also come from another one and from
 // a signal handler. The threads are started by the first Start and joined by the destructor.
@@ -40,11 +45,11 @@
 
 namespace vox::sane {
 
-// JobTimes are a job's waits; tests make them shorter.
+// JobTimes are a job's waits.
 struct JobTimes {
   std::chrono::milliseconds busy{3'000};         // for a device that is busy, in all
   std::chrono::milliseconds between_tries{300};  // while it is
-  std::chrono::milliseconds next_page{500};      // from a cancel between pages to the next Start
+  std::chrono::milliseconds next_page{10'000};   // from a cancel between pages to the next Start
   std::chrono::milliseconds old_page{10'000};    // for a cancelled page to be over
   std::chrono::milliseconds next_sheet{2'000};   // see IsFeederEmpty
 };
@@ -71,11 +76,12 @@ class Job {
   void Cancel() noexcept;
 
   // IsOpen tells whether a page was started and its last status has not been given yet.
-  bool IsOpen() const { return open_ && !IsCancelled(); }
+  bool IsOpen() const { return open_ && !IsCancelled() && !IsForeign(); }
 
-  // IsForeign tells whether this process was forked from the one that the threads are in: nothing
-  // works here then, and the object, with its scanner, must be left alone.
-  bool IsForeign() const;
+  // IsForeign tells whether this process was forked from the one that the threads are in: Start and
+  // Read give IO_ERROR then, Cancel does nothing, and the object, with its scanner, must be left
+  // alone.
+  bool IsForeign() const noexcept;
 
   // ReadyFd is readable whenever Read has bytes or a final status.
   int ReadyFd() const { return ready_.Get(); }
@@ -130,7 +136,7 @@ class Job {
 
   bool open_ = false;                          // the client's
   SANE_Status closed_ = SANE_STATUS_INVAL;     // what Read gives when no page is open; likewise
-  pid_t process_ = 0;                          // that started threads, 0 none; likewise
+  std::atomic<pid_t> process_{0};              // that started threads, 0 none
   std::vector<std::thread> reader_, watcher_;  // one each
 
   Order order_;            // the reading thread's from kOrdered to kIdle

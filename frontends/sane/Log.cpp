@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 #include "tools/vox/CleanText.h"
@@ -30,7 +31,14 @@ void Log(int level, const char* format, ...) {
   va_start(values, format);
   std::vsnprintf(text, sizeof text, format, values);
   va_end(values);
-  std::fprintf(stderr, "[vox] %s\n", cli::CleanText(text).c_str());
+  try {
+    std::fprintf(stderr, "[vox] %s\n", cli::CleanText(text).c_str());
+  } catch (const std::bad_alloc&) {
+    for (char* at = text; *at != '\0'; ++at) {
+      if (*at < ' ' || *at > '~') *at = '?';
+    }
+    std::fprintf(stderr, "[vox] %s\n", text);
+  }
 }
 
 }  // namespace vox::sane

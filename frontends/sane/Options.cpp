@@ -335,7 +335,6 @@ cli::ScanPlan Options::Plan() const {
     wish.frame =
         cli::Frame{Inches(left, widths_.max, bed.right), Inches(top, heights_.max, bed.bottom),
                    Inches(right, widths_.max, bed.right), Inches(bottom, heights_.max, bed.bottom)};
-  wish.preview = values_.preview != SANE_FALSE;
   wish.brightness = values_.brightness;
   wish.contrast = values_.contrast;
   if (IsActive(kOptThreshold) && values_.threshold > 0) wish.threshold = values_.threshold;

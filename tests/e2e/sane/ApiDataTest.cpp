@@ -154,6 +154,24 @@ TEST_F(SaneData, ACancelBetweenPagesTakesNoPageAway) {
   EXPECT_EQ(pages.size(), 3U);
 }
 
+// A frontend may show each page before it asks for the next one.
+TEST_F(SaneData, ACancelAndAPauseAfterEachPageTakeNoPageAway) {
+  PutFeeder(2, true);
+  const auto scanner = OpenSmall();
+  ASSERT_EQ(scanner->Set("source", "ADF Duplex"), SANE_STATUS_GOOD);
+  std::vector<std::vector<SANE_Byte>> pages;
+  SanePage page = scanner->Page();
+  for (; page.started == SANE_STATUS_GOOD && pages.size() < 10; page = scanner->Page()) {
+    ExpectGood(page);
+    EXPECT_THAT(pages, testing::Not(testing::Contains(page.bytes)));
+    pages.push_back(page.bytes);
+    scanner->Cancel();
+    std::this_thread::sleep_for(900ms);
+  }
+  EXPECT_EQ(page.started, SANE_STATUS_NO_DOCS);
+  EXPECT_EQ(pages.size(), 4U);
+}
+
 TEST_F(SaneData, TheGlassGivesAPageAtEveryStart) {
   PutSmall();
   const auto scanner = OpenSmall();

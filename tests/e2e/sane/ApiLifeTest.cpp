@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 namespace vox::cli::test {
 namespace {
 
+using namespace std::chrono_literals;
 using vox::test::Eventually;
 
 class SaneLife : public SaneApi {
@@ -110,6 +112,63 @@ TEST_F(SaneLife, AForkAfterAListAndAnOpenDoesNotHang) {
               return result;
             }),
             0);
+  ExpectGood(scanner->Page());
+}
+
+// A forked process has its parent's descriptors: what it does must not eat the parent's page. It
+// does everything that a host does with a handle that it gives up.
+int GiveUp(const SaneModule& sane, SaneScanner& scanner) {
+  ::alarm(60);
+  std::vector<SANE_Byte> bytes;
+  SANE_Int fd = -1;
+  const bool good = scanner.Read(bytes) == SANE_STATUS_IO_ERROR &&
+                    scanner.Start() == SANE_STATUS_IO_ERROR &&
+                    sane.get_select_fd(scanner.Handle(), &fd) == SANE_STATUS_INVAL;
+  scanner.Cancel();
+  scanner.Close();
+  sane.exit();
+  return good ? 0 : 1;
+}
+
+TEST_F(SaneLife, AForkWithinAPageLeavesThePageToTheParent) {
+  sim::VirtualDevice& device = PutSmall();
+  SaneSession session(*sane_);
+  const auto scanner = OpenSmall();
+  const SanePage whole = scanner->Page();
+  ExpectGood(whole);
+  ASSERT_EQ(scanner->Start(), SANE_STATUS_GOOD);
+  ASSERT_TRUE(device.Events().WaitFor(sim::EventKind::kJobEnded, 2, 60s));
+  SANE_Int fd = -1;
+  ASSERT_EQ(sane_->get_select_fd(scanner->Handle(), &fd), SANE_STATUS_GOOD);
+  std::vector<SANE_Byte> bytes;
+  ASSERT_EQ(scanner->Read(bytes, 1000), SANE_STATUS_GOOD);
+  EXPECT_EQ(InChild([&] { return GiveUp(*sane_, *scanner); }), 0);
+  pollfd entry{fd, POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 0), 1) << "the rest of the page is there still";
+  while (scanner->Read(bytes) == SANE_STATUS_GOOD) {
+  }
+  EXPECT_TRUE(bytes == whole.bytes);
+  ExpectGood(scanner->Page());
+}
+
+TEST_F(SaneLife, AForkWhileThePageStallsWakesNobodyUp) {
+  sim::DeviceOptions options = vox::test::SmallDevice();
+  options.faults = FaultsOf("page=1,stall=data:20000");
+  PutSmall(std::move(options));
+  SaneSession session(*sane_);
+  const auto scanner = OpenSmall();
+  ASSERT_EQ(scanner->Start(), SANE_STATUS_GOOD);
+  ASSERT_EQ(sane_->set_io_mode(scanner->Handle(), SANE_TRUE), SANE_STATUS_GOOD);
+  SANE_Int fd = -1;
+  ASSERT_EQ(sane_->get_select_fd(scanner->Handle(), &fd), SANE_STATUS_GOOD);
+  pollfd entry{fd, POLLIN, 0};
+  std::vector<SANE_Byte> bytes;
+  while (::poll(&entry, 1, 1000) == 1) ASSERT_EQ(scanner->Read(bytes), SANE_STATUS_GOOD);
+  EXPECT_GT(bytes.size(), 0U);
+  EXPECT_EQ(InChild([&] { return GiveUp(*sane_, *scanner); }), 0);
+  EXPECT_EQ(::poll(&entry, 1, 0), 0);
+  scanner->Cancel();
+  EXPECT_EQ(scanner->Read(bytes), SANE_STATUS_CANCELLED);
   ExpectGood(scanner->Page());
 }
 #endif

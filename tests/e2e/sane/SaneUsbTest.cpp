@@ -21,16 +21,21 @@ class SaneUsb : public testing::Test {
     ::setenv("VOX_ROOT", vox_.File("root").c_str(), 1);
     ::setenv("XDG_CONFIG_HOME", vox_.File("config").c_str(), 1);
   }
-  // Runs a shell script while a scanner of this description is attached. $VOX is vox, and scan
-  // is scanimage with the backend.
+  // Makes a command of the script's: a program with the backend.
+  void MakeCommand(const std::string& name, const std::string& program) const {
+    std::ofstream command(vox_.File(name));
+    command << "#!/bin/sh\n[ -z '" SANE_JUDGE_PRELOAD "' ] || bus=:$LD_PRELOAD\nexec";
+    for (const std::string& word : SanePlace::Judge(program, ""))
+      command << " " << word << (word.rfind("LD_PRELOAD=", 0) == 0 ? "$bus" : "");
+    command << " \"$@\"\n";
+    command.close();
+    std::filesystem::permissions(vox_.File(name), std::filesystem::perms::owner_all);
+  }
+  // Runs a shell script while a scanner of this description is attached. $VOX is vox, scan is
+  // scanimage and frontend the one in C, both with the backend.
   Outcome Script(const std::string& text, const std::string& scanner = "") {
-    std::ofstream scan(vox_.File("scan"));
-    scan << "#!/bin/sh\n[ -z '" SANE_JUDGE_PRELOAD "' ] || bus=:$LD_PRELOAD\nexec";
-    for (const std::string& word : SanePlace::Judge("scanimage", ""))
-      scan << " " << word << (word.rfind("LD_PRELOAD=", 0) == 0 ? "$bus" : "");
-    scan << " \"$@\"\n";
-    scan.close();
-    std::filesystem::permissions(vox_.File("scan"), std::filesystem::perms::owner_all);
+    MakeCommand("scan", "scanimage");
+    MakeCommand("frontend", SANE_C_FRONTEND);
     std::ofstream(vox_.File("script")) << "VOX=" SANE_VOX_PROGRAM "\nPATH=$PWD:$PATH\n" << text;
     return vox_.Run("--serial A7K0123 " + scanner + " -- sh " + vox_.File("script"));
   }
@@ -71,19 +76,27 @@ TEST_F(SaneUsb, AListDoesNotWaitForASearchWhereAScannerIsAttached) {
 TEST_F(SaneUsb, PagesEqualThoseOfVoxByteForByte) {
   const Outcome outcome = Script(R"(
     set -e
-    for mode in Lineart Gray Color; do
-      scan -d vox:usb:A7K0123 --resolution 100 --mode $mode --format=pnm -o $mode.sane
-      $VOX scan usb:A7K0123 --resolution 100 --mode $(echo $mode | tr A-Z a-z) --format pnm -o $mode.vox
-    done
+    while read name mode words; do
+      scan -d vox:usb:A7K0123 --resolution 100 --mode $mode $words --format=pnm -o $name.sane
+      mode=$(echo $mode | tr A-Z a-z)
+      $VOX scan usb:A7K0123 --resolution 100 --mode $mode $words --format pnm -o $name.vox
+    done <<END
+      lineart Lineart
+      gray Gray
+      color Color
+      preview Gray --preview
+      threshold Lineart --threshold 70
+END
   )");
   EXPECT_EQ(outcome.status, 0) << outcome.err;
-  for (const std::string mode : {"Lineart", "Gray", "Color"}) {
-    std::string page = Text(mode + ".sane");
+  for (const std::string name : {"lineart", "gray", "color", "preview", "threshold"}) {
+    std::string page = Text(name + ".sane");
     const std::string remark = "# SANE data follows\n";
     ASSERT_EQ(page.substr(3, remark.size()), remark);
     page.erase(3, remark.size());
-    EXPECT_TRUE(SameFile(page, Text(mode + ".vox"))) << mode;
+    EXPECT_TRUE(SameFile(page, Text(name + ".vox"))) << name;
   }
+  EXPECT_NE(Text("threshold.vox"), Text("lineart.vox"));
 }
 
 TEST_F(SaneUsb, TheFirstScannerIsOpenedWhenNoneIsNamed) {
@@ -98,6 +111,13 @@ TEST_F(SaneUsb, AFeederGivesItsPagesAndThenSaysItIsEmpty) {
       "--feeder 3");
   EXPECT_THAT(outcome.out, HasSubstr("3\n"));
   EXPECT_THAT(outcome.err, HasSubstr("Batch terminated, 3 pages scanned"));
+}
+
+// A feeder at USB that is empty does not tell: the device would turn to its glass.
+TEST_F(SaneUsb, ACancelAfterEachPageOfAFeederEndsWhereTheFeederDoes) {
+  const Outcome outcome = Script("frontend usb:A7K0123 feeder\n", "--feeder 3");
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(outcome.out, "3 pages\n");
 }
 
 TEST_F(SaneUsb, WhatTheDeviceSaysHasItsStatus) {

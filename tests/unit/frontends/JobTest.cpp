@@ -2,6 +2,8 @@
 // process. A handle is driven as a frontend drives it.
 #include <csignal>
 #include <random>
+#include <set>
+#include <span>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -10,6 +12,7 @@
 
 #include "frontends/sane/Handle.h"
 #include "sim/Faults.h"
+#include "sim/ScanInfo.h"
 #include "tests/e2e/RoadFixture.h"
 #include "tests/support/SmallDevice.h"
 #include "tools/vox/Failure.h"
@@ -21,6 +24,7 @@ using testing::AnyOf;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kLong{30};  // for what ends at once on a machine that is idle
+constexpr std::chrono::milliseconds kShort{50};
 
 class SaneJob : public test::RoadsTest {
  protected:
@@ -31,12 +35,12 @@ class SaneJob : public test::RoadsTest {
     EXPECT_EQ(sim::ParseFault(words, options.faults), "");
     return options;
   }
-  void Open(sim::DeviceOptions options = test::SmallDevice()) {
+  void Open(sim::DeviceOptions options = test::SmallDevice(), const JobTimes& times = {}) {
     road.Device(std::move(options));
-    OpenAgain();
+    OpenAgain(times);
   }
-  void OpenAgain() {
-    handle_ = std::make_unique<Handle>("net:" + road.FirstDevice().Address(), devices_);
+  void OpenAgain(const JobTimes& times = {}) {
+    handle_ = std::make_unique<Handle>("net:" + road.FirstDevice().Address(), devices_, times);
     Set(kOptMode, "Gray");
     Set(kOptResolution, 100);
   }
@@ -144,21 +148,46 @@ TEST_F(SaneJob, AFeederGivesPageAfterPageAndThenNone) {
   EXPECT_EQ(handle_->Start(), SANE_STATUS_NO_DOCS);
 }
 
+// However long the frontend takes before it asks for the next one.
 TEST_F(SaneJob, ACancelBetweenPagesIsHarmless) {
-  Open(test::SmallFeeder(3));
-  Set(kOptSource, "ADF");
-  for (int page = 0; page < 3; ++page) {
-    ExpectPage();
-    handle_->Cancel();
+  for (const char* source : {"ADF", "ADF Duplex"}) {
+    SCOPED_TRACE(source);
+    const bool both_sides = std::string(source) == "ADF Duplex";
+    handle_.reset();
+    road.Close();
+    road.StartServer();
+    Open(test::SmallFeeder(3, both_sides), {.next_page = kLong});
+    Set(kOptSource, source);
+    std::set<std::vector<SANE_Byte>> pages;
+    for (std::size_t page = 0; page < (both_sides ? 6 : 3); ++page) {
+      ExpectPage();
+      handle_->Cancel();
+      pages.insert(bytes_);
+      EXPECT_EQ(pages.size(), page + 1) << "each has a chart of its own";
+    }
+    EXPECT_EQ(handle_->Start(), SANE_STATUS_NO_DOCS);
+    EXPECT_EQ(road.Events().Count(sim::EventKind::kJobStarted), 1U);
   }
-  EXPECT_EQ(handle_->Start(), SANE_STATUS_NO_DOCS);
 }
 
 TEST_F(SaneJob, ACancelBehindTheLastPageThatWasWantedEndsTheJob) {
-  Open(test::SmallFeeder(3));
+  Open(test::SmallFeeder(4), {.next_page = kShort});
   Set(kOptSource, "ADF");
   ExpectPage();
   handle_->Cancel();
+  EXPECT_TRUE(road.Events().WaitFor(sim::EventKind::kCancelCommand, 1, kLong));
+  ExpectPage();
+  EXPECT_EQ(road.Events().Count(sim::EventKind::kJobStarted), 2U);
+}
+
+TEST_F(SaneJob, ACloseBehindTheLastPageThatWasWantedEndsTheJobAtOnce) {
+  Open(test::SmallFeeder(3), {.next_page = 2 * kLong});
+  Set(kOptSource, "ADF");
+  ExpectPage();
+  handle_->Cancel();
+  const auto begun = Clock::now();
+  handle_.reset();
+  EXPECT_LT(Clock::now() - begun, kLong);
   EXPECT_TRUE(road.Events().WaitFor(sim::EventKind::kCancelCommand, 1, kLong));
 }
 
@@ -167,6 +196,29 @@ TEST_F(SaneJob, TheGlassIsOnePageThoughTheFeederIsLoaded) {
   ExpectPage();
   EXPECT_TRUE(road.Events().WaitFor(sim::EventKind::kCancelCommand, 1, kLong));
   ExpectPage();
+}
+
+// The back of a sheet is turned where it has to be; a device does not turn those of a preview.
+TEST_F(SaneJob, APreviewIsToldToTheDeviceButForBothSides) {
+  sim::DeviceOptions options = test::SmallFeeder(1, true);
+  options.reload_feeder = true;
+  Open(std::move(options));
+  const auto told = [&] {
+    const auto block = road.Events().Last(sim::EventKind::kScanCommand).bytes;
+    const auto info =
+        sim::ParseScanInfo(std::span(block).last(std::min(block.size(), sim::kScanInfoSize)));
+    return info ? std::optional(info->preview) : std::nullopt;
+  };
+  ExpectPage();
+  EXPECT_EQ(told(), 0U);
+  const std::size_t before = bytes_.size();
+  Set(kOptPreview, SANE_TRUE);
+  ExpectPage();
+  EXPECT_EQ(told(), 1U);
+  EXPECT_EQ(bytes_.size(), before) << "and changes nothing else";
+  Set(kOptSource, "ADF Duplex");
+  ExpectPage();
+  EXPECT_EQ(told(), 0U);
 }
 
 TEST_F(SaneJob, OtherSettingsBetweenPagesAreAnotherJob) {

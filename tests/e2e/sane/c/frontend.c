@@ -3,6 +3,7 @@
  * wrong ones.
  *
  *   frontend NAME >page.pgm     scans NAME in grey at 100 dpi
+ *   frontend NAME feeder        cancels after each page of the feeder; says how many there were
  *
  * Exit status: 0; 1 with a line on standard error that tells what was not as it has to be. */
 #include <stdio.h>
@@ -84,6 +85,25 @@ static void scan_as_described(const char* name) {
   sane_exit();
 }
 
+static void empty_the_feeder(const char* name) {
+  SANE_Handle handle = NULL;
+  SANE_Status status;
+  char source[] = "ADF\0 room for the longest word";
+  int pages = 0;
+  EXPECT_GOOD(sane_init(NULL, NULL));
+  EXPECT_GOOD(sane_open(name, &handle));
+  choose(handle);
+  EXPECT_GOOD(sane_control_option(handle, option_called(handle, SANE_NAME_SCAN_SOURCE),
+                                  SANE_ACTION_SET_VALUE, source, NULL));
+  for (; (status = sane_start(handle)) == SANE_STATUS_GOOD && pages < 10; ++pages) {
+    EXPECT(read_page(handle, NULL) > 0);
+    sane_cancel(handle);
+  }
+  EXPECT(status == SANE_STATUS_NO_DOCS);
+  sane_exit();
+  printf("%d pages\n", pages);
+}
+
 static void call_in_wrong_orders(const char* name) {
   SANE_Handle handle = NULL;
   SANE_Byte byte = 0;
@@ -131,7 +151,11 @@ static void call_in_wrong_orders(const char* name) {
 }
 
 int main(int argc, char** argv) {
-  EXPECT(argc == 2);
+  EXPECT(argc == 2 || (argc == 3 && strcmp(argv[2], "feeder") == 0));
+  if (argc == 3) {
+    empty_the_feeder(argv[1]);
+    return fflush(stdout) == 0 ? 0 : 1;
+  }
   EXPECT(strcmp(sane_strstatus(SANE_STATUS_NO_DOCS), "Document feeder out of documents") == 0);
   EXPECT(sane_strstatus((SANE_Status)4711) != NULL);
   call_in_wrong_orders(argv[1]);
