@@ -48,7 +48,6 @@ SANE_Status Handle::Parameters(SANE_Parameters* into) const {
 }
 
 SANE_Status Handle::Start() {
-  if (job_.IsForeign()) return SANE_STATUS_IO_ERROR;
   if (job_.IsOpen()) return SANE_STATUS_INVAL;
   plan_ = options_.Plan();
   waits_ = true;

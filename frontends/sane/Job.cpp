@@ -362,8 +362,7 @@ void Job::Watch() {
 // Once a next page is ordered, another cancel is that page's.
 void Job::AwaitNextPage(MutexLock& lock) {
   const auto until = Clock::now() + times_.next_page;
-  while (given_ && IsCancelled() && !quit_ && Clock::now() < until)
-    changed_.WaitUntil(lock, until);
+  while (given_ && IsCancelled() && !quit_ && Clock::now() < until) changed_.WaitUntil(lock, until);
 }
 
 // An abort that comes before the reading thread has started its page does nothing, so it comes

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "tests/e2e/sane/SaneFixture.h"
+#include "tests/support/SmallDevice.h"
 #include "vox/platform/FileDescriptor.h"
 
 namespace vox::cli::test {
@@ -19,6 +20,7 @@ using namespace std::chrono_literals;
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
+using testing::SizeIs;
 
 constexpr std::uint16_t kPort = 6566;
 
@@ -83,6 +85,42 @@ TEST_F(Saned, PagesOfAClientEqualThoseOfVoxByteForByte) {
     std::string lower = mode;
     lower[0] = static_cast<char>(lower[0] - 'A' + 'a');
     EXPECT_TRUE(SameFile(Pnm("page.pnm"), VoxPnm("--resolution 75 --mode " + lower)));
+  }
+}
+
+TEST_F(Saned, ADeviceHasItsStableNameForAClientToo) {
+  Serve({"device net:127.0.0.2"});
+  const Outcome outcome = Client(
+      "-d net:127.0.0.1:vox:net:02:56:58:00:00:02 --mode Gray --resolution 75 --format=pnm "
+      "-o page.pnm");
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_TRUE(SameFile(Pnm("page.pnm"), VoxPnm("--resolution 75 --mode gray")));
+}
+
+TEST_F(Saned, AClientGetsEachPageOfAFeederOnce) {
+  sim::DeviceOptions options = vox::test::SmallFeeder(3, true);
+  options.reload_feeder = true;
+  options.address = "127.0.0.3";
+  options.snmp_port = 161;
+  options.command_port = 3892;
+  Put(std::move(options));
+  Serve({});
+  for (const bool both_sides : {false, true}) {
+    SCOPED_TRACE(both_sides);
+    const Outcome outcome = Client(
+        std::string("-d net:127.0.0.1:vox:net:127.0.0.3 --mode Gray --resolution 100 --format=pnm "
+                    "--batch=p%d.pnm --source ") +
+        (both_sides ? "'ADF Duplex'" : "ADF"));
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    Good(std::string("scan net:127.0.0.3 --format pnm --batch v%d.pnm --mode gray "
+                     "--resolution 100") +
+         (both_sides ? " --duplex" : ""));
+    const std::vector<std::string> pages = Files("p");
+    EXPECT_THAT(pages, SizeIs(both_sides ? 6 : 3));
+    EXPECT_THAT(Files("v"), SizeIs(pages.size()));
+    for (const std::string& page : pages) {
+      EXPECT_TRUE(SameFile(Pnm(page), Text("v" + page.substr(1)))) << page;
+    }
   }
 }
 
