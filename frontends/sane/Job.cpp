@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -51,7 +52,8 @@ std::string JobServerOfBuildTree() {
 
 // ---- the client
 
-Job::Job(Scanner& scanner, JobTimes times) : scanner_(scanner), times_(times) {
+Job::Job(Scanner& scanner, JobTimes times)
+    : scanner_(scanner), times_(times), flags_process_(::getpid()) {
   for (const EventFd* flag : {&ready_, &started_, &watched_}) {
     if (flag->Get() < 0) throw std::system_error(EMFILE, std::generic_category());
   }
@@ -84,7 +86,20 @@ void Job::Cancel() noexcept {
   errno = error;
 }
 
+// Flags that were inherited are the parent's too. They are exchanged in one step each, as a signal
+// handler may raise them meanwhile.
+bool Job::OwnFlags() {
+  if (flags_process_ == ::getpid()) return true;
+  for (const EventFd* flag : {&ready_, &started_, &watched_}) {
+    const EventFd own;
+    if (own.Get() < 0 || ::dup3(own.Get(), flag->Get(), O_CLOEXEC) < 0) return false;
+  }
+  flags_process_ = ::getpid();
+  return true;
+}
+
 bool Job::StartThreads() {
+  if (!OwnFlags()) return false;
   process_ = ::getpid();
   if (watcher_.empty() && !StartThread(&watcher_, [this] { Watch(); })) return false;
   return !reader_.empty() || StartThread(&reader_, [this] { ReadPages(); });

@@ -20,8 +20,9 @@
 // lost, and a device on the network moves the sheet on that comes next. So the wait is long; the
 // device is kept from others meanwhile. The destructor ends it.
 //
-// A process that was forked from the one that the threads are in shares the flags below with it:
-// there the object does nothing at all, and says IO_ERROR.
+// A process that was forked from the one that the threads are in shares their descriptors: there
+// the object does nothing at all, and says IO_ERROR. One that was forked before there were threads
+// works with descriptors and threads of its own.
 //
 // Thread rule: one thread at a time, but for Cancel, which may also come from another one and from
 // a signal handler. The threads are started by the first Start and joined by the destructor.
@@ -97,6 +98,7 @@ class Job {
 
   // the client's
   bool StartThreads();
+  bool OwnFlags();
   bool IsCancelled() const { return cancels_ != seen_cancels_; }
   SANE_Status GiveOrder(const Settings& settings, const cli::ScanPlan& plan, unsigned cancels)
       VOX_EXCLUDES(mutex_);
@@ -137,6 +139,7 @@ class Job {
   bool open_ = false;                          // the client's
   SANE_Status closed_ = SANE_STATUS_INVAL;     // what Read gives when no page is open; likewise
   std::atomic<pid_t> process_{0};              // that started threads, 0 none
+  pid_t flags_process_;                        // that opened the flags; the client's
   std::vector<std::thread> reader_, watcher_;  // one each
 
   Order order_;            // the reading thread's from kOrdered to kIdle

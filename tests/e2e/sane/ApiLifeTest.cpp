@@ -25,21 +25,27 @@ class SaneLife : public SaneApi {
     file >> size >> resident;
     return resident * ::sysconf(_SC_PAGESIZE) / 1024;
   }
-  // Gives what `child` returns, run in a forked process; -1 when it ended otherwise.
+  // Fork runs `child` in a forked process; Status waits for what it returns, -1 when it ended
+  // otherwise.
   template <typename Child>
-  static int InChild(const Child& child) {
+  static pid_t Fork(const Child& child) {
     const pid_t process = ::fork();
-    if (process == 0) {
-      try {
-        ::_exit(child());
-      } catch (const std::exception& exception) {
-        std::fprintf(stderr, "in the child: %s\n", exception.what());
-        ::_exit(99);
-      }
+    if (process != 0) return process;
+    try {
+      ::_exit(child());
+    } catch (const std::exception& exception) {
+      std::fprintf(stderr, "in the child: %s\n", exception.what());
+      ::_exit(99);
     }
+  }
+  static int Status(pid_t process) {
     int status = 0;
     if (process < 0 || ::waitpid(process, &status, 0) != process || !WIFEXITED(status)) return -1;
     return WEXITSTATUS(status);
+  }
+  template <typename Child>
+  static int InChild(const Child& child) {
+    return Status(Fork(child));
   }
   // 0 when a page comes whole.
   static int ScanOnce(const SaneModule& sane) {
@@ -149,6 +155,36 @@ TEST_F(SaneLife, AForkWithinAPageLeavesThePageToTheParent) {
   }
   EXPECT_TRUE(bytes == whole.bytes);
   ExpectGood(scanner->Page());
+}
+
+// The child starts the handle that it has from its parent, whose page waits to be read meanwhile.
+TEST_F(SaneLife, AForkBeforeTheFirstPageGivesEachItsOwn) {
+  sim::VirtualDevice& device = PutSmall();
+  SaneSession session(*sane_);
+  const auto scanner = OpenSmall();
+  int go[2];
+  ASSERT_EQ(::pipe(go), 0);
+  const pid_t child = Fork([&] {
+    ::alarm(60);
+    char byte = 0;
+    if (::read(go[0], &byte, 1) != 1) return 2;
+    const SanePage page = scanner->Page();
+    return page.ended == SANE_STATUS_EOF && page.bytes.size() == 300U * 250U ? 0 : 3;
+  });
+  ASSERT_EQ(scanner->Start(), SANE_STATUS_GOOD);
+  EXPECT_TRUE(device.Events().WaitFor(sim::EventKind::kJobEnded, 1, 60s));
+  SANE_Int fd = -1;
+  ASSERT_EQ(sane_->get_select_fd(scanner->Handle(), &fd), SANE_STATUS_GOOD);
+  EXPECT_EQ(::write(go[1], "", 1), 1);
+  EXPECT_EQ(Status(child), 0);
+  pollfd entry{fd, POLLIN, 0};
+  EXPECT_EQ(::poll(&entry, 1, 0), 1);
+  std::vector<SANE_Byte> bytes;
+  while (scanner->Read(bytes) == SANE_STATUS_GOOD) {
+  }
+  EXPECT_EQ(bytes.size(), 300U * 250U);
+  ::close(go[0]);
+  ::close(go[1]);
 }
 
 TEST_F(SaneLife, AForkWhileThePageStallsWakesNobodyUp) {
