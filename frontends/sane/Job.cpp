@@ -125,17 +125,25 @@ SANE_Status Job::GiveOrder(const Settings& settings, const cli::ScanPlan& plan, 
     changed_.WaitUntil(lock, deadline);
   }
   const bool cancelled = cancels != seen_cancels_.exchange(cancels);
-  if (IsCancelled()) return SANE_STATUS_CANCELLED;
+  if (IsCancelled()) return GiveUp();
   if (IsFeederEmpty(settings, cancelled)) return SANE_STATUS_NO_DOCS;
   order_ = {settings, plan, more_};
   buffer_.Reset(kBuffer);
   told_ = final_ = given_ = false;
   started_.Clear();
   ready_.Clear();
-  if (IsCancelled()) return SANE_STATUS_CANCELLED;  // the flags may have been its own
+  if (IsCancelled()) return GiveUp();  // the flags may have been its own
   phase_ = Phase::kOrdered;
   changed_.NotifyAll();
   return SANE_STATUS_GOOD;
+}
+
+// A page that is cancelled before it is ordered: the watching thread waits no longer for it.
+SANE_Status Job::GiveUp() {
+  given_ = false;
+  watched_.Raise();
+  changed_.NotifyAll();
+  return SANE_STATUS_CANCELLED;
 }
 
 // Behind the last page of a feeder stands a NO_DOCS, once. A cancel in between is the end of a job,

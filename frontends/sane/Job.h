@@ -102,6 +102,7 @@ class Job {
   bool IsCancelled() const { return cancels_ != seen_cancels_; }
   SANE_Status GiveOrder(const Settings& settings, const cli::ScanPlan& plan, unsigned cancels)
       VOX_EXCLUDES(mutex_);
+  SANE_Status GiveUp() VOX_REQUIRES(mutex_);
   bool IsFeederEmpty(const Settings& settings, bool cancelled) VOX_REQUIRES(mutex_);
   SANE_Status AwaitStart() VOX_EXCLUDES(mutex_);
 
