@@ -15,6 +15,7 @@ namespace {
 
 using nlohmann::json;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -39,7 +40,9 @@ class VoxUsb : public VoxScan {
   std::string Good(const std::string& arguments, const std::string& scanner = "") {
     const Outcome outcome = Vox(arguments, scanner);
     EXPECT_EQ(outcome.status, 0) << arguments << "\n" << outcome.err;
-    EXPECT_EQ(outcome.err, "") << arguments;
+    // Some machines let nobody but root ping.
+    EXPECT_THAT(outcome.err, AnyOf("", StartsWith("vox: note: pings are not permitted here")))
+        << arguments;
     return outcome.out;
   }
   void ExpectFailure(const std::string& arguments, const std::string& scanner, int status,
