@@ -125,7 +125,7 @@ DeviceInfo Devices::Collect(Clock::time_point deadline, const std::string& until
     const DeviceInfoArray found = search_.running->NextUntil(deadline);
     if (found.empty()) break;
     Take(found);
-    if (const DeviceInfo device = Named(until, found)) return device;
+    if (DeviceInfo device = Named(until, found)) return device;
   }
   return nullptr;
 }
@@ -137,7 +137,7 @@ DeviceInfo Devices::CollectConfigured(Clock::time_point deadline, const std::str
     if (asked.running == nullptr) continue;
     const DeviceInfoArray found = asked.running->NextUntil(deadline);
     Take(found);
-    if (const DeviceInfo device = Named(until, found)) return device;
+    if (DeviceInfo device = Named(until, found)) return device;
   }
   return nullptr;
 }
@@ -289,8 +289,7 @@ DeviceInfo Devices::SearchFor(const std::string& name) {
     if (i % kMostAsked == 0) asked_.clear();
     asked_[addresses[i]].Begin(addresses[i]);
     if ((i + 1) % kMostAsked != 0 && i + 1 != addresses.size()) continue;
-    if (const DeviceInfo device = CollectConfigured(Clock::now() + kAskPatience, name))
-      return device;
+    if (DeviceInfo device = CollectConfigured(Clock::now() + kAskPatience, name)) return device;
   }
   if (!config_.discovery) return nullptr;
   search_ = {};

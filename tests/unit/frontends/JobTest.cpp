@@ -216,6 +216,7 @@ TEST_F(SaneJob, APreviewIsToldToTheDeviceButForBothSides) {
   ExpectPage();
   EXPECT_EQ(told(), 1U);
   EXPECT_EQ(bytes_.size(), before) << "and changes nothing else";
+  EXPECT_TRUE(road.Events().WaitFor(sim::EventKind::kJobEnded, 2, kLong)) << "the feeder is loaded";
   Set(kOptSource, "ADF Duplex");
   ExpectPage();
   EXPECT_EQ(told(), 0U);
