@@ -356,6 +356,7 @@ void Job::Deliver(std::span<const std::uint8_t> line) {
 void Job::TellStarted(SANE_Status status) {
   const MutexLock lock(mutex_);
   phase_ = Phase::kPage;
+  late_ = aborting_;
   told_ = true;
   start_status_ = status;
   started_.Raise();
@@ -402,13 +403,14 @@ void Job::EndJob() {
   }
 }
 
-// Says whether the job is over.
+// Says whether the job is over. A page that began behind an abort, and was left for it at once, is
+// one that the device has not been told of.
 bool Job::AbortOnce() {
   scanner_.Interface().Abort();
   MutexLock lock(mutex_);
   const bool orphan = phase_ == Phase::kOrdered && quit_;  // nobody will take that order
   if (phase_ != Phase::kIdle && !orphan) changed_.WaitFor(lock, kBetweenAborts);
-  if (phase_ != Phase::kIdle && !orphan) return false;
+  if ((phase_ != Phase::kIdle && !orphan) || std::exchange(late_, false)) return false;
   job_open_ = more_ = emptied_ = aborting_ = false;
   changed_.NotifyAll();
   return true;

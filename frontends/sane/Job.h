@@ -152,6 +152,7 @@ class Job {
   Phase phase_ VOX_GUARDED_BY(mutex_) = Phase::kIdle;
   bool quit_ VOX_GUARDED_BY(mutex_) = false;
   bool aborting_ VOX_GUARDED_BY(mutex_) = false;  // the watching thread is inside Abort
+  bool late_ VOX_GUARDED_BY(mutex_) = false;      // a page began meanwhile
   // A job that may be open on the device. Of a cancelled page it stays so until the watching thread
   // has told the device.
   bool job_open_ VOX_GUARDED_BY(mutex_) = false;
