@@ -141,7 +141,6 @@ SANE_Status Job::GiveOrder(const Settings& settings, const cli::ScanPlan& plan, 
 // A page that is cancelled before it is ordered: the watching thread waits no longer for it.
 SANE_Status Job::GiveUp() {
   given_ = false;
-  watched_.Raise();
   changed_.NotifyAll();
   return SANE_STATUS_CANCELLED;
 }

@@ -2,8 +2,7 @@
 // can do.
 //
 //   net:MAC       a remembered device, used where it was found last; if another one or nobody
-//                 answers there, or none is remembered, vox.conf's devices are asked whether they
-//                 are it (1 s at most), and where vox.conf allows it the network is searched
+//                 answers there, or none is remembered, it is searched for: see Devices::SearchFor
 //   net:ADDRESS   whoever answers there; a dotted address, with or without "net:", or a host name
 //   usb:SERIAL    the device at USB with that serial number
 //
